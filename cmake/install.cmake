@@ -1,0 +1,19 @@
+# What `cmake --install` lays down: libraries, headers, the CMake package and the pkg-config file.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS koCUtil koCUtilStatic EXPORT koCUtil
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/cUtil DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT koCUtil NAMESPACE koCUtil:: FILE koCUtilTargets.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/koCUtil)
+
+configure_package_config_file(cmake/koCUtilConfig.cmake.in koCUtilConfig.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/koCUtil)
+write_basic_package_version_file(koCUtilConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/koCUtilConfig.cmake ${PROJECT_BINARY_DIR}/koCUtilConfigVersion.cmake
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/koCUtil)
+
+# Relative to the file, so that an installed tree can be moved.
+file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/koCUtil.pc.in koCUtil.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/koCUtil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

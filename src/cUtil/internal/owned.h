@@ -1,0 +1,81 @@
+// The memory of an object while its constructor runs, and at its end.
+#pragma once
+
+#include "internal/report.h"
+
+#include <cUtil/allocator.h>
+#include <cUtil/mallocAllocator.h>
+
+#include <new>
+#include <type_traits>
+
+namespace cu::internal
+{
+
+/// The allocator that an argument stands for: null means the shared one.
+inline cu_allocator* allocatorOrShared(cu_allocator* allocator)
+{
+    return allocator != nullptr ? allocator : cu_allocator_malloc_get();
+}
+
+/// A block that goes back to its allocator unless it is released to its owner. The record of the failure that ends the
+/// constructor stays as it is.
+template <typename T>
+class Owned
+{
+    static_assert(std::is_trivially_destructible_v<T>);
+
+public:
+    Owned() = default;
+    Owned(const Owned&) = delete;
+    Owned& operator=(const Owned&) = delete;
+
+    ~Owned()
+    {
+        if (block_ != nullptr)
+            CU_MUST(cu_allocator_free(allocator_, &block_));
+    }
+
+    /// Gets one object, initialised whatever the allocator leaves in its blocks, and notes the allocator in it.
+    cu_ErrorCode allocate(cu_allocator* allocator)
+    {
+        const cu_ErrorCode code = allocateBytes(allocator, sizeof(T));
+        if (code == 0)
+            (new (block_) T{})->allocator = allocator_;
+        return code;
+    }
+
+    /// Gets a block of another size, uninitialised.
+    cu_ErrorCode allocateBytes(cu_allocator* allocator, uint32_t size)
+    {
+        allocator_ = allocatorOrShared(allocator);
+        return cu_allocator_alloc(allocator_, &block_, size);
+    }
+
+    T* get() const { return static_cast<T*>(block_); }
+    T* operator->() const { return get(); }
+
+    T* release()
+    {
+        T* object = get();
+        block_ = nullptr;
+        return object;
+    }
+
+private:
+    void* block_ = nullptr;
+    cu_allocator* allocator_ = nullptr;
+};
+
+/// Gives an object back to its allocator and resets the handle; the object is gone even while the handle is reset.
+template <typename T>
+cu_ErrorCode freeObject(T** handle)
+{
+    void* block = *handle;
+    const cu_ErrorCode code = cu_allocator_free((*handle)->allocator, &block);
+    if (code == 0)
+        *handle = nullptr;
+    return code;
+}
+
+} // namespace cu::internal
