@@ -143,6 +143,7 @@ prepareBoard() {
     local cache fresh
     cache=$(dirname "$board")
     mkdir -p "$cache"
+    find "$cache" -maxdepth 1 -name 'new.*' -mmin +60 -exec rm -rf {} + # left behind by a run that was killed
     fresh=$(mktemp -d "$cache/new.XXXXXX")
     cleanup+=("$fresh")
     step "downloading the board's kernel and busybox" downloadPackages "$fresh/apt"
