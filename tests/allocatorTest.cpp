@@ -1,0 +1,133 @@
+#include "support/inject.h"
+#include "support/record.h"
+
+#include <cUtil/mallocAllocator.h>
+#include <cUtil/tools/safeMalloc.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+
+std::string hexadecimal(const void* address)
+{
+    char text[16];
+    snprintf(text, sizeof(text), "0x%08X", static_cast<uint32_t>(reinterpret_cast<uintptr_t>(address)));
+    return text;
+}
+
+TEST(SafeMalloc, blocksAreZeroedAndBadArgumentsAreTold)
+{
+    void* block = nullptr;
+    ASSERT_EQ(cu_safeMalloc(&block, 4096), 0U);
+    const std::string zeros(4096, '\0');
+    EXPECT_EQ(memcmp(block, zeros.data(), zeros.size()), 0);
+    void* const before = block;
+    EXPECT_FAILURE(cu_safeMalloc(&block, 0), cu_ERROR_COM_INVALID_ARGUMENT, "cu_safeMalloc",
+                   "src/cUtil/tools/safeMalloc", "dest=" + hexadecimal(&block) + ", size=0");
+    EXPECT_EQ(block, before);
+    EXPECT_FAILURE(cu_safeMalloc(nullptr, 7), cu_ERROR_COM_INVALID_ARGUMENT, "cu_safeMalloc",
+                   "src/cUtil/tools/safeMalloc", "dest=0x00000000, size=7");
+    EXPECT_FAILURE(cu_safeRealloc(nullptr, 7), cu_ERROR_COM_INVALID_ARGUMENT, "cu_safeRealloc",
+                   "src/cUtil/tools/safeMalloc",
+                   "dest=0x00000000, *dest=0x00000000 (valid if dest is not 0!), size=7");
+    EXPECT_EQ(cu_safeRealloc(&block, 0), 0U);
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(cu_safeFreeImpl(nullptr), 0U);
+}
+
+TEST(SafeMalloc, anExhaustedHeapNullsAFreshPointerAndKeepsAnOldBlock)
+{
+    void* block = &block;
+    {
+        const support::Injection exhausted("calloc", ENOMEM);
+        EXPECT_FAILURE(cu_safeMalloc(&block, 12), cu_ERROR_COM_MALLOC_FAILED, "cu_safeMalloc",
+                       "src/cUtil/tools/safeMalloc", "Unable to malloc '12' bytes of memory.");
+    }
+    EXPECT_EQ(block, nullptr);
+
+    ASSERT_EQ(cu_safeRealloc(&block, 16), 0U);
+    void* const before = block;
+    {
+        const support::Injection exhausted("realloc", ENOMEM);
+        EXPECT_FAILURE(cu_safeRealloc(&block, 32), cu_ERROR_COM_MALLOC_FAILED, "cu_safeRealloc",
+                       "src/cUtil/tools/safeMalloc", "Unable to realloc '32' bytes of memory.");
+    }
+    EXPECT_EQ(block, before);
+    cu_safeFreeImpl(block);
+}
+
+TEST(Allocator, dispatchRefusesMissingOperationsAndArguments)
+{
+    constexpr char file[] = "src/cUtil/allocator";
+    cu_allocator empty = {};
+    cu_allocator* heap = cu_allocator_malloc_get();
+    cu_allocator* none = nullptr;
+    cu_allocator* handle = &empty;
+    void* block = nullptr;
+    EXPECT_REFUSED(cu_allocator_alloc(nullptr, &block, 1), "cu_allocator_alloc", file);
+    EXPECT_REFUSED(cu_allocator_alloc(&empty, &block, 1), "cu_allocator_alloc", file);
+    EXPECT_REFUSED(cu_allocator_alloc(heap, nullptr, 1), "cu_allocator_alloc", file);
+    EXPECT_REFUSED(cu_allocator_alloc(heap, &block, 0), "cu_allocator_alloc", file);
+    EXPECT_REFUSED(cu_allocator_realloc(&empty, &block, 1), "cu_allocator_realloc", file);
+    EXPECT_REFUSED(cu_allocator_realloc(heap, nullptr, 1), "cu_allocator_realloc", file);
+    EXPECT_REFUSED(cu_allocator_free(&empty, &block), "cu_allocator_free", file);
+    EXPECT_REFUSED(cu_allocator_free(heap, nullptr), "cu_allocator_free", file);
+    EXPECT_REFUSED(cu_allocator_destruct(nullptr, 0), "cu_allocator_destruct", file);
+    EXPECT_REFUSED(cu_allocator_destruct(&none, 0), "cu_allocator_destruct", file);
+    EXPECT_REFUSED(cu_allocator_destruct(&handle, 0), "cu_allocator_destruct", file);
+    EXPECT_EQ(block, nullptr);
+}
+
+TEST(Allocator, destructPassesItsArgumentAndKeepsTheHandleOnFailure)
+{
+    uint32_t seen = 0;
+    cu_allocator mine = {&seen, nullptr, nullptr, nullptr, [](void* context, uint32_t argument) -> cu_ErrorCode {
+                             *static_cast<uint32_t*>(context) = argument;
+                             return argument;
+                         }};
+    cu_allocator* handle = &mine;
+    cu_Error_clear(cu_getErrorLocation());
+    EXPECT_EQ(cu_allocator_destruct(&handle, 77), 77U);
+    EXPECT_EQ(seen, 77U);
+    EXPECT_EQ(handle, &mine);
+    EXPECT_EQ(support::trace().find("cu_allocator_destruct  -  src/cUtil/allocator:"), 0U);
+    EXPECT_EQ(cu_allocator_destruct(&handle, 0), 0U);
+    EXPECT_EQ(handle, nullptr);
+}
+
+TEST(Allocator, theSharedOneOutlivesItsDestructionAndInstancesDoNot)
+{
+    cu_allocator* handle = cu_allocator_malloc_get();
+    EXPECT_REFUSED(cu_allocator_malloc_init(nullptr), "cu_allocator_malloc_init", "src/cUtil/mallocAllocator");
+    EXPECT_REFUSED(cu_allocator_malloc_init(&handle), "cu_allocator_malloc_init", "src/cUtil/mallocAllocator");
+    EXPECT_EQ(handle, cu_allocator_malloc_get());
+    EXPECT_EQ(cu_allocator_destruct(&handle, 0), 0U);
+    EXPECT_EQ(handle, nullptr);
+
+    {
+        const support::Injection exhausted("calloc", ENOMEM);
+        EXPECT_FAILURE(cu_allocator_malloc_init(&handle), cu_ERROR_COM_MALLOC_FAILED, "cu_safeMalloc",
+                       "src/cUtil/tools/safeMalloc",
+                       "Unable to malloc '" + std::to_string(sizeof(cu_allocator)) + "' bytes of memory.");
+    }
+    EXPECT_EQ(support::trace().find("cu_allocator_malloc_init  -  "), 0U);
+    EXPECT_EQ(handle, nullptr);
+
+    ASSERT_EQ(cu_allocator_malloc_init(&handle), 0U);
+    EXPECT_EQ(handle->context, handle);
+    for (cu_allocator* allocator : {cu_allocator_malloc_get(), handle}) {
+        void* block = nullptr;
+        ASSERT_EQ(cu_allocator_alloc(allocator, &block, 8), 0U);
+        static_cast<char*>(block)[7] = 'x';
+        ASSERT_EQ(cu_allocator_realloc(allocator, &block, 4000), 0U);
+        EXPECT_EQ(static_cast<char*>(block)[7], 'x');
+        EXPECT_EQ(cu_allocator_free(allocator, &block), 0U);
+        EXPECT_EQ(block, nullptr);
+    }
+    EXPECT_EQ(cu_allocator_destruct(&handle, 0), 0U);
+}
+
+} // namespace

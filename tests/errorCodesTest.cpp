@@ -1,0 +1,84 @@
+#include "support/process.h"
+
+#include <cUtil/errorCodes.h>
+
+#include <gtest/gtest.h>
+
+namespace
+{
+
+constexpr char unknownName[] = "getName(): Unknown error code! Can't retrieve an associated name!";
+constexpr char unknownDescription[] =
+    "getDescription(): Unknown error code! Can't retrieve an associated textual description!";
+
+TEST(ErrorCodes, everyCodeHasItsNameDescriptionAndCategory)
+{
+    struct {
+        uint32_t code;
+        const char* name;
+        const char* description;
+        const char* category;
+    } const cases[] = {
+        {0, "cu_ERROR_COM_SUCCESS", "Function was successful.", "CommonErrorCodes"},
+        {3, "cu_ERROR_COM_INVARIANT",
+         "Invariant validation of state failed. This is a fatal internalerror and should never ever happen!",
+         "CommonErrorCodes"},
+        {8, "cu_ERROR_COM_OPERATION_TIMED_OUT", "The requested operation timed out.", "CommonErrorCodes"},
+        {9, "Unknown common error code", "Unknown common error code", "CommonErrorCodes"},
+        {0x00FFFFFF, "Unknown common error code", "Unknown common error code", "CommonErrorCodes"},
+        {0x01000000, "cu_ERROR_SLEEP_FAILED", "Sleep failed.", "CUtilities"},
+        {0x01000006, "cu_ERROR_SEM_GET_COUNT_FAILED", unknownDescription, "CUtilities"},
+        {0x01000007, "cu_ERROR_SEM_LIST_INIT_FAILED", unknownDescription, "CUtilities"},
+        {0x01000013, "cu_ERROR_SPINLOCK_UNLOCK_FAILED", "unable to unlock spin lock.", "CUtilities"},
+        {0x0100002D, "cu_ERROR_SHM_CLOSE_FAILED", "Unable to close socket handle.", "CUtilities"},
+        {0x01000046, "cu_ERROR_SERIAL_SETTINGS_GET_FAILED", "RS2323: Failed to retrieve device settings.", "CUtilities"},
+        {0x0100004D, "cu_ERROR_WINDOWS_FORMAT_MESSAGE_FAILED", "Called FormatMessage, but it failed by returning 0!",
+         "CUtilities"},
+        {0x0100004E, unknownName, unknownDescription, "CUtilities"},
+        {0x01FFFFFF, unknownName, unknownDescription, "CUtilities"},
+        {0x02000001, "Unknown component", "Unknown component", "Unknown component"},
+        {0xFFFFFFFF, "Unknown component", "Unknown component", "Unknown component"},
+    };
+    for (const auto& expected : cases) {
+        EXPECT_STREQ(cu_GetErrorName(expected.code), expected.name);
+        EXPECT_STREQ(cu_GetErrorDescription(expected.code), expected.description);
+        EXPECT_STREQ(cu_GetErrorCategory(expected.code), expected.category);
+    }
+    EXPECT_EQ(cu_ERROR_WINDOWS_FORMAT_MESSAGE_FAILED, 0x0100004D);
+}
+
+TEST(ErrorCodes, aComponentSeesTheWholeCodeUntilItIsCleared)
+{
+    static uint32_t seen = 0;
+    const auto name = [](cu_ErrorCode code) {
+        seen = code;
+        return "name";
+    };
+    const auto description = [](cu_ErrorCode) { return "description"; };
+    for (const uint32_t component : {2U, 255U}) {
+        const uint32_t code = CU_ERROR_CODE(component, 0x00ABCDEFU);
+        cu_SetResolver(component, "category", name, description, 24);
+        EXPECT_STREQ(cu_GetErrorName(code), "name");
+        EXPECT_EQ(seen, code);
+        EXPECT_STREQ(cu_GetErrorDescription(code), "description");
+        EXPECT_STREQ(cu_GetErrorCategory(code), "category");
+        cu_SetResolver(component, nullptr, name, nullptr, 24);
+        EXPECT_STREQ(cu_GetErrorCategory(code), "Unknown component");
+        EXPECT_STREQ(cu_GetErrorName(code), "name");
+        cu_ClearResolver(component, 24);
+        EXPECT_STREQ(cu_GetErrorName(code), "Unknown component");
+    }
+}
+
+TEST(ErrorCodes, aBadRegistrationEndsTheProcessAndTheBitSizeIsCheckedFirst)
+{
+    const auto badBitSize = support::outcomeOf([] { cu_SetResolver(300, "c", nullptr, nullptr, 16); });
+    EXPECT_EQ(badBitSize.status, 1);
+    EXPECT_EQ(badBitSize.error, "Component index '300' has been compiled with different bit size!\n"
+                                "Expected: 24 Got: 16\n");
+    const auto badIndex = support::outcomeOf([] { cu_ClearResolver(256, 24); });
+    EXPECT_EQ(badIndex.status, 1);
+    EXPECT_EQ(badIndex.error, "Invalid component index '256'!\n");
+}
+
+} // namespace

@@ -1,0 +1,368 @@
+#include "support/inject.h"
+#include "support/process.h"
+#include "support/record.h"
+
+#include <cUtil/tools/safeMalloc.h>
+
+#include <gmock/gmock.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
+#include <pthread.h>
+#include <thread>
+
+namespace
+{
+
+constexpr char placeholder[] = "Currently no information available.";
+
+std::string handlerMessage(const char* item, const char* function)
+{
+    return std::string("FATAL INTERNAL ERROR IN ERROR HANDLER!\n======================================\n"
+                       "THIS IS A SEVERE ERROR BECAUSE THERE IS NOW NO SAVE WAY TO REPORT\n"
+                       "ERROR VIA ENCRYPTED LOGFILES! THEREFORE THE FOLLOWING WILL DISPLAY\n"
+                       "INTERNAL INFORMATION ABOUNT THE ERROR HANDLER (IN CASE THIS MESSAGE\n"
+                       "CAN BE READ ANYWAY!):\nDetected '") +
+           item + "' as invalid (value/pointer)\nFile: src/cUtil/errorInfo, \nFunction: " + function + "\nLine: ";
+}
+
+void report(cu_ErrorCode code)
+{
+    cu_Error_report(cu_getErrorLocation(), code, 0, "function", 1, "file", nullptr);
+}
+
+TEST(ErrorRecord, isLaidOutForOldBinaries)
+{
+    EXPECT_EQ(sizeof(cu_Error), sizeof(void*) == 4 ? 2020U : 2032U);
+    EXPECT_EQ(offsetof(cu_Error, stackTrace), sizeof(void*) == 4 ? 1020U : 1028U);
+}
+
+TEST(ErrorRecord, aFreshOneHoldsThePlaceholders)
+{
+    std::thread([] {
+        const cu_Error* record = cu_getErrorLocation();
+        EXPECT_EQ(record->errorID, 0U);
+        EXPECT_STREQ(record->fileName, placeholder);
+        EXPECT_STREQ(record->functionName, placeholder);
+        EXPECT_EQ(record, cu_getErrorLocation());
+    }).join();
+}
+
+TEST(ErrorRecord, aReportKeepsWhatItIsNotGivenAndStartsANewTrace)
+{
+    cu_Error record = {};
+    cu_Error_report(&record, 5, 6, "f", 7, "g", "%d", 8);
+    cu_Error_setStackTracePoint(&record, "a", 1, "b");
+    cu_Error_report(&record, 9, 0, "h", 0, "i", nullptr);
+    EXPECT_EQ(cu_Error_getError(&record), 9U);
+    EXPECT_EQ(cu_Error_getSystemErrorCode(&record), 6);
+    EXPECT_EQ(cu_Error_getLineNumber(&record), 7U);
+    EXPECT_STREQ(cu_Error_getFunctionName(&record), "h");
+    EXPECT_STREQ(cu_Error_getFileName(&record), "i");
+    EXPECT_STREQ(cu_Error_getDescription(&record), "");
+    EXPECT_STREQ(record.stackTrace, "");
+}
+
+TEST(ErrorRecord, aDescriptionIsCutAndMayQuoteTheRecordItself)
+{
+    cu_Error record = {};
+    const std::string text(2000, 'x');
+    cu_Error_report(&record, 1, 0, "f", 1, "g", "%s", text.c_str());
+    EXPECT_EQ(record.description, text.substr(0, 999));
+    cu_Error_report(&record, 1, 0, "f", 1, "g", "before");
+    cu_Error_setStackTracePoint(&record, "a", 1, "b");
+    cu_Error_report(&record, 1, 0, "f", 1, "g", "<%s|%s>", record.description, record.stackTrace);
+    EXPECT_STREQ(record.description, "<before|a  -  b:1\n>");
+}
+
+TEST(ErrorRecord, aFullTraceTakesNoMore)
+{
+    cu_Error record = {};
+    cu_Error_setStackTracePoint(&record, "cu_A_b", 12, "src/cUtil/a");
+    EXPECT_STREQ(record.stackTrace, "cu_A_b  -  src/cUtil/a:12\n");
+    const std::string name(150, 'n');
+    for (int point = 0; point < 10; ++point)
+        cu_Error_setStackTracePoint(&record, name.c_str(), 1, "file");
+    EXPECT_EQ(strlen(record.stackTrace), 998U);
+    EXPECT_EQ(record.stackTrace[999], '\0');
+    EXPECT_EQ(std::string(record.stackTrace).find("cu_A_b  -  src/cUtil/a:12\n" + name), 0U);
+}
+
+TEST(ErrorRecord, badArgumentsAreToldOnStandardOutputAndTheRestIsDone)
+{
+    cu_Error record = {};
+    record.errorID = 4;
+    char text[8] = "kept";
+    const auto told = [&](auto call, const char* item, const char* function) {
+        const auto outcome = support::outcomeOf(call);
+        const std::string head = handlerMessage(item, function);
+        return outcome.status == 0 && outcome.out.find(head) == 0 &&
+               outcome.out.find_first_not_of("0123456789", head.size()) == std::string::npos;
+    };
+    EXPECT_TRUE(told([&] { cu_Error_report(nullptr, 1, 1, "f", 1, "g", "d"); }, "me", "cu_Error_report"));
+    EXPECT_TRUE(told([&] { cu_Error_report(&record, 1, 1, nullptr, 1, "g", "d"); }, "function", "cu_Error_report"));
+    EXPECT_TRUE(told([&] { cu_Error_report(&record, 1, 1, "f", 1, nullptr, "d"); }, "file", "cu_Error_report"));
+    EXPECT_TRUE(told(
+        [&] {
+            record.stackTrace[0] = 'x';
+            cu_Error_report(&record, 0, 2, "f", 3, "g", "d");
+            if (record.errorID != 4 || record.systemErrorCode != 2 || record.lineNumber != 3 || record.stackTrace[0] != 0)
+                _exit(1);
+        },
+        "error", "cu_Error_report"));
+    EXPECT_TRUE(told([&] { cu_Error_setStackTracePoint(nullptr, "f", 1, "g"); }, "me", "cu_Error_setStackTracePoint"));
+    EXPECT_TRUE(told([&] { EXPECT_EQ(cu_Error_getError(nullptr), 0U); }, "me", "cu_Error_getError"));
+    EXPECT_TRUE(
+        told([&] { EXPECT_EQ(cu_Error_getSystemErrorCode(nullptr), 0); }, "me", "cu_Error_getSystemErrorCode"));
+    EXPECT_TRUE(told([&] { EXPECT_EQ(cu_Error_getLineNumber(nullptr), 0U); }, "me", "cu_Error_getLineNumber"));
+    EXPECT_TRUE(told([&] { cu_Error_createReport(&record, nullptr, 8); }, "destination", "cu_Error_createReport"));
+    EXPECT_TRUE(told([&] { cu_Error_createReport(nullptr, text, 8); }, "me", "cu_Error_createReport"));
+    EXPECT_TRUE(told([&] { cu_Error_createReport(&record, text, 0); }, "length", "cu_Error_createReport"));
+    record.errorID = 0;
+    EXPECT_TRUE(told(
+        [&] {
+            cu_Error_createReport(&record, text, 8);
+            if (std::string(text) != "kept")
+                _exit(1);
+        },
+        "me->errorID", "cu_Error_createReport"));
+    EXPECT_TRUE(told([&] { cu_Error_writeIntoErrorLog(nullptr); }, "me", "cu_Error_createReport"));
+
+    const auto texts = support::outcomeOf([] {
+        for (const auto get : {cu_Error_getFunctionName, cu_Error_getFileName, cu_Error_getDescription})
+            fputs(get(nullptr), stderr);
+    });
+    EXPECT_EQ(texts.error, "N/A (Encountered internal error!)N/A (Encountered internal error!)"
+                           "N/A (Encountered internal error!)");
+}
+
+TEST(ErrorRecord, copyAndClearEndTheProcessWithoutARecord)
+{
+    cu_Error record = {};
+    const std::string text("!{61}\n! Fatal internal unrecoverable error encountered!\n! File: 'src/cUtil/errorInfo'\n"
+                          "! Line: '[0-9]+'\n! Function: 'cu_Error_(copy|clear)'\n"
+                          "! Going to terminate the program to avoid further damage to \n! the system!\n!{61}\n");
+    for (int call = 0; call < 3; ++call) {
+        const auto outcome = support::outcomeOf([&] {
+            if (call == 0)
+                cu_Error_copy(nullptr, &record);
+            else if (call == 1)
+                cu_Error_copy(&record, nullptr);
+            else
+                cu_Error_clear(nullptr);
+        });
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.out, testing::MatchesRegex(text));
+    }
+
+    cu_Error_report(&record, 1, 2, "f", 3, "g", "d");
+    cu_Error copy;
+    cu_Error_copy(&copy, &record);
+    EXPECT_EQ(memcmp(&copy, &record, sizeof(copy)), 0);
+    cu_Error_clear(&copy);
+    EXPECT_EQ(copy.errorID, 0U);
+    EXPECT_EQ(copy.functionName, nullptr);
+    EXPECT_STREQ(copy.description, "");
+}
+
+TEST(ErrorRecord, theReportHoldsAllButTheSystemCode)
+{
+    cu_Error record = {};
+    cu_Error_report(&record, 0x81000002, 13, "cu_F", 42, "src/cUtil/f", "what happened");
+    cu_Error_setStackTracePoint(&record, "cu_G", 7, "src/cUtil/g");
+    char text[1024];
+    cu_Error_createReport(&record, text, sizeof(text));
+    EXPECT_STREQ(text, "ERROR: #-2130706430\nUnknown component\n\nORIGIN:\nFunction:    cu_F\n"
+                       "File:        src/cUtil/f\nLine:        42\n\nCONTEXT-SENSITIVE INFORMATION\nwhat happened\n\n"
+                       "FURTHER STACK TRACE\ncu_G  -  src/cUtil/g:7\n\n");
+    const std::string whole = text;
+    cu_Error_createReport(&record, text, 10);
+    EXPECT_EQ(text, whole.substr(0, 9));
+}
+
+TEST(ErrorLocation, recordsBelongToThreads)
+{
+    std::thread threads[4];
+    for (uint32_t number = 0; number < 4; ++number)
+        threads[number] = std::thread([number] {
+            for (uint32_t round = 1; round < 2000; ++round) {
+                const uint32_t code = CU_ERROR_CODE(number + 2, round);
+                cu_Error_report(cu_getErrorLocation(), code, 0, "f", round, "g", "%u", code);
+                ASSERT_EQ(ku_getErrorCode(), code);
+                ASSERT_EQ(ku_getErrorMessage(), std::to_string(code));
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(ErrorLocation, anExhaustedHeapEndsInTheFallBackRecordAndTheCodeIsReturnedAllTheSame)
+{
+    const auto outcome = support::outcomeOf([] {
+        std::thread([] {
+            const cu_Error* first = nullptr;
+            {
+                const support::Injection exhausted("calloc", ENOMEM);
+                first = cu_getErrorLocation();
+            }
+            if (std::string(first->functionName) != placeholder || first->errorID != 0)
+                _exit(1);
+            void* block = nullptr;
+            {
+                // The block, then the record for the report of that, then the record for what is read back.
+                const support::Injection exhausted("calloc", ENOMEM);
+                if (cu_safeMalloc(&block, 1) != cu_ERROR_COM_MALLOC_FAILED)
+                    _exit(2);
+            }
+            if (cu_getErrorLocation() == first || cu_getErrorLocation()->errorID != cu_ERROR_COM_MALLOC_FAILED)
+                _exit(3);
+        }).join();
+        std::thread([] {
+            const support::Injection noKey("pthread_setspecific", ENOMEM);
+            if (cu_getErrorLocation() == nullptr || noKey.fired() == nullptr)
+                _exit(4);
+        }).join();
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "");
+}
+
+// The order in which the keys' destructors run is the system's affair, so keys stand on both sides of the record's.
+pthread_key_t laterKey;
+int runs = 0;
+
+void failWhileEnding(void* value)
+{
+    if (*static_cast<int*>(value) != 0)
+        pthread_setspecific(laterKey, value);
+    *static_cast<int*>(value) = 0;
+    report(0x02000011);
+    runs += ku_getErrorCode() == 0x02000011 ? 1 : 100;
+}
+
+TEST(ErrorLocation, worksInDestructorsOfThreadSpecificDataAfterItWasFreed)
+{
+    cu_getErrorLocation();
+    ASSERT_EQ(pthread_key_create(&laterKey, failWhileEnding), 0);
+    int again = 1;
+    std::thread([&] {
+        report(1);
+        pthread_setspecific(laterKey, &again);
+    }).join();
+    EXPECT_EQ(runs, 2);
+    pthread_key_delete(laterKey);
+}
+
+TEST(ErrorLocation, worksInExitHandlersOnBothSidesOfItsOwn)
+{
+    const auto outcome = support::outcomeOf([] {
+        const auto handler = [] {
+            report(0x02000012);
+            fprintf(stderr, "%X ", ku_getErrorCode());
+        };
+        std::atexit(handler);
+        report(1);
+        std::atexit(handler);
+        std::exit(3);
+    });
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_EQ(outcome.error, "2000012 2000012 ");
+}
+
+TEST(ErrorLog, anEntryIsFramedAndTellsWhoWhenAndWhat)
+{
+    const auto outcome = support::outcomeOf([] {
+        cu_addVersionInfoCallback([] { return "Component 1.2"; });
+        cu_Error_report(cu_getErrorLocation(), cu_ERROR_SLEEP_FAILED, 0, "f", 1, "g", "d");
+        cu_writeIntoErrorLog();
+    });
+    const std::string rule(80, '-');
+    const std::string entry("={80}\nComponent 1\\.2\n[0-9]+\\.[0-9]+\\.2[0-9]{3} at [0-9]{2}:[0-9]{2}:[0-9]{2}\n"
+                           "Cmd: '.*rootTest.*'\nPID: '[0-9]+'\n" +
+                           rule + "\nERROR: #16777216\nSleep failed\\.\n[^=]*FURTHER STACK TRACE\n\n\n" + rule + "\n");
+    EXPECT_THAT(outcome.error, testing::MatchesRegex(entry));
+    EXPECT_EQ(outcome.error.find(" '\nPID"), std::string::npos);
+
+    const auto withoutFile = support::outcomeOf([] {
+        const support::Injection injection("open64", EACCES);
+        cu_logErrorMessage(nullptr);
+    });
+    EXPECT_NE(withoutFile.error.find("\nCmd: ''\n"), std::string::npos);
+    EXPECT_NE(withoutFile.error.find(rule + "\n\n" + rule + "\n"), std::string::npos);
+    EXPECT_STREQ(cu_getLogName(), "zevErrorLog.txt");
+}
+
+template <int number>
+const char* versionInfo()
+{
+    return number == 0 ? "first" : "other";
+}
+
+TEST(ErrorLog, tenVersionCallbacksFindPlaceAndEachOnlyOnce)
+{
+    cu_VersionInfoCallback* slots = nullptr;
+    uint32_t count = 0;
+    EXPECT_EQ(cu_getVersionInfoCallbacks(nullptr, &count), -1);
+    EXPECT_EQ(cu_getVersionInfoCallbacks(&slots, nullptr), -1);
+    ASSERT_EQ(cu_getVersionInfoCallbacks(&slots, &count), 0);
+    ASSERT_EQ(count, 10U);
+
+    const cu_VersionInfoCallback all[] = {versionInfo<0>, versionInfo<1>, versionInfo<2>, versionInfo<3>,
+                                          versionInfo<4>, versionInfo<5>, versionInfo<6>, versionInfo<7>,
+                                          versionInfo<8>, versionInfo<9>, versionInfo<10>};
+    EXPECT_EQ(cu_addVersionInfoCallback(nullptr), -1);
+    for (int number = 0; number < 10; ++number) {
+        EXPECT_EQ(cu_addVersionInfoCallback(all[number]), 0);
+        EXPECT_EQ(cu_addVersionInfoCallback(all[number]), 0);
+        EXPECT_EQ(slots[number], all[number]);
+    }
+    EXPECT_EQ(cu_addVersionInfoCallback(all[10]), -1);
+    EXPECT_EQ(cu_delVersionInfoCallback(nullptr), -1);
+    EXPECT_EQ(cu_delVersionInfoCallback(all[10]), 0);
+    EXPECT_EQ(cu_delVersionInfoCallback(all[3]), 0);
+    EXPECT_EQ(slots[3], nullptr);
+    EXPECT_EQ(cu_addVersionInfoCallback(all[10]), 0);
+    EXPECT_EQ(slots[3], all[10]);
+    for (const auto callback : all)
+        cu_delVersionInfoCallback(callback);
+}
+
+TEST(DebugAssert, remembersWhatTheEnvironmentSaidFirst)
+{
+    EXPECT_EQ(support::outcomeOf([] {
+                  setenv("ZEV_CUTIL_ASSERT_ABORT", "", 1);
+                  const int first = cu_DebugAssert();
+                  unsetenv("ZEV_CUTIL_ASSERT_ABORT");
+                  _exit(10 * first + cu_DebugAssert());
+              }).status,
+              11);
+    EXPECT_EQ(support::outcomeOf([] {
+                  unsetenv("ZEV_CUTIL_ASSERT_ABORT");
+                  const int first = cu_DebugAssert();
+                  setenv("ZEV_CUTIL_ASSERT_ABORT", "1", 1);
+                  _exit(10 * first + cu_DebugAssert());
+              }).status,
+              0);
+}
+
+TEST(LegacyAccessors, readTheCallingThreadsRecord)
+{
+    cu_Error_report(cu_getErrorLocation(), cu_ERROR_USER_INVALID, 2, "f", 3, "g", "d");
+    EXPECT_EQ(ku_getErrorCode(), static_cast<cu_ErrorCode>(cu_ERROR_USER_INVALID));
+    EXPECT_EQ(ku_getSystemErrorCode(), 2);
+    EXPECT_STREQ(ku_getFunctionName(), "f");
+    EXPECT_STREQ(ku_getFileName(), "g");
+    EXPECT_EQ(ku_getLineNumber(), 3U);
+    EXPECT_STREQ(ku_getErrorMessage(), "d");
+    EXPECT_STREQ(ku_getErrorCategory(), "CUtilities");
+    EXPECT_STREQ(ku_getErrorName(), "cu_ERROR_USER_INVALID");
+    EXPECT_STREQ(ku_getErrorDescription(), "Invalid user name or id.");
+    char mine[1024];
+    char theirs[1024];
+    ku_createReport(mine, sizeof(mine));
+    cu_Error_createReport(cu_getErrorLocation(), theirs, sizeof(theirs));
+    EXPECT_STREQ(mine, theirs);
+}
+
+} // namespace

@@ -1,0 +1,86 @@
+// An allocator that watches its user and can refuse.
+#pragma once
+
+#include <cUtil/allocator.h>
+#include <cUtil/errorInfo.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <vector>
+
+namespace support
+{
+
+/// Hands out blocks full of garbage, moves every block that it resizes, remembers what it gave out, refuses to free
+/// what it did not, and fails at the n-th request.
+class WatchfulAllocator
+{
+public:
+    explicit WatchfulAllocator(unsigned failAt = 0) : failAt_(failAt) {}
+    WatchfulAllocator(const WatchfulAllocator&) = delete;
+    WatchfulAllocator& operator=(const WatchfulAllocator&) = delete;
+    ~WatchfulAllocator() { EXPECT_TRUE(blocks_.empty()) << blocks_.size() << " blocks were not given back"; }
+
+    cu_allocator* get() { return &table_; }
+
+    std::size_t live() const { return blocks_.size(); }
+    const std::vector<uint32_t>& requests() const { return requests_; } ///< sizes asked for, in order
+    bool refused() const { return failAt_ != 0 && requests_.size() >= failAt_; }
+    void refuse(unsigned nth) { failAt_ = static_cast<unsigned>(requests_.size()) + nth; } ///< counted from now on
+
+private:
+    static cu_ErrorCode alloc(void* context, void** destination, uint32_t size)
+    {
+        return static_cast<WatchfulAllocator*>(context)->resize(destination, nullptr, size);
+    }
+
+    static cu_ErrorCode realloc(void* context, void** destination, uint32_t size)
+    {
+        return static_cast<WatchfulAllocator*>(context)->resize(destination, *destination, size);
+    }
+
+    static cu_ErrorCode free(void* context, void** destination)
+    {
+        auto* me = static_cast<WatchfulAllocator*>(context);
+        EXPECT_EQ(me->blocks_.erase(*destination), 1U) << "a block that was not given out is freed";
+        std::free(*destination);
+        *destination = nullptr;
+        return 0;
+    }
+
+    static cu_ErrorCode destruct(void*, uint32_t) { return 0; }
+
+    cu_ErrorCode resize(void** destination, void* old, uint32_t size)
+    {
+        requests_.push_back(size);
+        if (requests_.size() == failAt_) {
+            cu_Error_report(cu_getErrorLocation(), cu_ERROR_COM_MALLOC_FAILED, 0, "refusal", 1, "test", nullptr);
+            return cu_ERROR_COM_MALLOC_FAILED;
+        }
+        void* block = std::malloc(size);
+        std::memset(block, 0xA5, size);
+        if (old != nullptr) {
+            const auto known = blocks_.find(old);
+            if (known == blocks_.end()) {
+                ADD_FAILURE() << "a block that was not given out is resized";
+            } else {
+                std::memcpy(block, old, std::min(known->second, size));
+                blocks_.erase(known);
+            }
+            std::free(old);
+        }
+        blocks_[block] = size;
+        *destination = block;
+        return 0;
+    }
+
+    cu_allocator table_ = {this, alloc, realloc, free, destruct};
+    std::map<void*, uint32_t> blocks_;
+    std::vector<uint32_t> requests_;
+    unsigned failAt_;
+};
+
+} // namespace support

@@ -1,0 +1,138 @@
+#include "support/inject.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <grp.h>
+#include <pthread.h>
+#include <pwd.h>
+#include <semaphore.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+struct Plan {
+    const char* function = nullptr; // null: any
+    const char* fired = nullptr;
+    unsigned callsLeft = 0; // until the one that fails; 0: none is to fail
+    int error = ENOMEM;
+};
+
+thread_local Plan plan;
+
+bool comesFromLibrary(const void* caller)
+{
+    Dl_info where = {};
+    return dladdr(caller, &where) != 0 && where.dli_fname != nullptr && strstr(where.dli_fname, "libkoCUtil") != nullptr;
+}
+
+bool mustFail(const char* function, const void* caller)
+{
+    if (plan.callsLeft == 0 || (plan.function != nullptr && strcmp(plan.function, function) != 0) ||
+        !comesFromLibrary(caller) || --plan.callsLeft != 0)
+        return false;
+    plan.fired = function;
+    errno = plan.error;
+    return true;
+}
+
+} // namespace
+
+namespace support
+{
+
+Injection::Injection(unsigned nth)
+{
+    plan = {nullptr, nullptr, nth, ENOMEM};
+}
+
+Injection::Injection(const char* function, int error, unsigned nth)
+{
+    plan = {function, nullptr, nth, error};
+}
+
+Injection::~Injection()
+{
+    plan = {};
+}
+
+const char* Injection::fired() const
+{
+    return plan.fired;
+}
+
+} // namespace support
+
+// NAME(parameters) calls the system's NAME, unless it is to fail.
+#define INTERCEPT_AS(Result, name, parameters, arguments, failure, ...)                                                \
+    extern "C" __attribute__((visibility("default"))) Result name parameters __VA_ARGS__                               \
+    {                                                                                                                  \
+        using Function = Result(*) parameters;                                                                         \
+        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                                  \
+        return mustFail(#name, __builtin_return_address(0)) ? (failure) : real arguments;                              \
+    }
+#define INTERCEPT(name, parameters, arguments) INTERCEPT_AS(int, name, parameters, arguments, -1)
+#define INTERCEPT_NOTHROW(name, parameters, arguments) INTERCEPT_AS(int, name, parameters, arguments, -1, noexcept)
+#define INTERCEPT_CODE(name, parameters, arguments) INTERCEPT_AS(int, name, parameters, arguments, errno, noexcept)
+#define INTERCEPT_POINTER(name, parameters, arguments)                                                                 \
+    INTERCEPT_AS(void*, name, parameters, arguments, nullptr, noexcept)
+
+INTERCEPT_POINTER(calloc, (size_t count, size_t size), (count, size))
+INTERCEPT_POINTER(realloc, (void* block, size_t size), (block, size))
+INTERCEPT_AS(char*, strdup, (const char* text), (text), nullptr, noexcept)
+
+INTERCEPT_NOTHROW(sem_init, (sem_t * semaphore, int shared, unsigned value), (semaphore, shared, value))
+INTERCEPT_NOTHROW(sem_destroy, (sem_t * semaphore), (semaphore))
+INTERCEPT(sem_wait, (sem_t * semaphore), (semaphore))
+INTERCEPT_NOTHROW(sem_trywait, (sem_t * semaphore), (semaphore))
+INTERCEPT(sem_timedwait, (sem_t * semaphore, const timespec* deadline), (semaphore, deadline))
+INTERCEPT_NOTHROW(sem_post, (sem_t * semaphore), (semaphore))
+INTERCEPT_NOTHROW(sem_getvalue, (sem_t * semaphore, int* value), (semaphore, value))
+
+INTERCEPT(shm_open, (const char* name, int flags, mode_t mode), (name, flags, mode))
+INTERCEPT(shm_unlink, (const char* name), (name))
+INTERCEPT_NOTHROW(ftruncate64, (int file, off64_t size), (file, size))
+INTERCEPT_NOTHROW(fchown, (int file, uid_t user, gid_t group), (file, user, group))
+INTERCEPT_NOTHROW(fstat64, (int file, struct stat64* status), (file, status))
+INTERCEPT_AS(void*, mmap64, (void* hint, size_t size, int protection, int flags, int file, off64_t offset),
+             (hint, size, protection, flags, file, offset), MAP_FAILED, noexcept)
+INTERCEPT(close, (int file), (file))
+INTERCEPT_NOTHROW(unlink, (const char* path), (path))
+INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
+
+INTERCEPT_NOTHROW(clock_gettime, (clockid_t clock, timespec* time), (clock, time))
+INTERCEPT_NOTHROW(clock_getres, (clockid_t clock, timespec* time), (clock, time))
+INTERCEPT_AS(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* time, timespec* rest),
+             (clock, flags, time, rest), errno)
+INTERCEPT_AS(clock_t, clock, (), (), -1, noexcept)
+
+INTERCEPT_AS(int, getpwuid_r, (uid_t id, passwd* entry, char* buffer, size_t size, passwd** found),
+             (id, entry, buffer, size, found), (*found = nullptr, errno))
+INTERCEPT_AS(int, getpwnam_r, (const char* name, passwd* entry, char* buffer, size_t size, passwd** found),
+             (name, entry, buffer, size, found), (*found = nullptr, errno))
+INTERCEPT_AS(int, getgrgid_r, (gid_t id, group* entry, char* buffer, size_t size, group** found),
+             (id, entry, buffer, size, found), (*found = nullptr, errno))
+INTERCEPT_AS(int, getgrnam_r, (const char* name, group* entry, char* buffer, size_t size, group** found),
+             (name, entry, buffer, size, found), (*found = nullptr, errno))
+
+INTERCEPT_CODE(pthread_key_create, (pthread_key_t * key, void (*destructor)(void*)), (key, destructor))
+INTERCEPT_CODE(pthread_setspecific, (pthread_key_t key, const void* value), (key, value))
+INTERCEPT(dlclose, (void* library), (library))
+
+extern "C" __attribute__((visibility("default"))) int open64(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    using Function = int (*)(const char*, int, ...);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "open64"));
+    return mustFail("open64", __builtin_return_address(0)) ? -1 : real(path, flags, mode);
+}

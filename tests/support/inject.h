@@ -1,0 +1,25 @@
+// Failing system calls: the test programs stand in front of the functions that the library calls.
+#pragma once
+
+#include <cstdint>
+
+namespace support
+{
+
+/// While it lives, lets one call that the library makes in this thread fail with an error number.
+class Injection
+{
+public:
+    /// The n-th intercepted call of any kind, counted from 1.
+    explicit Injection(unsigned nth);
+    /// The n-th call of one function; its 64-bit name where it has one ("mmap64").
+    explicit Injection(const char* function, int error, unsigned nth = 1);
+    ~Injection();
+    Injection(const Injection&) = delete;
+    Injection& operator=(const Injection&) = delete;
+
+    /// The function that was made to fail, or null as long as none was.
+    const char* fired() const;
+};
+
+} // namespace support

@@ -1,0 +1,63 @@
+// Signals that hail on a thread while it blocks.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <pthread.h>
+#include <thread>
+
+namespace support
+{
+
+/// Sends a caught signal to the constructing thread every 100 µs, without restarting what it interrupts, until the end of
+/// the scope.
+class SignalStorm
+{
+public:
+    SignalStorm() : sender_([this, target = pthread_self()] { hail(target); }) {}
+    SignalStorm(const SignalStorm&) = delete;
+    SignalStorm& operator=(const SignalStorm&) = delete;
+
+    ~SignalStorm()
+    {
+        over_ = true;
+        sender_.join();
+        sigaction(SIGUSR1, &before_, nullptr);
+    }
+
+    static unsigned delivered() { return count().load(); }
+
+private:
+    static std::atomic<unsigned>& count()
+    {
+        static std::atomic<unsigned> value;
+        return value;
+    }
+
+    static void take(int) { ++count(); }
+
+    static struct sigaction install()
+    {
+        count() = 0;
+        struct sigaction action = {};
+        struct sigaction before = {};
+        action.sa_handler = take;
+        sigaction(SIGUSR1, &action, &before);
+        return before;
+    }
+
+    void hail(pthread_t target)
+    {
+        while (!over_) {
+            pthread_kill(target, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    }
+
+    struct sigaction before_ = install();
+    std::atomic<bool> over_{false};
+    std::thread sender_;
+};
+
+} // namespace support

@@ -1,0 +1,91 @@
+// The sweep that every constructor survives: its n-th request for memory fails, for each n, and so does the n-th system
+// call that it makes.
+#pragma once
+
+#include "support/allocator.h"
+#include "support/inject.h"
+#include "support/record.h"
+
+#include <dirent.h>
+
+#include <string>
+
+namespace support
+{
+
+inline unsigned openDescriptors()
+{
+    unsigned count = 0;
+    DIR* folder = opendir("/proc/self/fd");
+    while (readdir(folder) != nullptr)
+        ++count;
+    closedir(folder);
+    return count;
+}
+
+/// After a failure the handle is null, nothing is left behind, and the record names the constructor as its origin or in
+/// its trace.
+template <typename T>
+void expectCleanFailure(const char* constructor, cu_ErrorCode code, const T* handle, const WatchfulAllocator& allocator)
+{
+    EXPECT_NE(code, 0U);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_EQ(allocator.live(), 0U);
+    EXPECT_EQ(code, cu_getErrorLocation()->errorID);
+    if (std::string(cu_getErrorLocation()->functionName) != constructor) {
+        EXPECT_NE(trace().find(std::string(constructor) + "  -  "), std::string::npos)
+            << "origin " << cu_getErrorLocation()->functionName << ", trace:\n"
+            << trace();
+    }
+}
+
+/// `create(handle, allocator)` is the constructor with its other arguments, `destroy(handle)` the matching destructor.
+/// Ends with one run of both in which nothing fails.
+template <typename T, typename Create, typename Destroy>
+void sweep(const char* constructor, Create create, Destroy destroy)
+{
+    SCOPED_TRACE(constructor);
+    constexpr unsigned bound = 1000;
+    const unsigned descriptors = openDescriptors();
+
+    bool refused = true;
+    for (unsigned nth = 1; refused && nth < bound; ++nth) {
+        SCOPED_TRACE("request " + std::to_string(nth) + " is refused");
+        T* handle = nullptr;
+        WatchfulAllocator allocator(nth);
+        const cu_ErrorCode code = create(&handle, allocator.get());
+        refused = allocator.refused();
+        if (refused) {
+            expectCleanFailure(constructor, code, handle, allocator);
+        } else {
+            ASSERT_EQ(code, 0U);
+            EXPECT_EQ(destroy(&handle), 0U);
+            EXPECT_EQ(handle, nullptr);
+        }
+        EXPECT_EQ(openDescriptors(), descriptors);
+    }
+    EXPECT_FALSE(refused);
+
+    const char* fired = "";
+    for (unsigned nth = 1; fired != nullptr && nth < bound; ++nth) {
+        T* handle = nullptr;
+        WatchfulAllocator allocator;
+        cu_ErrorCode code = 0;
+        {
+            const Injection injection(nth);
+            code = create(&handle, allocator.get());
+            fired = injection.fired();
+        }
+        SCOPED_TRACE(std::string("call ") + std::to_string(nth) + " fails: " + (fired != nullptr ? fired : "none"));
+        if (fired != nullptr) {
+            expectCleanFailure(constructor, code, handle, allocator);
+        } else {
+            ASSERT_EQ(code, 0U);
+            EXPECT_EQ(destroy(&handle), 0U);
+        }
+        EXPECT_EQ(openDescriptors(), descriptors);
+    }
+    EXPECT_EQ(fired, nullptr);
+}
+
+} // namespace support
