@@ -1,0 +1,60 @@
+# What the commands of `dev` share; they source it from the top folder.
+# shellcheck shell=bash
+set -euo pipefail
+export LC_ALL=C
+
+readonly logs=$PWD/build/log
+mkdir -p "$logs"
+
+fail() {
+    echo "$*" >&2
+    exit 1
+}
+
+# step NAME COMMAND...: runs a command quietly. Prints one line with the time that it took; when it fails, also how its
+# output ends and where the whole of it is.
+step() {
+    local name=$1 start=${EPOCHREALTIME/./} log status=0
+    shift
+    log=$logs/${name//[^A-Za-z0-9]/-}.log
+    printf '%-32s' "$name"
+    "$@" >"$log" 2>&1 </dev/null || status=$?
+    printf '%s %6.1f s\n' "$( ((status)) && echo FAILED || echo '  ok  ')" "$(((${EPOCHREALTIME/./} - start) / 100000))e-1"
+    ((status)) || return 0
+    telling "$log" | tail -n 40 | sed 's/^/    /'
+    echo "    the whole log: ${log#"$PWD"/}"
+    return "$status"
+}
+
+# The lines of a log that tell something: without what CTest and Ninja say about what went well.
+telling() {
+    grep -vE '^ *Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* (Passed|\*\*\*Skipped) |^\[[0-9]+/[0-9]+\] ' "$1" || true
+}
+
+# need PACKAGE...: installs the Debian packages that are missing.
+need() {
+    local package missing=() root=()
+    command -v dpkg-query >/dev/null || return 0 # not Debian: the commands themselves tell what they miss
+    for package; do
+        dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+    done
+    ((${#missing[@]})) || return 0
+    if ((EUID != 0)); then
+        command -v sudo >/dev/null || fail "missing packages, and no sudo to install them: ${missing[*]}"
+        root=(sudo)
+    fi
+    echo "installing ${missing[*]}"
+    step "package lists" "${root[@]}" apt-get -o DPkg::Lock::Timeout=300 update || exit
+    step "packages" "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}" || exit
+}
+
+needNative() { need cmake ninja-build g++ googletest tzdata; }
+needClang() { need clang; }
+needArm() { need g++-arm-linux-gnueabihf qemu-user; }
+needBoard() { need g++-arm-linux-gnueabihf qemu-system-arm cpio kmod xz-utils netbase; }
+
+# build PRESET: configures and compiles.
+build() {
+    cmake --preset "$1" && cmake --build "build/$1"
+}
