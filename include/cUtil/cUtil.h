@@ -1,0 +1,20 @@
+/** @file
+ *  The whole library.
+ */
+#ifndef CUTIL_CUTIL_H
+#define CUTIL_CUTIL_H
+
+#include <cUtil/allocator.h>
+#include <cUtil/errorCodes.h>
+#include <cUtil/errorInfo.h>
+#include <cUtil/mallocAllocator.h>
+#include <cUtil/time/time.h>
+#include <cUtil/tools/hexDump.h>
+#include <cUtil/tools/safeMalloc.h>
+#include <cUtil/tools/safeStringOps.h>
+#include <cUtil/tools/string.h>
+#include <cUtil/tools/stringTokenizer.h>
+#include <cUtil/types.h>
+#include <cUtil/version.h>
+
+#endif

@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# installed.sh BUILD_DIR: an installed copy, moved to another place, serves a C program: by plain cc, through pkg-config
+# and through CMake, as the shared and as the static library. Nobody names a C++ library.
+set -euo pipefail
+export LC_ALL=C
+consumer=$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/installed
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+readonly cc=(cc -std=c11 -Wall -Wextra -pedantic -Werror)
+
+# runs PROGRAM shared|static: it ends well and uses the library, or has it inside.
+runs() {
+    echo "running $1"
+    "$1"
+    readelf -d "$1" >"$work/dynamic"
+    if [[ $2 == shared ]]; then
+        grep -q 'NEEDED.*libkoCUtil\.so\.1\]' "$work/dynamic"
+    else
+        ! grep 'NEEDED.*libkoCUtil' "$work/dynamic"
+    fi || { echo "$1 is not linked as it should be"; exit 1; }
+}
+
+cmake --install "$1" --prefix "$work/first"
+mv "$work/first" "$work/moved"
+config=$(find "$work/moved" -name koCUtilConfig.cmake)
+lib=$(realpath "$(dirname "$config")/../..")
+export LD_LIBRARY_PATH=$lib PKG_CONFIG_PATH=$lib/pkgconfig
+
+"${cc[@]}" -I"$work/moved/include" "$consumer/consumer.c" -L"$lib" -lkoCUtil -o "$work/plain"
+runs "$work/plain" shared
+
+read -ra options <<<"$(pkg-config --cflags --libs koCUtil)"
+"${cc[@]}" "$consumer/consumer.c" "${options[@]}" -o "$work/pkgconfig"
+runs "$work/pkgconfig" shared
+
+read -ra options <<<"$(pkg-config --static --cflags --libs koCUtil)"
+"${cc[@]}" -static "$consumer/consumer.c" "${options[@]}" -o "$work/pkgconfig-static"
+runs "$work/pkgconfig-static" static
+
+cmake -S "$consumer" -B "$work/build" -G Ninja -DCMAKE_PREFIX_PATH="$work/moved" -DCMAKE_C_FLAGS="${cc[*]:1}"
+cmake --build "$work/build"
+runs "$work/build/shared" shared
+runs "$work/build/static" static
