@@ -123,6 +123,7 @@ int32_t cu_DebugAssert(void)
     static constinit std::atomic<int32_t> answer{-1};
     int32_t cached = answer.load(std::memory_order_relaxed);
     if (cached < 0) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other way to ask
         cached = getenv("ZEV_CUTIL_ASSERT_ABORT") != nullptr ? 1 : 0;
         answer.store(cached, std::memory_order_relaxed);
     }
