@@ -31,8 +31,7 @@ TEST(SafeMalloc, blocksAreZeroedAndBadArgumentsAreTold)
     EXPECT_FAILURE(cu_safeMalloc(nullptr, 7), cu_ERROR_COM_INVALID_ARGUMENT, "cu_safeMalloc",
                    "src/cUtil/tools/safeMalloc", "dest=0x00000000, size=7");
     EXPECT_FAILURE(cu_safeRealloc(nullptr, 7), cu_ERROR_COM_INVALID_ARGUMENT, "cu_safeRealloc",
-                   "src/cUtil/tools/safeMalloc",
-                   "dest=0x00000000, *dest=0x00000000 (valid if dest is not 0!), size=7");
+                   "src/cUtil/tools/safeMalloc", "dest=0x00000000, *dest=0x00000000 (valid if dest is not 0!), size=7");
     EXPECT_EQ(cu_safeRealloc(&block, 0), 0U);
     EXPECT_EQ(block, nullptr);
     EXPECT_EQ(cu_safeFreeImpl(nullptr), 0U);

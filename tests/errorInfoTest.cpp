@@ -107,14 +107,14 @@ TEST(ErrorRecord, badArgumentsAreToldOnStandardOutputAndTheRestIsDone)
         [&] {
             record.stackTrace[0] = 'x';
             cu_Error_report(&record, 0, 2, "f", 3, "g", "d");
-            if (record.errorID != 4 || record.systemErrorCode != 2 || record.lineNumber != 3 || record.stackTrace[0] != 0)
+            if (record.errorID != 4 || record.systemErrorCode != 2 || record.lineNumber != 3 ||
+                record.stackTrace[0] != 0)
                 _exit(1);
         },
         "error", "cu_Error_report"));
     EXPECT_TRUE(told([&] { cu_Error_setStackTracePoint(nullptr, "f", 1, "g"); }, "me", "cu_Error_setStackTracePoint"));
     EXPECT_TRUE(told([&] { EXPECT_EQ(cu_Error_getError(nullptr), 0U); }, "me", "cu_Error_getError"));
-    EXPECT_TRUE(
-        told([&] { EXPECT_EQ(cu_Error_getSystemErrorCode(nullptr), 0); }, "me", "cu_Error_getSystemErrorCode"));
+    EXPECT_TRUE(told([&] { EXPECT_EQ(cu_Error_getSystemErrorCode(nullptr), 0); }, "me", "cu_Error_getSystemErrorCode"));
     EXPECT_TRUE(told([&] { EXPECT_EQ(cu_Error_getLineNumber(nullptr), 0U); }, "me", "cu_Error_getLineNumber"));
     EXPECT_TRUE(told([&] { cu_Error_createReport(&record, nullptr, 8); }, "destination", "cu_Error_createReport"));
     EXPECT_TRUE(told([&] { cu_Error_createReport(nullptr, text, 8); }, "me", "cu_Error_createReport"));
@@ -141,8 +141,8 @@ TEST(ErrorRecord, copyAndClearEndTheProcessWithoutARecord)
 {
     cu_Error record = {};
     const std::string text("!{61}\n! Fatal internal unrecoverable error encountered!\n! File: 'src/cUtil/errorInfo'\n"
-                          "! Line: '[0-9]+'\n! Function: 'cu_Error_(copy|clear)'\n"
-                          "! Going to terminate the program to avoid further damage to \n! the system!\n!{61}\n");
+                           "! Line: '[0-9]+'\n! Function: 'cu_Error_(copy|clear)'\n"
+                           "! Going to terminate the program to avoid further damage to \n! the system!\n!{61}\n");
     for (int call = 0; call < 3; ++call) {
         const auto outcome = support::outcomeOf([&] {
             if (call == 0)
@@ -279,8 +279,8 @@ TEST(ErrorLog, anEntryIsFramedAndTellsWhoWhenAndWhat)
     });
     const std::string rule(80, '-');
     const std::string entry("={80}\nComponent 1\\.2\n[0-9]+\\.[0-9]+\\.2[0-9]{3} at [0-9]{2}:[0-9]{2}:[0-9]{2}\n"
-                           "Cmd: '.*rootTest.*'\nPID: '[0-9]+'\n" +
-                           rule + "\nERROR: #16777216\nSleep failed\\.\n[^=]*FURTHER STACK TRACE\n\n\n" + rule + "\n");
+                            "Cmd: '.*rootTest.*'\nPID: '[0-9]+'\n" +
+                            rule + "\nERROR: #16777216\nSleep failed\\.\n[^=]*FURTHER STACK TRACE\n\n\n" + rule + "\n");
     EXPECT_THAT(outcome.error, testing::MatchesRegex(entry));
     EXPECT_EQ(outcome.error.find(" '\nPID"), std::string::npos);
 

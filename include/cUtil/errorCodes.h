@@ -12,7 +12,7 @@
 
 CU_BEGIN_DECLS
 
-/** Width of the code field within a component, in bits; the last argument of cu_SetResolver() and cu_ClearResolver(). */
+/** Bits of the code field within a component; the last argument of cu_SetResolver() and cu_ClearResolver(). */
 #define CU_ERROR_CODE_BITS 24
 
 /** The code @p number of component @p component. Applications declare the codes of their own components with it. */
@@ -20,6 +20,8 @@ CU_BEGIN_DECLS
 
 /** What cu_GetErrorDescription() gives for an unknown code of the library, and for the codes without a description. */
 #define CU_NO_DESCRIPTION "getDescription(): Unknown error code! Can't retrieve an associated textual description!"
+
+/* clang-format off */
 
 /* The catalogue: X(number within the component, name, description). The constants, the names and the descriptions
    all come from these two tables. Applications match on the descriptions: their slips are part of the interface. */
@@ -130,6 +132,8 @@ enum cu_ErrorConstant {
     CU_LIBRARY_ERRORS(CU_ERROR_CONSTANT)
 #undef CU_ERROR_CONSTANT
 };
+
+/* clang-format on */
 
 /** Turns a whole code of one component into a constant text; never null. */
 typedef const char* (*cu_ErrorTextFunction)(cu_ErrorCode code);

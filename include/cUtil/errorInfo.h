@@ -13,19 +13,19 @@
 
 CU_BEGIN_DECLS
 
-#define CU_ERROR_DESCRIPTION_SIZE 1000  /**< Bytes of cu_Error::description, the terminating NUL included. */
-#define CU_ERROR_STACK_TRACE_SIZE 1000  /**< Bytes of cu_Error::stackTrace, the terminating NUL included. */
+#define CU_ERROR_DESCRIPTION_SIZE 1000    /**< Bytes of cu_Error::description, the terminating NUL included. */
+#define CU_ERROR_STACK_TRACE_SIZE 1000    /**< Bytes of cu_Error::stackTrace, the terminating NUL included. */
 #define CU_VERSION_INFO_CALLBACK_COUNT 10 /**< Slots for version-information callbacks. */
 
 /** An error record. Callers copy it byte by byte; the two names are shared, never owned. */
 typedef struct cu_Error {
-    cu_ErrorCode errorID;                         /**< The code; 0 when nothing was reported. */
-    int32_t systemErrorCode;                      /**< `errno` or the result of a thread call; 0 when none was given. */
-    const char* fileName;                         /**< Source that detected the failure, without root and suffix. */
-    const char* functionName;                     /**< Function that detected the failure. */
-    uint32_t lineNumber;                          /**< Line that detected the failure. */
-    char description[CU_ERROR_DESCRIPTION_SIZE];  /**< What happened; may be empty. */
-    char stackTrace[CU_ERROR_STACK_TRACE_SIZE];   /**< One line per function that passed the failure on. */
+    cu_ErrorCode errorID;                        /**< The code; 0 when nothing was reported. */
+    int32_t systemErrorCode;                     /**< `errno` or the result of a thread call; 0 when none was given. */
+    const char* fileName;                        /**< Source that detected the failure, without root and suffix. */
+    const char* functionName;                    /**< Function that detected the failure. */
+    uint32_t lineNumber;                         /**< Line that detected the failure. */
+    char description[CU_ERROR_DESCRIPTION_SIZE]; /**< What happened; may be empty. */
+    char stackTrace[CU_ERROR_STACK_TRACE_SIZE];  /**< One line per function that passed the failure on. */
 } cu_Error;
 
 /** Returns a component's name and version, for the error log. */

@@ -5,7 +5,8 @@
 #include <cstddef>
 
 static_assert(offsetof(cu_allocator, context) == 0 && offsetof(cu_allocator, alloc) == sizeof(void*));
-static_assert(offsetof(cu_allocator, realloc) == 2 * sizeof(void*) && offsetof(cu_allocator, free) == 3 * sizeof(void*));
+static_assert(offsetof(cu_allocator, realloc) == 2 * sizeof(void*) &&
+              offsetof(cu_allocator, free) == 3 * sizeof(void*));
 static_assert(offsetof(cu_allocator, destruct) == 4 * sizeof(void*) && sizeof(cu_allocator) == 5 * sizeof(void*));
 
 cu_ErrorCode cu_allocator_alloc(cu_allocator* allocator, void** destination, uint32_t size)

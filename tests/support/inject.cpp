@@ -30,7 +30,8 @@ thread_local Plan plan;
 bool comesFromLibrary(const void* caller)
 {
     Dl_info where = {};
-    return dladdr(caller, &where) != 0 && where.dli_fname != nullptr && strstr(where.dli_fname, "libkoCUtil") != nullptr;
+    return dladdr(caller, &where) != 0 && where.dli_fname != nullptr &&
+           strstr(where.dli_fname, "libkoCUtil") != nullptr;
 }
 
 bool mustFail(const char* function, const void* caller)

@@ -31,8 +31,8 @@ bool comesTrue(Condition condition, std::chrono::milliseconds limit = 20s)
     return true;
 }
 
-/// A process that runs a function and ends with its result: 0 for success. It is killed when it is still there at the end
-/// of the scope.
+/// A process that runs a function and ends with its result: 0 for success. It is killed when it is still there at the
+/// end of the scope.
 class Process
 {
 public:
@@ -89,8 +89,8 @@ struct Outcome {
     std::string error;
 };
 
-/// Runs a function in a process of its own and collects what it writes; the function may end the process. An expectation
-/// that fails in it ends it with status 99.
+/// Runs a function in a process of its own and collects what it writes; the function may end the process. An
+/// expectation that fails in it ends it with status 99.
 template <typename Function>
 Outcome outcomeOf(Function function)
 {

@@ -23,8 +23,8 @@ struct Failure {
 
     friend std::ostream& operator<<(std::ostream& out, const Failure& failure)
     {
-        return out << cu_GetErrorName(failure.code) << " in " << failure.function << " (" << failure.file << "), system "
-                   << failure.systemErrorCode << ": \"" << failure.description << '"';
+        return out << cu_GetErrorName(failure.code) << " in " << failure.function << " (" << failure.file
+                   << "), system " << failure.systemErrorCode << ": \"" << failure.description << '"';
     }
 };
 

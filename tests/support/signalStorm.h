@@ -10,8 +10,8 @@
 namespace support
 {
 
-/// Sends a caught signal to the constructing thread every 100 µs, without restarting what it interrupts, until the end of
-/// the scope.
+/// Sends a caught signal to the constructing thread every 100 µs, without restarting what it interrupts, until the end
+/// of the scope.
 class SignalStorm
 {
 public:

@@ -11,8 +11,8 @@ int main(void)
     const cu_ErrorCode refused = cu_safeMalloc(&block, 0);
     const cu_Error* record = cu_getErrorLocation();
 
-    if (strcmp(cu_GetErrorName(refused), "cu_ERROR_COM_INVALID_ARGUMENT") != 0 || cu_Error_getError(record) != refused ||
-        strcmp(cu_Error_getFunctionName(record), "cu_safeMalloc") != 0)
+    if (strcmp(cu_GetErrorName(refused), "cu_ERROR_COM_INVALID_ARGUMENT") != 0 ||
+        cu_Error_getError(record) != refused || strcmp(cu_Error_getFunctionName(record), "cu_safeMalloc") != 0)
         return 1;
     if (cu_safeMalloc(&block, 16) != 0 || cu_safeFreeImpl(block) != 0)
         return 2;

@@ -38,8 +38,8 @@ struct SourcePath {
 
 /// cu_Error_report() with its arguments as a list.
 [[gnu::format(printf, 7, 0)]] void fillRecord(cu_Error* me, cu_ErrorCode code, int32_t systemErrorCode,
-                                              const char* function, uint32_t line, const char* file,
-                                              const char* format, va_list arguments);
+                                              const char* function, uint32_t line, const char* file, const char* format,
+                                              va_list arguments);
 
 /// Reports cu_ERROR_COM_INVALID_ARGUMENT without a description and yields it.
 [[gnu::cold]] cu_ErrorCode reportInvalidArgument(const char* function, uint32_t line, const char* file);
