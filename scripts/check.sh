@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# dev check: what must hold before a change lands, cheap checks first. Goes on after a failure and names all that failed.
+source scripts/lib.sh
+(($# == 0)) || fail "usage: ./dev check"
+
+failures=()
+check() { step "$@" || failures+=("$1"); }
+
+# ours FIND-EXPRESSION...: the files of the project.
+ours() { find . \( -path ./build -o -path ./.git \) -prune -o -type f "$@" -print0; }
+
+format() {
+    ours \( -name '*.h' -o -name '*.c' -o -name '*.cpp' \) | xargs -0 clang-format --dry-run --Werror
+}
+
+shellScripts() {
+    ours | xargs -0 awk 'FNR == 1 && /^#!.*sh$/ { print FILENAME } { nextfile }' | xargs -d '\n' shellcheck -x
+}
+
+# On Clang's own command lines: it does not know all of GCC's options.
+lint() {
+    cmake --preset clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "$PWD/src/cUtil/.*"
+}
+
+needNative
+needClang
+needArm
+needBoard
+need clang-format clang-tidy shellcheck pkg-config doxygen graphviz
+
+check "format" format
+check "shell scripts" shellScripts
+check "public headers" scripts/check/headers.sh
+check "build" build release
+check "exported names" scripts/check/symbols.sh nm build/release/libkoCUtil.so
+check "shared object" scripts/check/sharedObject.sh readelf build/release/libkoCUtil.so
+check "installed copy" scripts/check/installed.sh build/release
+scripts/docs.sh || failures+=("docs")
+check "lint" lint
+scripts/test.sh clang asan tsan arm vm || failures+=("tests")
+
+if ((${#failures[@]})); then
+    printf -v names ', %s' "${failures[@]}"
+    echo "check failed: ${names:2}"
+    exit 1
+fi
+echo "check passed"

@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# dev docs: the reference. Every public symbol is documented, and every exported name has its entry.
+source scripts/lib.sh
+(($# == 0)) || fail "usage: ./dev docs"
+
+makeReference() {
+    local undocumented
+    rm -rf build/docs
+    mkdir -p build/docs
+    KOCUTIL_VERSION=$(sed -n 's/^#define CU_VERSION_STRING "\(.*\)".*/\1/p' include/cUtil/version.h) \
+        doxygen docs/Doxyfile || return
+    undocumented=$(grep -oE '<name>[ck]u_[A-Za-z0-9_]+' build/docs/koCUtil.tag | cut -d'>' -f2 | sort -u |
+        comm -23 abi/symbols.txt -)
+    [[ -z $undocumented ]] || {
+        echo "exported, but without an entry in the reference:" "${undocumented//$'\n'/ }"
+        return 1
+    }
+}
+
+need doxygen graphviz
+step "docs" makeReference
