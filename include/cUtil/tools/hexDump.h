@@ -13,8 +13,8 @@ CU_BEGIN_DECLS
  *
  * Two lines of heading, then one line per 16 bytes: the offset in eight hexadecimal digits, the bytes in columns of
  * three without leading zeros, and the bytes as characters, a full stop for those outside 0x20 to 0x7E. Equal lines in
- * succession shrink to one "*". The last line always stands; it holds the rest of the bytes, none of them when the length
- * is a multiple of 16.
+ * succession shrink to one "*". The last line always stands; it holds the rest of the bytes, none of them when the
+ * length is a multiple of 16.
  *
  * @param data         the bytes; must not be null even when @p length is 0
  * @param length       how many

@@ -108,8 +108,8 @@ CU_EXPORT cu_ErrorCode cu_vsnprintfDyn(char** destination, uint32_t* allocatedSi
 /**
  * Formats into a block of the heap that grows; see cu_vsnprintfDyn().
  *
- * @param destination    holds null or a block of the heap; receives the block with the text, which the caller frees with
- *                       cu_safeFreeImpl()
+ * @param destination    holds null or a block of the heap; receives the block with the text, which the caller frees
+ * with cu_safeFreeImpl()
  * @param allocatedSize  receives the bytes of the block; null is allowed
  * @param format         printf format
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_TRUNCATION_DETECTED when the format itself fails;

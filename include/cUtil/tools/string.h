@@ -175,8 +175,8 @@ CU_EXPORT cu_ErrorCode cu_String_createCString(const cu_String* string, char** c
  *
  * @param string  the string
  * @param from    byte value to look for; 0 and values above 255 match nothing
- * @param to      byte value to put there, of which the low eight bits count; 0 ends the text at the first match, and the
- *                recorded length becomes that of the text
+ * @param to      byte value to put there, of which the low eight bits count; 0 ends the text at the first match, and
+ * the recorded length becomes that of the text
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT
  */
 CU_EXPORT cu_ErrorCode cu_String_replace(cu_String* string, uint32_t from, uint32_t to);

@@ -21,8 +21,8 @@ typedef struct cu_StringTokenizer cu_StringTokenizer;
  * @param text       the text, which is copied to the heap
  * @param delimiter  byte value: cast a `char` to `unsigned char`; 0 and values above 255 occur in no text
  * @param allocator  for the object; null: the shared one
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_NO_TOKEN_POSSIBLE when the text does not contain the delimiter, for
- *         not even a single token is made then; cu_ERROR_COM_MALLOC_FAILED; or what the allocator says
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_NO_TOKEN_POSSIBLE when the text does not contain the delimiter,
+ * for not even a single token is made then; cu_ERROR_COM_MALLOC_FAILED; or what the allocator says
  *
  * Does not block, unless the allocator does.
  */

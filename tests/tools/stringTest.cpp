@@ -1,0 +1,459 @@
+#include "support/sweep.h"
+
+#include <cUtil/tools/safeMalloc.h>
+#include <cUtil/tools/string.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <random>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/tools/string";
+using Sizes = std::vector<uint32_t>;
+
+// A string on an allocator that moves every block; at its end nothing may be left.
+class Text
+{
+public:
+    explicit Text(const char* text = nullptr)
+    {
+        const cu_ErrorCode code =
+            text != nullptr ? cu_String_cloneStr(&me_, text, allocator.get()) : cu_String_new(&me_, allocator.get());
+        EXPECT_EQ(code, 0U);
+        asked();
+    }
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+    ~Text()
+    {
+        EXPECT_EQ(cu_String_delete(&me_), 0U);
+        EXPECT_EQ(me_, nullptr);
+    }
+
+    operator cu_String*() const { return me_; }
+    std::string get() const { return cu_String_get(me_); }
+
+    // Sizes asked for since the last call.
+    Sizes asked()
+    {
+        const Sizes all = allocator.requests();
+        const Sizes fresh(all.begin() + seen_, all.end());
+        seen_ = static_cast<std::ptrdiff_t>(all.size());
+        return fresh;
+    }
+
+    // The next request is refused: the call says 0 all the same, and the record tells.
+    template <typename Call>
+    void refused(Call call)
+    {
+        allocator.refuse(1);
+        cu_Error_clear(cu_getErrorLocation());
+        EXPECT_EQ(call(), 0U);
+        EXPECT_EQ(cu_getErrorLocation()->errorID, cu_ERROR_COM_MALLOC_FAILED);
+        EXPECT_TRUE(allocator.refused());
+        asked();
+    }
+
+    support::WatchfulAllocator allocator;
+
+private:
+    cu_String* me_ = nullptr;
+    std::ptrdiff_t seen_ = 0;
+};
+
+std::string times(std::size_t count, char c = 'x')
+{
+    return std::string(count, c);
+}
+
+bool equal(const cu_String* a, const cu_String* b)
+{
+    bool result = false;
+    EXPECT_EQ(cu_String_equals(a, b, &result), 0U);
+    return result;
+}
+
+__attribute__((format(printf, 2, 3))) cu_ErrorCode list(cu_String* me, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const cu_ErrorCode code = cu_String_vaFormat(me, format, arguments);
+    va_end(arguments);
+    return code;
+}
+
+TEST(String, isMadeAsAWholeOrNotAtAll)
+{
+    const Text source("a text");
+    support::sweep<cu_String>("cu_String_new", cu_String_new, cu_String_delete);
+    support::sweep<cu_String>(
+        "cu_String_clone", [&](auto handle, auto allocator) { return cu_String_clone(handle, source, allocator); },
+        cu_String_delete);
+    support::sweep<cu_String>(
+        "cu_String_cloneStr", [](auto handle, auto allocator) { return cu_String_cloneStr(handle, "a", allocator); },
+        cu_String_delete);
+}
+
+TEST(String, badArgumentsAreRefused)
+{
+    const Text text("kept");
+    cu_String* none = nullptr;
+    cu_String* some = text;
+    uint32_t count = 0;
+    int32_t result = 0;
+    bool same = false;
+    char* copy = nullptr;
+    EXPECT_REFUSED(cu_String_new(nullptr, nullptr), "cu_String_new", file);
+    EXPECT_REFUSED(cu_String_new(&some, nullptr), "cu_String_new", file);
+    EXPECT_REFUSED(cu_String_clone(nullptr, text, nullptr), "cu_String_clone", file);
+    EXPECT_REFUSED(cu_String_clone(&some, nullptr, nullptr), "cu_String_clone", file);
+    EXPECT_REFUSED(cu_String_clone(&none, nullptr, nullptr), "cu_String_clone", file);
+    EXPECT_REFUSED(cu_String_cloneStr(nullptr, "a", nullptr), "cu_String_cloneStr", file);
+    EXPECT_REFUSED(cu_String_cloneStr(&some, "a", nullptr), "cu_String_cloneStr", file);
+    EXPECT_REFUSED(cu_String_cloneStr(&none, nullptr, nullptr), "cu_String_cloneStr", file);
+    EXPECT_REFUSED(cu_String_delete(nullptr), "cu_String_delete", file);
+    EXPECT_REFUSED(cu_String_delete(&none), "cu_String_delete", file);
+    EXPECT_REFUSED(cu_String_clear(nullptr), "cu_String_clear", file);
+    EXPECT_REFUSED(cu_String_squeeze(nullptr), "cu_String_squeeze", file);
+    EXPECT_REFUSED(cu_String_grow(nullptr, 1), "cu_String_grow", file);
+    EXPECT_REFUSED(cu_String_grow(text, 0), "cu_String_grow", file);
+    EXPECT_REFUSED(cu_String_assign(nullptr, text), "cu_String_assign", file);
+    EXPECT_REFUSED(cu_String_assign(text, nullptr), "cu_String_assign", file);
+    EXPECT_REFUSED(cu_String_assignStr(nullptr, "a"), "cu_String_assignStr", file);
+    EXPECT_REFUSED(cu_String_assignStr(text, nullptr), "cu_String_assignStr", file);
+    EXPECT_REFUSED(cu_String_append(nullptr, text), "cu_String_append", file);
+    EXPECT_REFUSED(cu_String_append(text, nullptr), "cu_String_append", file);
+    EXPECT_REFUSED(cu_String_appendStr(nullptr, "a"), "cu_String_appendStr", file);
+    EXPECT_REFUSED(cu_String_appendStr(text, nullptr), "cu_String_appendStr", file);
+    EXPECT_REFUSED(cu_String_format(nullptr, "a"), "cu_String_format", file);
+    EXPECT_REFUSED(cu_String_format(text, nullptr), "cu_String_format", file);
+    EXPECT_REFUSED(list(nullptr, "a"), "cu_String_vaFormat", file);
+    EXPECT_REFUSED(list(text, nullptr), "cu_String_vaFormat", file);
+    EXPECT_REFUSED(cu_String_count(nullptr, 'a', &count), "cu_String_count", file);
+    EXPECT_REFUSED(cu_String_count(text, 'a', nullptr), "cu_String_count", file);
+    EXPECT_REFUSED(cu_String_compare(nullptr, text, &result), "cu_String_compare", file);
+    EXPECT_REFUSED(cu_String_compare(text, nullptr, &result), "cu_String_compare", file);
+    EXPECT_REFUSED(cu_String_compare(text, text, nullptr), "cu_String_compare", file);
+    EXPECT_REFUSED(cu_String_compareStr(nullptr, "a", &result), "cu_String_compareStr", file);
+    EXPECT_REFUSED(cu_String_compareStr(text, nullptr, &result), "cu_String_compareStr", file);
+    EXPECT_REFUSED(cu_String_compareStr(text, "a", nullptr), "cu_String_compareStr", file);
+    EXPECT_REFUSED(cu_String_equals(nullptr, text, &same), "cu_String_equals", file);
+    EXPECT_REFUSED(cu_String_equals(text, nullptr, &same), "cu_String_equals", file);
+    EXPECT_REFUSED(cu_String_equals(text, text, nullptr), "cu_String_equals", file);
+    EXPECT_REFUSED(cu_String_equalsStr(nullptr, "a", &same), "cu_String_equalsStr", file);
+    EXPECT_REFUSED(cu_String_equalsStr(text, nullptr, &same), "cu_String_equalsStr", file);
+    EXPECT_REFUSED(cu_String_equalsStr(text, "a", nullptr), "cu_String_equalsStr", file);
+    EXPECT_REFUSED(cu_String_createCString(nullptr, &copy), "cu_String_createCString", file);
+    EXPECT_REFUSED(cu_String_createCString(text, nullptr), "cu_String_createCString", file);
+    EXPECT_REFUSED(cu_String_replace(nullptr, 'a', 'b'), "cu_String_replace", file);
+    EXPECT_EQ(cu_String_get(nullptr), nullptr);
+    EXPECT_EQ(text.get(), "kept");
+}
+
+TEST(String, theCapacityFollowsItsRules)
+{
+    Text text;
+    EXPECT_EQ(text.get(), "");
+    EXPECT_EQ(text.allocator.requests().at(1), 256U);
+    // Appending: exactly what is needed, once that is the capacity or more.
+    EXPECT_EQ(cu_String_appendStr(text, times(254).c_str()), 0U);
+    EXPECT_EQ(text.asked(), Sizes{});
+    EXPECT_EQ(cu_String_appendStr(text, "x"), 0U);
+    EXPECT_EQ(cu_String_appendStr(text, ""), 0U);
+    EXPECT_EQ(cu_String_appendStr(text, "xy"), 0U);
+    EXPECT_EQ(text.asked(), (Sizes{256, 256, 258}));
+    EXPECT_EQ(text.get(), times(256) + "y");
+    // Assigning: exactly what is needed, where that is above the capacity.
+    EXPECT_EQ(cu_String_assignStr(text, times(257, 'a').c_str()), 0U);
+    EXPECT_EQ(text.asked(), Sizes{});
+    EXPECT_EQ(cu_String_assignStr(text, times(258, 'b').c_str()), 0U);
+    EXPECT_EQ(cu_String_assignStr(text, "short"), 0U);
+    EXPECT_EQ(text.asked(), Sizes{259});
+    EXPECT_EQ(text.get(), "short");
+    // Squeezing and growing.
+    EXPECT_EQ(cu_String_squeeze(text), 0U);
+    EXPECT_EQ(text.get(), "short");
+    EXPECT_EQ(cu_String_appendStr(text, "!"), 0U);
+    EXPECT_EQ(text.asked(), (Sizes{6, 7}));
+    EXPECT_EQ(cu_String_grow(text, 7), 0U);
+    EXPECT_EQ(text.asked(), Sizes{});
+    EXPECT_EQ(text.get(), "");
+    EXPECT_EQ(cu_String_appendStr(text, "12345"), 0U);
+    EXPECT_EQ(cu_String_grow(text, 8), 0U);
+    EXPECT_EQ(text.asked(), Sizes{8});
+    EXPECT_EQ(text.get(), "");
+    EXPECT_EQ(cu_String_appendStr(text, "123456"), 0U);
+    EXPECT_EQ(cu_String_clear(text), 0U);
+    EXPECT_EQ(cu_String_appendStr(text, "123456"), 0U);
+    EXPECT_EQ(text.asked(), Sizes{});
+}
+
+TEST(String, aLongTextIsClonedWholeAndRecordsOneByteTooFew)
+{
+    for (const auto& [length, held] : {std::pair{0U, 256U}, {255U, 256U}, {256U, 257U}, {300U, 301U}}) {
+        SCOPED_TRACE(length);
+        Text text(times(length).c_str());
+        EXPECT_EQ(text.get(), times(length));
+        EXPECT_EQ(text.allocator.requests().at(1), held);
+        const uint32_t capacity = std::max(length, 256U);
+        EXPECT_EQ(cu_String_format(text, "%s", times(capacity - 1, 'y').c_str()), 0U);
+        EXPECT_EQ(text.asked(), Sizes{});
+        EXPECT_FAILURE(cu_String_format(text, "%s", times(capacity, 'z').c_str()), cu_ERROR_COM_INVARIANT,
+                       "cu_String_vaFormat", file, "");
+        EXPECT_EQ(text.asked(), Sizes{capacity + 1});
+
+        cu_String* copy = nullptr;
+        ASSERT_EQ(cu_String_clone(&copy, text, nullptr), 0U);
+        EXPECT_EQ(cu_String_get(copy), times(capacity - 1, 'z'));
+        EXPECT_TRUE(equal(copy, text));
+        EXPECT_EQ(cu_String_delete(&copy), 0U);
+    }
+}
+
+TEST(String, formattingSucceedsWithinTheCapacityOnly)
+{
+    Text text;
+    const std::string part = times(300);
+    EXPECT_EQ(list(text, "%d|%s|%.1f", 7, "b", 0.5), 0U);
+    EXPECT_EQ(text.get(), "7|b|0.5");
+    EXPECT_FAILURE(list(text, "%d|%s|%.1f", 7, part.c_str(), 0.5), cu_ERROR_COM_INVARIANT, "cu_String_vaFormat", file,
+                   "");
+    EXPECT_EQ(text.get(), "7|" + part + "|0.");
+    EXPECT_EQ(text.asked(), Sizes{307});
+    // The recorded capacity is 306 now: 305 characters fit.
+    EXPECT_EQ(cu_String_format(text, "%s", times(305, 'y').c_str()), 0U);
+    EXPECT_EQ(text.get(), times(305, 'y'));
+    EXPECT_EQ(text.asked(), Sizes{});
+    EXPECT_NE(cu_String_format(text, "%s", times(306, 'z').c_str()), 0U);
+    EXPECT_EQ(support::trace().find("cu_String_format  -  "), 0U);
+    EXPECT_EQ(text.get(), times(305, 'z'));
+    EXPECT_EQ(text.asked(), Sizes{307});
+
+    const wchar_t unprintable[] = {0xD800, 0};
+    EXPECT_FAILURE(cu_String_format(text, "a%ls", unprintable), cu_ERROR_TRUNCATION_DETECTED, "cu_String_vaFormat",
+                   file, "vsnprintf failed with '-1'");
+    text.allocator.refuse(1);
+    EXPECT_FAILURE(cu_String_format(text, "%s", times(400, 'w').c_str()), cu_ERROR_COM_MALLOC_FAILED, "refusal", "test",
+                   "");
+    EXPECT_EQ(support::trace().find("cu_String_vaFormat  -  "), 0U);
+    EXPECT_EQ(text.get(), times(305, 'w'));
+}
+
+TEST(String, aStaleLengthLosesAndOverrunsNothing)
+{
+    Text text;
+    const Text same("hello");
+    EXPECT_EQ(cu_String_format(text, "hello"), 0U);
+    EXPECT_FALSE(equal(text, same)); // recorded lengths 0 and 5
+    EXPECT_EQ(cu_String_appendStr(text, " world"), 0U);
+    EXPECT_EQ(text.get(), "hello world");
+    EXPECT_EQ(cu_String_assign(text, same), 0U);
+    EXPECT_TRUE(equal(text, same));
+
+    // Too short a length: the buffer grows by the real need, the recorded capacity does not.
+    EXPECT_EQ(cu_String_grow(text, 300), 0U);
+    EXPECT_EQ(cu_String_format(text, "%s", times(290, 'a').c_str()), 0U);
+    text.asked();
+    EXPECT_EQ(cu_String_appendStr(text, times(200, 'b').c_str()), 0U);
+    EXPECT_EQ(text.get(), times(290, 'a') + times(200, 'b'));
+    EXPECT_EQ(text.asked(), Sizes{491});
+    cu_String* copy = nullptr;
+    ASSERT_EQ(cu_String_clone(&copy, text, text.allocator.get()), 0U);
+    EXPECT_EQ(text.asked().at(1), 491U);
+    EXPECT_EQ(cu_String_get(copy), text.get());
+    EXPECT_TRUE(equal(copy, text));
+    Text other;
+    EXPECT_EQ(cu_String_assign(other, copy), 0U);
+    EXPECT_EQ(other.get(), text.get());
+    EXPECT_EQ(cu_String_append(other, copy), 0U);
+    EXPECT_EQ(other.get(), text.get() + text.get());
+    EXPECT_EQ(cu_String_delete(&copy), 0U);
+    EXPECT_EQ(cu_String_squeeze(text), 0U);
+    EXPECT_EQ(text.asked(), Sizes{201});
+    EXPECT_EQ(text.get(), times(200, 'a'));
+
+    // Too long a length.
+    EXPECT_EQ(cu_String_assignStr(text, times(300, 'c').c_str()), 0U);
+    EXPECT_EQ(cu_String_format(text, "x"), 0U);
+    EXPECT_EQ(cu_String_appendStr(text, "y"), 0U);
+    EXPECT_EQ(text.get(), "xy");
+    ASSERT_EQ(cu_String_clone(&copy, text, nullptr), 0U);
+    EXPECT_TRUE(equal(copy, text));
+    EXPECT_EQ(cu_String_squeeze(copy), 0U);
+    EXPECT_STREQ(cu_String_get(copy), "xy");
+    EXPECT_EQ(cu_String_delete(&copy), 0U);
+}
+
+TEST(String, aRefusedReallocationIsNotToldButKeptInMind)
+{
+    Text text;
+    text.refused([&] { return cu_String_appendStr(text, times(300).c_str()); });
+    EXPECT_EQ(text.get(), times(255));
+    EXPECT_TRUE(equal(text, Text(times(255).c_str())));
+    EXPECT_EQ(cu_String_appendStr(text, "yz"), 0U); // the record has 301, the buffer has 256
+    EXPECT_EQ(text.get(), times(255) + "yz");
+    EXPECT_EQ(text.asked(), Sizes{258});
+
+    text.refused([&] { return cu_String_assignStr(text, times(400, 'a').c_str()); });
+    EXPECT_EQ(text.get(), times(257, 'a'));
+    EXPECT_EQ(cu_String_assignStr(text, times(400, 'b').c_str()), 0U);
+    EXPECT_EQ(text.get(), times(400, 'b'));
+
+    text.refused([&] { return cu_String_grow(text, 1000); });
+    EXPECT_EQ(text.get(), "");
+    text.asked();
+    // The capacity that is recorded is made true when a text needs it.
+    EXPECT_EQ(cu_String_format(text, "%s", times(999, 'c').c_str()), 0U);
+    EXPECT_EQ(text.get(), times(999, 'c'));
+    EXPECT_EQ(text.asked(), Sizes{1000});
+
+    EXPECT_EQ(cu_String_assignStr(text, "abc"), 0U);
+    text.refused([&] { return cu_String_squeeze(text); });
+    EXPECT_EQ(text.get(), "abc");
+    EXPECT_EQ(cu_String_appendStr(text, "d"), 0U);
+    EXPECT_EQ(text.asked(), Sizes{5});
+
+    text.refused([&] { return cu_String_grow(text, 1000); });
+    cu_String* copy = nullptr;
+    ASSERT_EQ(cu_String_clone(&copy, text, nullptr), 0U);
+    EXPECT_EQ(cu_String_format(copy, "%s", times(999).c_str()), 0U);
+    EXPECT_EQ(cu_String_delete(&copy), 0U);
+    text.allocator.refuse(1);
+    EXPECT_FAILURE(cu_String_format(text, "abcdefgh"), cu_ERROR_COM_MALLOC_FAILED, "refusal", "test", "");
+    EXPECT_EQ(text.get(), "abcd");
+}
+
+TEST(String, aStringMayTakeFromItself)
+{
+    Text text("abcdef");
+    EXPECT_EQ(cu_String_assign(text, text), 0U);
+    EXPECT_EQ(text.get(), "abcdef");
+    EXPECT_EQ(cu_String_squeeze(text), 0U); // from here on every append moves the buffer
+    EXPECT_EQ(cu_String_append(text, text), 0U);
+    EXPECT_EQ(text.get(), "abcdefabcdef");
+    EXPECT_EQ(cu_String_appendStr(text, cu_String_get(text) + 9), 0U);
+    EXPECT_EQ(text.get(), "abcdefabcdefdef");
+    EXPECT_EQ(cu_String_assignStr(text, cu_String_get(text) + 4), 0U);
+    EXPECT_EQ(text.get(), "efabcdefdef");
+    EXPECT_EQ(cu_String_appendStr(text, cu_String_get(text) + 11), 0U); // its NUL
+    EXPECT_EQ(text.get(), "efabcdefdef");
+    text.refused([&] { return cu_String_append(text, text); });
+    EXPECT_EQ(text.get().find("efabcdefdef"), 0U);
+
+    // The buffer shrinks under a text near its end.
+    Text formatted;
+    EXPECT_EQ(cu_String_format(formatted, "%s%s", times(150, 'a').c_str(), times(50, 'b').c_str()), 0U);
+    formatted.refused([&] { return cu_String_squeeze(formatted); });
+    EXPECT_EQ(cu_String_assignStr(formatted, cu_String_get(formatted) + 150), 0U);
+    EXPECT_EQ(formatted.asked(), Sizes{51});
+    EXPECT_EQ(formatted.get(), times(50, 'b'));
+}
+
+TEST(String, comparesCountsAndReplacesBytes)
+{
+    Text text("b\x80nana");
+    int32_t result = 0;
+    uint32_t count = 0;
+    bool same = true;
+    for (const auto& [other, sign] : {std::pair{"b\x80nana", 0}, {"b\x7Fnana", 1}, {"b\xFF", -1}, {"b", 1}}) {
+        EXPECT_EQ(cu_String_compareStr(text, other, &result), 0U);
+        EXPECT_EQ((result > 0) - (result < 0), sign) << other;
+        EXPECT_EQ(cu_String_compare(text, Text(other), &result), 0U);
+        EXPECT_EQ((result > 0) - (result < 0), sign) << other;
+        EXPECT_EQ(cu_String_equalsStr(text, other, &same), 0U);
+        EXPECT_EQ(same, sign == 0);
+        EXPECT_EQ(equal(text, Text(other)), sign == 0);
+    }
+    EXPECT_EQ(cu_String_count(text, 'a', &count), 0U);
+    EXPECT_EQ(count, 2U);
+    EXPECT_EQ(cu_String_count(text, 0x80, &count), 0U);
+    EXPECT_EQ(count, 1U);
+    EXPECT_EQ(cu_String_count(text, 0x100 + 'a', &count), 0U);
+    EXPECT_EQ(count, 0U);
+
+    EXPECT_EQ(cu_String_replace(text, 0x80, 'a'), 0U);
+    EXPECT_EQ(cu_String_replace(text, 0x100 + 'a', 'x'), 0U);
+    EXPECT_EQ(cu_String_replace(text, 0, 'x'), 0U);
+    EXPECT_EQ(text.get(), "banana");
+    EXPECT_EQ(cu_String_replace(text, 'n', 0xE4), 0U);
+    EXPECT_TRUE(equal(text, Text("ba\xE4"
+                                 "a\xE4"
+                                 "a")));
+    EXPECT_EQ(cu_String_replace(text, 0xE4, 0), 0U);
+    EXPECT_TRUE(equal(text, Text("ba")));
+    // After formatting, too, what is really there is replaced, and the end renews the length.
+    EXPECT_EQ(cu_String_format(text, "a,b,c"), 0U);
+    EXPECT_EQ(cu_String_replace(text, ',', ';'), 0U);
+    EXPECT_EQ(text.get(), "a;b;c");
+    EXPECT_EQ(cu_String_replace(text, 'c', 0), 0U);
+    EXPECT_TRUE(equal(text, Text("a;b;")));
+
+    char* copy = nullptr;
+    ASSERT_EQ(cu_String_createCString(text, &copy), 0U);
+    EXPECT_STREQ(copy, "a;b;");
+    cu_safeFreeImpl(copy);
+    cu_Error_clear(cu_getErrorLocation());
+    const support::Injection exhausted("strdup", ENOMEM);
+    EXPECT_EQ(cu_String_createCString(text, &copy), cu_ERROR_COM_MALLOC_FAILED);
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_EQ(cu_getErrorLocation()->errorID, 0U);
+}
+
+// Any mixture of calls, with requests refused here and there: the text is what it must be, or the part of it that fits.
+TEST(String, anyMixtureOfCallsKeepsTheText)
+{
+    std::mt19937 random(7);
+    for (int round = 0; round < 40; ++round) {
+        Text text;
+        std::string model;
+        for (int step = 0; step < 200; ++step) {
+            SCOPED_TRACE(std::to_string(round) + "." + std::to_string(step));
+            const bool refusing = round % 2 == 1 && random() % 3 == 0;
+            if (refusing)
+                text.allocator.refuse(1);
+            const std::string piece = times(random() % 300, static_cast<char>('a' + step % 26));
+            const std::size_t inside = random() % (model.size() + 1);
+            const bool own = random() % 4 == 0;
+            const char* source = own ? cu_String_get(text) + inside : piece.c_str();
+            const std::string added = source;
+            std::string exact = model;
+            cu_ErrorCode code = 0;
+            bool mayCut = refusing;
+            switch (random() % 6) {
+            case 0:
+            case 1:
+                code = cu_String_appendStr(text, source);
+                exact += added;
+                break;
+            case 2:
+                code = cu_String_assignStr(text, source);
+                exact = added;
+                break;
+            case 3:
+                code = cu_String_squeeze(text);
+                mayCut = true; // at the recorded length
+                break;
+            case 4:
+                code = cu_String_grow(text, static_cast<uint32_t>(1 + random() % 1000));
+                exact.clear();
+                break;
+            default: {
+                const cu_ErrorCode outcome = cu_String_format(text, "%s", piece.c_str());
+                exact = piece;
+                mayCut = outcome != 0;
+                if (outcome == cu_ERROR_COM_INVARIANT) {
+                    EXPECT_EQ(text.get().size() + 1, piece.size());
+                }
+            }
+            }
+            EXPECT_EQ(code, 0U);
+            model = text.get();
+            ASSERT_EQ(model, mayCut ? exact.substr(0, model.size()) : exact);
+            text.allocator.refuse(1000000);
+        }
+    }
+}
+
+} // namespace
