@@ -31,6 +31,7 @@ need clang-format clang-tidy shellcheck pkg-config doxygen graphviz
 check "format" format
 check "shell scripts" shellScripts
 check "public headers" scripts/check/headers.sh
+check "floors" scripts/check/floors.sh
 check "build" build release
 check "exported names" scripts/check/symbols.sh nm build/release/libkoCUtil.so
 check "shared object" scripts/check/sharedObject.sh readelf build/release/libkoCUtil.so
