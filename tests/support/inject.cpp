@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
@@ -87,6 +88,15 @@ const char* Injection::fired() const
 
 INTERCEPT_POINTER(calloc, (size_t count, size_t size), (count, size))
 INTERCEPT_POINTER(realloc, (void* block, size_t size), (block, size))
+
+// dlerror() resizes its text with the functions above; looking the real ones up in the middle of that would corrupt it.
+__attribute__((constructor)) static void findTheHeapEarly()
+{
+    void* volatile block = calloc(1, 1);
+    block = realloc(block, 2);
+    free(block);
+}
+
 INTERCEPT_AS(char*, strdup, (const char* text), (text), nullptr, noexcept)
 
 INTERCEPT_NOTHROW(sem_init, (sem_t * semaphore, int shared, unsigned value), (semaphore, shared, value))

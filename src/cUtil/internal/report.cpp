@@ -22,6 +22,15 @@ cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode, const char* func
     return code;
 }
 
+cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode, const Place& place, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    fillRecord(cu_getErrorLocation(), code, systemErrorCode, place.function, place.line, place.file, format, arguments);
+    va_end(arguments);
+    return code;
+}
+
 cu_ErrorCode passOn(cu_ErrorCode code, const char* function, uint32_t line, const char* file)
 {
     cu_Error_setStackTracePoint(cu_getErrorLocation(), function, line, file);

@@ -41,6 +41,13 @@ struct SourcePath {
                                               const char* function, uint32_t line, const char* file, const char* format,
                                               va_list arguments);
 
+/// The place of a failure for code that several exported functions share; they hand it down as `{CU_HERE}`.
+struct Place {
+    const char* function;
+    uint32_t line;
+    const char* file;
+};
+
 /// Reports cu_ERROR_COM_INVALID_ARGUMENT without a description and yields it.
 [[gnu::cold]] cu_ErrorCode reportInvalidArgument(const char* function, uint32_t line, const char* file);
 
@@ -48,6 +55,9 @@ struct SourcePath {
 [[gnu::cold, gnu::format(printf, 6, 7)]] cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode,
                                                              const char* function, uint32_t line, const char* file,
                                                              const char* format, ...);
+
+[[gnu::cold, gnu::format(printf, 4, 5)]] cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode,
+                                                             const Place& place, const char* format, ...);
 
 /// Appends a stack-trace point to the thread's record and yields the code.
 [[gnu::cold]] cu_ErrorCode passOn(cu_ErrorCode code, const char* function, uint32_t line, const char* file);
@@ -97,6 +107,13 @@ namespace
     do {                                                                                                               \
         if (const cu_ErrorCode failure = (call); failure != 0) [[unlikely]]                                            \
             return internal::passOn(failure, CU_HERE);                                                                 \
+    } while (false)
+
+/// CU_TRY in code that several exported functions share: the point names the one that was called.
+#define CU_TRY_AT(place, call)                                                                                         \
+    do {                                                                                                               \
+        if (const cu_ErrorCode failure = (call); failure != 0) [[unlikely]]                                            \
+            return internal::passOn(failure, (place).function, (place).line, (place).file);                            \
     } while (false)
 
 /// Calls a clean-up that cannot fail; if it does, the process ends.

@@ -1,0 +1,158 @@
+#include "support/sweep.h"
+
+#include <cUtil/sharedLibrary.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/sharedLibrary.linux";
+
+/// The path of a library that is there on every host: the one under test.
+std::string ownPath()
+{
+    Dl_info where = {};
+    dladdr(reinterpret_cast<const void*>(cu_SharedLibrary_new), &where);
+    return where.dli_fname;
+}
+
+TEST(SharedLibrary, loadsResolvesAndCloses)
+{
+    support::WatchfulAllocator allocator;
+    cu_SharedLibrary* library = nullptr;
+    std::string path = ownPath();
+    ASSERT_EQ(cu_SharedLibrary_new(&library, path.c_str(), allocator.get()), 0U);
+    const std::string given = path;
+    path.assign(path.size(), 'x');
+    const char* name = nullptr;
+    EXPECT_EQ(cu_SharedLibrary_getName(library, &name), 0U);
+    EXPECT_EQ(name, given);
+
+    void* address = nullptr;
+    EXPECT_EQ(cu_SharedLibrary_resolve(library, "cu_SharedLibrary_resolve", &address), 0U);
+    EXPECT_EQ(address, reinterpret_cast<void*>(cu_SharedLibrary_resolve));
+    EXPECT_FAILURE(cu_SharedLibrary_resolve(library, "no_such_symbol", &address), cu_ERROR_FAILED_TO_LOAD_SYMBOL,
+                   "cu_SharedLibrary_resolve", file, "");
+    EXPECT_EQ(address, reinterpret_cast<void*>(cu_SharedLibrary_resolve));
+
+    auto* const before = library;
+    {
+        const support::Injection stuck("dlclose", EBUSY);
+        EXPECT_FAILURE(cu_SharedLibrary_delete(&library), cu_ERROR_FAILED_TO_UNLOAD_LIBRARY, "cu_SharedLibrary_delete",
+                       file, "");
+    }
+    EXPECT_EQ(library, before);
+    EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
+    EXPECT_EQ(library, nullptr);
+}
+
+TEST(SharedLibrary, aNameWithoutAFileIsTriedWithPrefixAndSuffix)
+{
+    char folder[] = "/tmp/cuLibraryXXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    char before[4096];
+    ASSERT_NE(getcwd(before, sizeof(before)), nullptr);
+    ASSERT_EQ(chdir(folder), 0);
+    ASSERT_EQ(mkdir("libhere", 0700), 0);
+    ASSERT_EQ(symlink(ownPath().c_str(), "libhere/probe.so"), 0);
+
+    cu_SharedLibrary* library = nullptr;
+    EXPECT_EQ(cu_SharedLibrary_new(&library, "here/probe", nullptr), 0U);
+    const char* name = nullptr;
+    EXPECT_EQ(cu_SharedLibrary_getName(library, &name), 0U);
+    EXPECT_STREQ(name, "here/probe");
+    EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
+
+    unlink("libhere/probe.so");
+    rmdir("libhere");
+    ASSERT_EQ(chdir(before), 0);
+    rmdir(folder);
+}
+
+TEST(SharedLibrary, theBareNameOfTheMathematicsLibraryIsEnough)
+{
+    void* const direct = dlopen("libm.so", RTLD_NOW);
+    if (direct == nullptr)
+        GTEST_SKIP() << "no loadable libm.so here: " << dlerror();
+    cu_SharedLibrary* library = nullptr;
+    void* address = nullptr;
+    ASSERT_EQ(cu_SharedLibrary_new(&library, "m", nullptr), 0U);
+    EXPECT_EQ(cu_SharedLibrary_resolve(library, "cos", &address), 0U);
+    EXPECT_EQ(address, dlsym(direct, "cos"));
+    EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
+    dlclose(direct);
+}
+
+TEST(SharedLibrary, whatCannotBeLoadedIsToldInTheLoadersWords)
+{
+    support::WatchfulAllocator allocator;
+    cu_SharedLibrary* library = nullptr;
+    EXPECT_FAILURE(cu_SharedLibrary_new(&library, "noSuchThing", allocator.get()), cu_ERROR_FAILED_TO_LOAD_LIBRARY,
+                   "cu_SharedLibrary_new", file,
+                   "Error: libnoSuchThing.so: cannot open shared object file: No such file or directory");
+    EXPECT_EQ(library, nullptr);
+    // 1017 characters are the longest name that takes prefix and suffix in 1023.
+    for (const std::size_t length : {1017U, 1018U, 5000U}) {
+        const std::string name(length, 'x');
+        EXPECT_EQ(cu_SharedLibrary_new(&library, name.c_str(), allocator.get()),
+                  static_cast<cu_ErrorCode>(cu_ERROR_FAILED_TO_LOAD_LIBRARY));
+        EXPECT_EQ(std::string(ku_getErrorMessage()).find(length == 1017 ? "Error: libxxx" : "Error: xxx"), 0U);
+        EXPECT_EQ(library, nullptr);
+    }
+}
+
+TEST(SharedLibrary, badArgumentsAreRefused)
+{
+    cu_SharedLibrary* none = nullptr;
+    cu_SharedLibrary* library = nullptr;
+    const std::string path = ownPath();
+    ASSERT_EQ(cu_SharedLibrary_new(&library, path.c_str(), nullptr), 0U);
+    EXPECT_REFUSED(cu_SharedLibrary_new(nullptr, "m", nullptr), "cu_SharedLibrary_new", file);
+    EXPECT_REFUSED(cu_SharedLibrary_new(&library, "m", nullptr), "cu_SharedLibrary_new", file);
+    EXPECT_REFUSED(cu_SharedLibrary_new(&none, nullptr, nullptr), "cu_SharedLibrary_new", file);
+    EXPECT_REFUSED(cu_SharedLibrary_new(&none, "", nullptr), "cu_SharedLibrary_new", file);
+    EXPECT_REFUSED(cu_SharedLibrary_delete(nullptr), "cu_SharedLibrary_delete", file);
+    EXPECT_REFUSED(cu_SharedLibrary_delete(&none), "cu_SharedLibrary_delete", file);
+    void* address = nullptr;
+    EXPECT_REFUSED(cu_SharedLibrary_resolve(nullptr, "x", &address), "cu_SharedLibrary_resolve", file);
+    EXPECT_REFUSED(cu_SharedLibrary_resolve(library, nullptr, &address), "cu_SharedLibrary_resolve", file);
+    EXPECT_REFUSED(cu_SharedLibrary_resolve(library, "x", nullptr), "cu_SharedLibrary_resolve", file);
+    const char* name = nullptr;
+    EXPECT_REFUSED(cu_SharedLibrary_getName(nullptr, &name), "cu_SharedLibrary_getName", file);
+    EXPECT_REFUSED(cu_SharedLibrary_getName(library, nullptr), "cu_SharedLibrary_getName", file);
+    EXPECT_REFUSED(cu_SharedLibrary_createFileName(nullptr, "m"), "cu_SharedLibrary_createFileName", file);
+    EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
+}
+
+TEST(SharedLibrary, everyFailingStepLeavesNothingBehind)
+{
+    const std::string path = ownPath();
+    support::sweep<cu_SharedLibrary>(
+        "cu_SharedLibrary_new",
+        [&](cu_SharedLibrary** library, cu_allocator* allocator) {
+            return cu_SharedLibrary_new(library, path.c_str(), allocator);
+        },
+        cu_SharedLibrary_delete);
+}
+
+TEST(SharedLibrary, fileNamesAreFormattedIntoAnExistingString)
+{
+    cu_String* string = nullptr;
+    ASSERT_EQ(cu_String_new(&string, nullptr), 0U);
+    EXPECT_REFUSED(cu_SharedLibrary_createFileName(string, nullptr), "cu_SharedLibrary_createFileName", file);
+    EXPECT_EQ(cu_SharedLibrary_createFileName(string, "m"), 0U);
+    EXPECT_STREQ(cu_String_get(string), "libm.so");
+    EXPECT_EQ(cu_SharedLibrary_createFileName(string, std::string(1000, 'x').c_str()),
+              static_cast<cu_ErrorCode>(cu_ERROR_COM_INVARIANT));
+    EXPECT_NE(support::trace().find("cu_SharedLibrary_createFileName  -  "), std::string::npos);
+    EXPECT_EQ(cu_String_delete(&string), 0U);
+}
+
+} // namespace
