@@ -117,7 +117,7 @@ CU_EXPORT cu_ErrorCode cu_getClockPrecision(cu_TimeValue* time, int32_t clockId)
  *
  * @param interval  how long; normalised and not below zero
  * @param clockId   the clock that measures the interval
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SLEEP_FAILED with `errno` as it stands, which need not be the cause
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SLEEP_FAILED with `errno` as it stands, not always the cause
  *
  * Blocks.
  */
@@ -128,7 +128,7 @@ CU_EXPORT cu_ErrorCode cu_sleepRelative(const cu_TimeValue* interval, int32_t cl
  *
  * @param time     the point; normalised and not below zero
  * @param clockId  the clock that the point lies on
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SLEEP_FAILED with `errno` as it stands, which need not be the cause
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SLEEP_FAILED with `errno` as it stands, not always the cause
  *
  * Blocks.
  */
