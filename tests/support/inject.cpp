@@ -27,6 +27,8 @@ struct Plan {
 };
 
 thread_local Plan plan;
+thread_local bool clocksStandStill = false;
+thread_local timespec clockReading;
 
 bool comesFromLibrary(const void* caller)
 {
@@ -70,6 +72,17 @@ const char* Injection::fired() const
     return plan.fired;
 }
 
+ClockReading::~ClockReading()
+{
+    clocksStandStill = false;
+}
+
+void ClockReading::set(timespec reading)
+{
+    clockReading = reading;
+    clocksStandStill = true;
+}
+
 } // namespace support
 
 // NAME(parameters) calls the system's NAME, unless it is to fail.
@@ -85,6 +98,19 @@ const char* Injection::fired() const
 #define INTERCEPT_CODE(name, parameters, arguments) INTERCEPT_AS(int, name, parameters, arguments, errno, noexcept)
 #define INTERCEPT_POINTER(name, parameters, arguments)                                                                 \
     INTERCEPT_AS(void*, name, parameters, arguments, nullptr, noexcept)
+#define INTERCEPT_CLOCK(name)                                                                                          \
+    extern "C" __attribute__((visibility("default"))) int name(clockid_t clock, timespec* time) noexcept               \
+    {                                                                                                                  \
+        using Function = int (*)(clockid_t, timespec*);                                                                \
+        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                                  \
+        const void* caller = __builtin_return_address(0);                                                              \
+        if (mustFail(#name, caller))                                                                                   \
+            return -1;                                                                                                 \
+        if (!clocksStandStill || !comesFromLibrary(caller))                                                            \
+            return real(clock, time);                                                                                  \
+        *time = clockReading;                                                                                          \
+        return 0;                                                                                                      \
+    }
 
 INTERCEPT_POINTER(calloc, (size_t count, size_t size), (count, size))
 INTERCEPT_POINTER(realloc, (void* block, size_t size), (block, size))
@@ -118,8 +144,8 @@ INTERCEPT(close, (int file), (file))
 INTERCEPT_NOTHROW(unlink, (const char* path), (path))
 INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
 
-INTERCEPT_NOTHROW(clock_gettime, (clockid_t clock, timespec* time), (clock, time))
-INTERCEPT_NOTHROW(clock_getres, (clockid_t clock, timespec* time), (clock, time))
+INTERCEPT_CLOCK(clock_gettime)
+INTERCEPT_CLOCK(clock_getres)
 INTERCEPT_AS(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* time, timespec* rest),
              (clock, flags, time, rest), errno)
 INTERCEPT_AS(clock_t, clock, (), (), -1, noexcept)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 
 namespace support
 {
@@ -20,6 +21,18 @@ public:
 
     /// The function that was made to fail, or null as long as none was.
     const char* fired() const;
+};
+
+/// While it lives, the library reads this from every clock in this thread, as the time and as the resolution.
+class ClockReading
+{
+public:
+    explicit ClockReading(timespec reading) { set(reading); }
+    ~ClockReading();
+    ClockReading(const ClockReading&) = delete;
+    ClockReading& operator=(const ClockReading&) = delete;
+
+    void set(timespec reading);
 };
 
 } // namespace support

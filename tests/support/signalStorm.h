@@ -11,11 +11,16 @@ namespace support
 {
 
 /// Sends a caught signal to the constructing thread every 100 µs, without restarting what it interrupts, until the end
-/// of the scope.
+/// of the scope or for as long as it is told.
 class SignalStorm
 {
 public:
-    SignalStorm() : sender_([this, target = pthread_self()] { hail(target); }) {}
+    using Time = std::chrono::steady_clock::time_point;
+
+    explicit SignalStorm(std::chrono::milliseconds duration = std::chrono::hours(24))
+        : sender_([this, target = pthread_self(), end = now() + duration] { hail(target, end); })
+    {
+    }
     SignalStorm(const SignalStorm&) = delete;
     SignalStorm& operator=(const SignalStorm&) = delete;
 
@@ -27,19 +32,34 @@ public:
     }
 
     static unsigned delivered() { return count().load(); }
+    static Time lastDelivered() { return last().load(); }
 
 private:
+    static Time now() { return std::chrono::steady_clock::now(); }
+
+    static std::atomic<Time>& last()
+    {
+        static std::atomic<Time> value;
+        static_assert(std::atomic<Time>::is_always_lock_free);
+        return value;
+    }
+
     static std::atomic<unsigned>& count()
     {
         static std::atomic<unsigned> value;
         return value;
     }
 
-    static void take(int) { ++count(); }
+    static void take(int)
+    {
+        last() = now();
+        ++count();
+    }
 
     static struct sigaction install()
     {
         count() = 0;
+        last() = now();
         struct sigaction action = {};
         struct sigaction before = {};
         action.sa_handler = take;
@@ -47,9 +67,9 @@ private:
         return before;
     }
 
-    void hail(pthread_t target)
+    void hail(pthread_t target, Time end)
     {
-        while (!over_) {
+        while (!over_ && now() < end) {
             pthread_kill(target, SIGUSR1);
             std::this_thread::sleep_for(std::chrono::microseconds(100));
         }

@@ -1,0 +1,221 @@
+#include "support/inject.h"
+#include "support/record.h"
+#include "support/signalStorm.h"
+
+#include <cUtil/time/time.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <limits>
+#include <ostream>
+
+// For a 32-bit time_t on the one hand, a 64-bit one on the other.
+#define BY_WORD_SIZE(narrow, wide) (sizeof(time_t) == 4 ? (narrow) : static_cast<time_t>(wide))
+
+bool operator==(const timespec& a, const timespec& b)
+{
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+void PrintTo(const timespec& time, std::ostream* out)
+{
+    *out << time.tv_sec << " s " << time.tv_nsec << " ns";
+}
+
+namespace
+{
+
+using NanoSeconds = decltype(timespec::tv_nsec);
+constexpr time_t lastSecond = std::numeric_limits<time_t>::max();
+constexpr time_t firstSecond = std::numeric_limits<time_t>::min();
+constexpr NanoSeconds most = std::numeric_limits<NanoSeconds>::max();
+constexpr NanoSeconds least = std::numeric_limits<NanoSeconds>::min();
+constexpr char file[] = "src/cUtil/time/time";
+constexpr char systemFile[] = "src/cUtil/time/time.linux";
+constexpr int32_t noClock = 12345;
+constexpr cu_TimeValue marked = {-7, 77};
+
+TEST(TimeValue, theUnitsAreExportedObjects)
+{
+    EXPECT_EQ(cu_NSEC_PER_SEC, 1000000000U);
+    EXPECT_EQ(cu_USEC_PER_SEC, 1000000U);
+    EXPECT_EQ(cu_MSEC_PER_SEC, 1000U);
+    EXPECT_EQ(cu_NSEC_PER_MSEC, 1000000U);
+    EXPECT_EQ(cu_NSEC_PER_USEC, 1000U);
+    EXPECT_EQ(cu_USEC_PER_MSEC, 1000U);
+}
+
+TEST(TimeValue, anyCountOfNanosecondsIsNormalised)
+{
+    const struct {
+        cu_TimeValue given;
+        cu_TimeValue expected;
+    } cases[] = {
+        {{5, -1}, {4, 999999999}},
+        {{0, 2000000000}, {2, 0}},
+        {{0, 999999999}, {0, 999999999}},
+        {{-1, -1000000000}, {-2, 0}},
+        {{-1, -1000000001}, {-3, 999999999}},
+        {{-5, 0}, {-5, 0}},
+        {{0, most}, {BY_WORD_SIZE(2, 9223372036), BY_WORD_SIZE(147483647, 854775807)}},
+        {{0, least}, {BY_WORD_SIZE(-3, -9223372037), BY_WORD_SIZE(852516352, 145224192)}},
+        {{lastSecond, 1000000000}, {firstSecond, 0}},
+        {{firstSecond, -1}, {lastSecond, 999999999}},
+    };
+    for (const auto& [given, expected] : cases) {
+        cu_TimeValue time = given;
+        EXPECT_EQ(cu_normalize(&time), 0U);
+        EXPECT_EQ(time, expected) << "from " << testing::PrintToString(given);
+    }
+    if constexpr (sizeof(NanoSeconds) == 8) {
+        cu_TimeValue time = {0, static_cast<NanoSeconds>(2500000000)};
+        EXPECT_EQ(cu_normalize(&time), 0U);
+        EXPECT_EQ(time, (cu_TimeValue{2, 500000000}));
+    }
+}
+
+TEST(TimeValue, amountsOfEveryUnitAreAdded)
+{
+    constexpr uint32_t all = 0xFFFFFFFF;
+    const struct {
+        cu_ErrorCode (*add)(cu_TimeValue*, uint32_t);
+        cu_TimeValue given;
+        uint32_t amount;
+        cu_TimeValue expected;
+    } cases[] = {
+        {cu_addSeconds, {1, -1}, 2, {3, -1}},
+        {cu_addSeconds, {1, 2000000000}, 0, {1, 2000000000}},
+        {cu_addSeconds, {1, 5}, all, {BY_WORD_SIZE(0, 4294967296), 5}},
+        {cu_addSeconds, {lastSecond, 5}, 1, {firstSecond, 5}},
+        {cu_addMilliSeconds, {0, 600000000}, 1500, {2, 100000000}},
+        {cu_addMilliSeconds, {-2, 500000000}, 500, {-1, 0}},
+        {cu_addMilliSeconds, {0, 0}, all, {4294967, 295000000}},
+        {cu_addMilliSeconds, {lastSecond, 999000000}, 1, {firstSecond, 0}},
+        {cu_addMilliSeconds, {0, 2000000000}, 999, {2, 999000000}},
+        {cu_addMicroSeconds, {0, 999999000}, 1, {1, 0}},
+        {cu_addMicroSeconds, {0, 999}, all, {4294, 967295999}},
+        {cu_addMicroSeconds, {0, -1}, 0, {-1, 999999999}},
+        {cu_addNanoSeconds, {0, 705032705}, all, {5, 0}},
+        {cu_addNanoSeconds, {0, most}, all, {BY_WORD_SIZE(6, 9223372041), BY_WORD_SIZE(442450942, 149743102)}},
+        {cu_addNanoSeconds, {0, least}, 1, {BY_WORD_SIZE(-3, -9223372037), BY_WORD_SIZE(852516353, 145224193)}},
+    };
+    for (const auto& [add, given, amount, expected] : cases) {
+        cu_TimeValue time = given;
+        EXPECT_EQ(add(&time, amount), 0U);
+        EXPECT_EQ(time, expected) << "from " << testing::PrintToString(given) << " and " << amount;
+    }
+}
+
+TEST(TimeValue, timeOutsStartFromTheClockAndKeepTheirValueWhenItFails)
+{
+    const struct {
+        cu_ErrorCode (*make)(cu_TimeValue*, uint32_t, int32_t);
+        const char* name;
+        cu_TimeValue expected;
+    } cases[] = {
+        {cu_makeTimeoutSecond, "cu_makeTimeoutSecond", {2599, 999999999}},
+        {cu_makeTimeoutMilliSecond, "cu_makeTimeoutMilliSecond", {103, 498999999}},
+        {cu_makeTimeoutMicroSecond, "cu_makeTimeoutMicroSecond", {101, 2498999}},
+        {cu_makeTimeoutNanoSecond, "cu_makeTimeoutNanoSecond", {101, 2498}},
+    };
+    for (const auto& [make, name, expected] : cases) {
+        cu_TimeValue time = marked;
+        EXPECT_REFUSED(make(nullptr, 1, CLOCK_MONOTONIC), name, file);
+        EXPECT_SYSTEM_FAILURE(make(&time, 1, noClock), cu_ERROR_TIME_GET_FAILED, EINVAL, "cu_getTime", systemFile,
+                              "errno[22]='Invalid argument'");
+        EXPECT_EQ(support::trace().find(std::string(name) + "  -  " + file + ":"), 0U);
+        EXPECT_EQ(time, marked);
+        const support::ClockReading now({100, 999999999});
+        EXPECT_EQ(make(&time, 2499, CLOCK_MONOTONIC), 0U);
+        EXPECT_EQ(time, expected) << name;
+    }
+}
+
+TEST(TimeValue, missingOnesAreRefused)
+{
+    EXPECT_REFUSED(cu_normalize(nullptr), "cu_normalize", file);
+    EXPECT_REFUSED(cu_addSeconds(nullptr, 1), "cu_addSeconds", file);
+    EXPECT_REFUSED(cu_addMilliSeconds(nullptr, 1), "cu_addMilliSeconds", file);
+    EXPECT_REFUSED(cu_addMicroSeconds(nullptr, 1), "cu_addMicroSeconds", file);
+    EXPECT_REFUSED(cu_addNanoSeconds(nullptr, 1), "cu_addNanoSeconds", file);
+    EXPECT_REFUSED(cu_getTime(nullptr, 0), "cu_getTime", systemFile);
+    EXPECT_REFUSED(cu_getClockPrecision(nullptr, 0), "cu_getClockPrecision", systemFile);
+    EXPECT_REFUSED(cu_sleepRelative(nullptr, 0), "cu_sleepRelative", systemFile);
+    EXPECT_REFUSED(cu_sleepAbsolute(nullptr, 0), "cu_sleepAbsolute", systemFile);
+}
+
+TEST(SystemClock, isTheOneThatIsAskedFor)
+{
+    for (const int32_t clockId : {0, 1}) {
+        timespec before = {};
+        cu_TimeValue time = {};
+        timespec after = {};
+        clock_gettime(clockId, &before);
+        EXPECT_EQ(cu_getTime(&time, clockId), 0U);
+        clock_gettime(clockId, &after);
+        EXPECT_GE(time.tv_sec, before.tv_sec);
+        EXPECT_LE(time.tv_sec, after.tv_sec);
+    }
+}
+
+TEST(SystemClock, aResolutionOfASecondOrMoreIsGivenAsZero)
+{
+    cu_TimeValue time = marked;
+    EXPECT_SYSTEM_FAILURE(cu_getClockPrecision(&time, noClock), cu_ERROR_TIME_GET_FAILED, EINVAL,
+                          "cu_getClockPrecision", systemFile, "errno[22]='Invalid argument'");
+    EXPECT_EQ(time, marked);
+    EXPECT_EQ(cu_getClockPrecision(&time, CLOCK_MONOTONIC), 0U);
+    EXPECT_EQ(time.tv_sec, 0);
+    EXPECT_GT(time.tv_nsec, 0);
+    support::ClockReading resolution({0, 4000000});
+    EXPECT_EQ(cu_getClockPrecision(&time, 0), 0U);
+    EXPECT_EQ(time, (cu_TimeValue{0, 4000000}));
+    for (const cu_TimeValue coarse : {cu_TimeValue{1, 0}, cu_TimeValue{2, 5}}) {
+        resolution.set(coarse);
+        EXPECT_EQ(cu_getClockPrecision(&time, 0), 0U);
+        EXPECT_EQ(time, (cu_TimeValue{0, 0}));
+    }
+}
+
+TEST(Sleep, aFailureReportsErrnoAsItStandsAndNotItsCause)
+{
+    constexpr cu_TimeValue improper = {0, 1000000000};
+    constexpr cu_TimeValue none = {0, 0};
+    for (const int left : {0, EIO}) {
+        const std::string text = "errno[" + std::to_string(left) + "]='" + strerror(left) + "'";
+        EXPECT_SYSTEM_FAILURE((errno = left, cu_sleepRelative(&improper, 1)), cu_ERROR_SLEEP_FAILED, left,
+                              "cu_sleepRelative", systemFile, text);
+        EXPECT_SYSTEM_FAILURE((errno = left, cu_sleepAbsolute(&improper, 1)), cu_ERROR_SLEEP_FAILED, left,
+                              "cu_sleepAbsolute", systemFile, text);
+        EXPECT_SYSTEM_FAILURE((errno = left, cu_sleepRelative(&none, noClock)), cu_ERROR_SLEEP_FAILED, left,
+                              "cu_sleepRelative", systemFile, text);
+    }
+}
+
+TEST(Sleep, anInterruptedIntervalStartsAfresh)
+{
+    using namespace std::chrono_literals;
+    constexpr cu_TimeValue interval = {0, 60000000};
+    const support::SignalStorm storm(40ms);
+    ASSERT_EQ(cu_sleepRelative(&interval, CLOCK_MONOTONIC), 0U);
+    const auto end = std::chrono::steady_clock::now();
+    EXPECT_GT(storm.delivered(), 0U);
+    EXPECT_GE(end - storm.lastDelivered(), 60ms);
+}
+
+TEST(Sleep, aPointInTimeIsReachedThroughAnEndlessStorm)
+{
+    const support::SignalStorm storm;
+    cu_TimeValue point = {};
+    ASSERT_EQ(cu_makeTimeoutMilliSecond(&point, 40, CLOCK_MONOTONIC), 0U);
+    ASSERT_EQ(cu_sleepAbsolute(&point, CLOCK_MONOTONIC), 0U);
+    cu_TimeValue now = {};
+    ASSERT_EQ(cu_getTime(&now, CLOCK_MONOTONIC), 0U);
+    EXPECT_GT(storm.delivered(), 0U);
+    EXPECT_TRUE(now.tv_sec > point.tv_sec || (now.tv_sec == point.tv_sec && now.tv_nsec >= point.tv_nsec));
+    const cu_TimeValue passed = {1, 0};
+    EXPECT_EQ(cu_sleepAbsolute(&passed, CLOCK_REALTIME), 0U);
+}
+
+} // namespace
