@@ -32,17 +32,10 @@ public:
     }
 
     static unsigned delivered() { return count().load(); }
-    static Time lastDelivered() { return last().load(); }
+    Time lastSent() const { return last_.load(); }
 
 private:
     static Time now() { return std::chrono::steady_clock::now(); }
-
-    static std::atomic<Time>& last()
-    {
-        static std::atomic<Time> value;
-        static_assert(std::atomic<Time>::is_always_lock_free);
-        return value;
-    }
 
     static std::atomic<unsigned>& count()
     {
@@ -50,16 +43,11 @@ private:
         return value;
     }
 
-    static void take(int)
-    {
-        last() = now();
-        ++count();
-    }
+    static void take(int) { ++count(); }
 
     static struct sigaction install()
     {
         count() = 0;
-        last() = now();
         struct sigaction action = {};
         struct sigaction before = {};
         action.sa_handler = take;
@@ -70,6 +58,7 @@ private:
     void hail(pthread_t target, Time end)
     {
         while (!over_ && now() < end) {
+            last_ = now();
             pthread_kill(target, SIGUSR1);
             std::this_thread::sleep_for(std::chrono::microseconds(100));
         }
@@ -77,6 +66,7 @@ private:
 
     struct sigaction before_ = install();
     std::atomic<bool> over_{false};
+    std::atomic<Time> last_{now()};
     std::thread sender_;
 };
 
