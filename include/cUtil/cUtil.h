@@ -8,7 +8,16 @@
 #include <cUtil/errorCodes.h>
 #include <cUtil/errorInfo.h>
 #include <cUtil/mallocAllocator.h>
+#include <cUtil/sharedLibrary.h>
+#include <cUtil/system/group.h>
+#include <cUtil/system/user.h>
+#include <cUtil/time/calendar.h>
+#include <cUtil/time/clock.h>
+#include <cUtil/time/dateTime.h>
+#include <cUtil/time/executionTime.h>
+#include <cUtil/time/processorTime.h>
 #include <cUtil/time/time.h>
+#include <cUtil/time/timer.h>
 #include <cUtil/tools/hexDump.h>
 #include <cUtil/tools/safeMalloc.h>
 #include <cUtil/tools/safeStringOps.h>
