@@ -102,6 +102,10 @@ namespace
 /// Reports a failure and yields its code: `return CU_REPORT(code, errno, "text %u", value);`, nullptr for no text.
 #define CU_REPORT(code, systemErrorCode, ...) internal::report(code, systemErrorCode, CU_HERE, __VA_ARGS__)
 
+/// The same with the text "errno[%d]='%s'" of a system error.
+#define CU_REPORT_ERRNO(code, error)                                                                                   \
+    CU_REPORT(code, error, "errno[%d]='%s'", error, internal::SystemErrorText(error).get())
+
 /// Calls what returns a code; a failure is passed on with a stack-trace point.
 #define CU_TRY(call)                                                                                                   \
     do {                                                                                                               \

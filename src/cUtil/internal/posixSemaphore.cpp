@@ -1,0 +1,50 @@
+#include "internal/posixSemaphore.h"
+
+#include "internal/spin.h"
+
+#include <cerrno>
+
+namespace
+{
+
+// Calls what sets errno until no signal interrupts it.
+template <typename Call>
+int untilNotInterrupted(Call call)
+{
+    while (call() != 0)
+        if (errno != EINTR)
+            return errno;
+    return 0;
+}
+
+} // namespace
+
+int cu::internal::waitForSemaphore(sem_t* semaphore)
+{
+    if (sem_trywait(semaphore) == 0 || spinUntil([=] { return sem_trywait(semaphore) == 0; }))
+        return 0;
+    return untilNotInterrupted([=] { return sem_wait(semaphore); });
+}
+
+int cu::internal::tryTakeSemaphore(sem_t* semaphore, bool* taken)
+{
+    const int error = untilNotInterrupted([=] { return sem_trywait(semaphore); });
+    *taken = error == 0;
+    return error == EAGAIN ? 0 : error;
+}
+
+int cu::internal::waitForSemaphoreUntil(sem_t* semaphore, const timespec* deadline, bool* taken)
+{
+    const auto take = [=] { return sem_trywait(semaphore) == 0; };
+    *taken = take() || (isBeyondSpin(*deadline) && spinUntil(take));
+    if (*taken)
+        return 0;
+    const int error = untilNotInterrupted([=] { return sem_timedwait(semaphore, deadline); });
+    *taken = error == 0;
+    return error == ETIMEDOUT ? 0 : error;
+}
+
+int cu::internal::postSemaphore(sem_t* semaphore)
+{
+    return untilNotInterrupted([=] { return sem_post(semaphore); });
+}
