@@ -186,7 +186,7 @@ TEST(Fifo, aFullOrEmptyQueueSaysSoAndARollbackChangesNothing)
     ASSERT_EQ(cu_Fifo_timedPut(block.get(), &entry, &past), 0U);
     static_cast<Entry*>(entry)->number = 7;
     EXPECT_EQ(cu_Fifo_putCommit(block.get()), 0U);
-    for (const auto put : {cu_Fifo_tryPut, +[](void* b, void** e) {
+    for (const auto put : {cu_Fifo_tryPut, +[](void*b, void**e) {
                                const cu_TimeValue passed = {1, 0};
                                return cu_Fifo_timedPut(b, e, &passed);
                            }}) {

@@ -90,8 +90,8 @@ CU_EXPORT cu_ErrorCode cu_Fifo_getLengthInfos(void* block, uint32_t* capacity, i
  */
 CU_EXPORT cu_ErrorCode cu_Fifo_get(void* block, void** entry);
 
-/** cu_Fifo_get() that does not wait for an entry: null in @p entry says that there is none, which is no error. The end of
- *  another transaction is waited for without limit. */
+/** cu_Fifo_get() that does not wait for an entry: null in @p entry says that there is none, which is no error. The end
+ * of another transaction is waited for without limit. */
 CU_EXPORT cu_ErrorCode cu_Fifo_tryGet(void* block, void** entry);
 
 /** cu_Fifo_get() that waits for an entry until a deadline: null in @p entry says that it passed, which is no error. The

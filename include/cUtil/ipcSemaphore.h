@@ -1,9 +1,9 @@
 /** @file
  *  Bare semaphores between processes, for layouts in shared memory: the caller's `sem_t` is the semaphore.
  *
- *  They start with a count of 1, so that each is a lock at first. A wait is never ended by a signal; before it sleeps it
- *  looks for about a microsecond whether the semaphore comes free, if more than one processor is online. Any thread of
- *  any process that maps the memory may call them. A process that ends while it holds one does not give it back.
+ *  They start with a count of 1, so that each is a lock at first. A wait is never ended by a signal; before it sleeps
+ * it looks for about a microsecond whether the semaphore comes free, if more than one processor is online. Any thread
+ * of any process that maps the memory may call them. A process that ends while it holds one does not give it back.
  */
 #ifndef CUTIL_IPC_SEMAPHORE_H
 #define CUTIL_IPC_SEMAPHORE_H

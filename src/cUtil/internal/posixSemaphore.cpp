@@ -21,9 +21,16 @@ int untilNotInterrupted(Call call)
 
 int cu::internal::waitForSemaphore(sem_t* semaphore)
 {
-    if (sem_trywait(semaphore) == 0 || spinUntil([=] { return sem_trywait(semaphore) == 0; }))
+    const auto take = [=] { return sem_trywait(semaphore) == 0; };
+    if (take())
         return 0;
-    return untilNotInterrupted([=] { return sem_wait(semaphore); });
+    Spin spin;
+    if (spin.spinUntil(take))
+        return 0;
+    spin.asleep();
+    const int error = untilNotInterrupted([=] { return sem_wait(semaphore); });
+    spin.awake();
+    return error;
 }
 
 int cu::internal::tryTakeSemaphore(sem_t* semaphore, bool* taken)
@@ -36,10 +43,16 @@ int cu::internal::tryTakeSemaphore(sem_t* semaphore, bool* taken)
 int cu::internal::waitForSemaphoreUntil(sem_t* semaphore, const timespec* deadline, bool* taken)
 {
     const auto take = [=] { return sem_trywait(semaphore) == 0; };
-    *taken = take() || (isBeyondSpin(*deadline) && spinUntil(take));
+    *taken = take();
     if (*taken)
         return 0;
+    Spin spin(*deadline);
+    *taken = spin.spinUntil(take);
+    if (*taken)
+        return 0;
+    spin.asleep();
     const int error = untilNotInterrupted([=] { return sem_timedwait(semaphore, deadline); });
+    spin.awake();
     *taken = error == 0;
     return error == ETIMEDOUT ? 0 : error;
 }

@@ -7,64 +7,106 @@
 namespace
 {
 
+constexpr int64_t shortSpin = 1'000; // nanoseconds, like the next two
+constexpr int64_t longSpin = 50'000;
+constexpr int64_t second = 1'000'000'000;
+
 constexpr uint32_t unknown = UINT32_MAX;
-constexpr uint32_t mostLooks = 4096;
-constexpr int64_t nanoSecondsPerSecond = 1'000'000'000;
 
-// Looks within spinNanoSeconds. Threads that find it out at the same time find much the same.
-constinit std::atomic<uint32_t> fullBudget{unknown};
+// Turns within a short spin; threads that find it out at the same time find much the same.
+constinit std::atomic<uint32_t> shortBudget{unknown};
 
-// How many eighths of the full budget this thread uses.
-constexpr uint32_t fullShare = 8;
-[[gnu::tls_model("initial-exec")]] constinit thread_local uint32_t share = fullShare;
+// How often a kind of spin that was in vain is left out.
+struct Reluctance {
+    uint8_t most;
+    uint8_t leftOut = 0;
+    uint8_t stillToLeaveOut = 0;
+
+    bool lets()
+    {
+        if (stillToLeaveOut == 0)
+            return true;
+        --stillToLeaveOut;
+        return false;
+    }
+
+    void note(bool inVain)
+    {
+        leftOut = inVain ? std::min<uint8_t>(static_cast<uint8_t>(2 * leftOut + 1), most) : 0;
+        stillToLeaveOut = leftOut;
+    }
+};
+
+struct History {
+    Reluctance shortSpins{15};
+    Reluctance longSpins{127};
+    bool sleptBriefly = false;
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local History history;
 
 int64_t nanoSecondsOf(clockid_t clock)
 {
     timespec now = {};
     clock_gettime(clock, &now);
-    return int64_t{now.tv_sec} * nanoSecondsPerSecond + now.tv_nsec;
+    return int64_t{now.tv_sec} * second + now.tv_nsec;
 }
 
-uint32_t measureBudget()
+uint32_t measureShortBudget()
 {
     if (sysconf(_SC_NPROCESSORS_ONLN) < 2)
         return 0;
     // The shortest of several runs: an interrupted one tells nothing.
     constexpr int runs = 5;
-    constexpr uint32_t looks = 32;
+    constexpr uint32_t turns = 32;
+    constexpr int64_t mostTurns = 4096;
     int64_t shortest = INT64_MAX;
     for (int run = 0; run < runs; ++run) {
         const int64_t start = nanoSecondsOf(CLOCK_MONOTONIC);
-        for (uint32_t look = 0; look < looks; ++look)
+        for (uint32_t turn = 0; turn < turns; ++turn)
             cu::internal::relaxProcessor();
         shortest = std::min(shortest, nanoSecondsOf(CLOCK_MONOTONIC) - start);
     }
-    const int64_t affordable = looks * cu::internal::spinNanoSeconds / std::max<int64_t>(shortest, 1);
-    return static_cast<uint32_t>(std::clamp<int64_t>(affordable, 1, mostLooks));
+    return static_cast<uint32_t>(std::clamp<int64_t>(turns * shortSpin / std::max<int64_t>(shortest, 1), 1, mostTurns));
 }
 
 } // namespace
 
-uint32_t cu::internal::spinBudget()
+cu::internal::Spin::Spin()
+    : budget_(shortBudget.load(std::memory_order_relaxed)), isLong_(history.sleptBriefly && history.longSpins.lets())
 {
-    uint32_t budget = fullBudget.load(std::memory_order_relaxed);
-    if (budget == unknown) [[unlikely]] {
-        budget = measureBudget();
-        fullBudget.store(budget, std::memory_order_relaxed);
+    if (budget_ == unknown) [[unlikely]] {
+        budget_ = measureShortBudget();
+        shortBudget.store(budget_, std::memory_order_relaxed);
     }
-    return (budget * share + fullShare - 1) / fullShare;
+    if (isLong_)
+        budget_ *= longSpin / shortSpin;
+    else if (!history.shortSpins.lets())
+        budget_ = 0;
 }
 
-void cu::internal::noteSpin(bool inVain)
+cu::internal::Spin::Spin(const timespec& deadline) : Spin()
 {
-    share = inVain ? std::max(share - 1, 1U) : std::min(share + 2, fullShare);
+    if (budget_ == 0)
+        return;
+    const bool isValid = deadline.tv_nsec >= 0 && deadline.tv_nsec < second;
+    const int64_t left = int64_t{deadline.tv_sec} * second + deadline.tv_nsec - nanoSecondsOf(CLOCK_REALTIME);
+    if (!isValid || left < (isLong_ ? longSpin : shortSpin))
+        budget_ = 0;
 }
 
-bool cu::internal::isBeyondSpin(const timespec& deadline)
+void cu::internal::Spin::note(bool inVain)
 {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const int64_t seconds = int64_t{deadline.tv_sec} - now.tv_sec;
-    const bool isValid = deadline.tv_nsec >= 0 && deadline.tv_nsec < nanoSecondsPerSecond;
-    return isValid && seconds >= 0 && (seconds > 1 || seconds * nanoSecondsPerSecond + deadline.tv_nsec - now.tv_nsec > spinNanoSeconds);
+    (isLong_ ? history.longSpins : history.shortSpins).note(inVain);
+    if (!inVain)
+        history.shortSpins.note(false);
+}
+
+void cu::internal::Spin::asleep()
+{
+    asleepSince_ = nanoSecondsOf(CLOCK_MONOTONIC);
+}
+
+void cu::internal::Spin::awake()
+{
+    history.sleptBriefly = nanoSecondsOf(CLOCK_MONOTONIC) - asleepSince_ < longSpin;
 }

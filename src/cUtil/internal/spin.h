@@ -1,4 +1,4 @@
-// A short spin before a wait sleeps. Waking a sleeping processor costs tens of microseconds; what is about to come is
+// A short spin before a wait sleeps. Sleeping and being woken costs tens of microseconds; what is about to come is
 // often here within one.
 #pragma once
 
@@ -7,9 +7,6 @@
 
 namespace cu::internal
 {
-
-/// About how long a spin lasts at most.
-constexpr int64_t spinNanoSeconds = 1000;
 
 /// Tells a processor that this is a spin.
 inline void relaxProcessor()
@@ -23,30 +20,49 @@ inline void relaxProcessor()
 #endif
 }
 
-/// How often the calling thread may look before it sleeps; 0 with a single processor, for then nobody else can move.
-uint32_t spinBudget();
-
-/// Spins of this thread that are in vain make its next ones shorter, others make them longer again.
-void noteSpin(bool inVain);
-
-/// Whether a deadline on the real-time clock lies further off than a spin lasts.
-bool isBeyondSpin(const timespec& deadline);
-
-/// Looks again and again, within the budget, whether a condition comes true.
-template <typename Condition>
-bool spinUntil(Condition condition)
+/// One wait of the calling thread: spinUntil(), and if that was in vain, asleep() before and awake() after the sleep.
+///
+/// A spin lasts about a microsecond. Two threads that answer each other may both be asleep when the other's answer
+/// comes, and then neither is ever spinning when the next one does, so after a sleep that was hardly longer than its
+/// own cost one spin is long enough to outlast it. Either kind is left out more and more often while it is in vain, and
+/// there is none with a single processor, for then nobody else can move.
+class Spin
 {
-    const uint32_t budget = spinBudget();
-    for (uint32_t look = 0; look < budget; ++look) {
-        relaxProcessor();
-        if (condition()) {
-            noteSpin(false);
-            return true;
+public:
+    Spin();
+    /// With a point on the real-time clock beyond which the spin must not last.
+    explicit Spin(const timespec& deadline);
+
+    /// Looks again and again whether a condition comes true. The gaps between the looks grow: whoever is to make it
+    /// true is not disturbed all the time by a processor that wants the same cache line.
+    template <typename Condition>
+    bool spinUntil(Condition condition)
+    {
+        uint32_t gap = 1;
+        for (uint32_t spent = 0; spent < budget_; spent += gap, gap += gap < longestGap ? (gap + 1) / 2 : 0) {
+            for (uint32_t turn = 0; turn < gap; ++turn)
+                relaxProcessor();
+            if (condition()) {
+                note(false);
+                return true;
+            }
         }
+        if (budget_ != 0)
+            note(true);
+        return false;
     }
-    if (budget != 0)
-        noteSpin(true);
-    return false;
-}
+
+    void asleep();
+    void awake();
+
+private:
+    static constexpr uint32_t longestGap = 8;
+
+    void note(bool inVain);
+
+    uint32_t budget_; // turns of relaxProcessor()
+    bool isLong_;
+    int64_t asleepSince_ = 0;
+};
 
 } // namespace cu::internal
