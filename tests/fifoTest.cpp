@@ -34,8 +34,8 @@ public:
     ~Block() { EXPECT_EQ(cu_Fifo_cleanup(get()), 0U); }
 
     void* get() const { return memory_.get(); }
-    uint32_t* words() const { return reinterpret_cast<uint32_t*>(memory_.get()); } ///< capacity, entry size, counters
-    sem_t* semaphore(int which) const { return reinterpret_cast<sem_t*>(memory_.get() + 16) + which; }
+    uint32_t* words() const { return static_cast<uint32_t*>(get()); } ///< capacity, entry size, counters
+    sem_t* semaphore(int which) const { return static_cast<sem_t*>(static_cast<void*>(words() + 4)) + which; }
     char* entries() const { return memory_.get() + CU_FIFO_HEADER_SIZE; }
 
     void startCountersAt(uint32_t value) const { words()[2] = words()[3] = value; }
