@@ -5,8 +5,7 @@
 source scripts/lib.sh
 (($# < 2)) || fail "usage: ./dev bench [NAME]"
 
-needNative
-need libbenchmark-dev libboost-dev libglib2.0-dev pkg-config python3
+need native bench
 shopt -s nullglob
 sources=(bench/"${1:-}"Bench.cpp)
 [[ -n ${1:-} ]] || sources=(bench/*Bench.cpp)

@@ -22,11 +22,7 @@ lint() {
     cmake --preset clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "$PWD/src/cUtil/.*"
 }
 
-needNative
-needClang
-needArm
-needBoard
-need clang-format clang-tidy shellcheck pkg-config doxygen graphviz
+need native clang arm board lint docs
 
 check "format" format
 check "shell scripts" shellScripts

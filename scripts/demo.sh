@@ -3,6 +3,6 @@
 source scripts/lib.sh
 (($# == 0)) || fail "usage: ./dev demo"
 
-needNative
+need native
 step "build" build release
-exec build/release/examples/telemetry/telemetry demo --seconds 10
+exec env LC_ALL="$language" build/release/examples/telemetry/telemetry demo --seconds 10

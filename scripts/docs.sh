@@ -17,5 +17,5 @@ makeReference() {
     }
 }
 
-need doxygen graphviz
+need docs
 step "docs" makeReference

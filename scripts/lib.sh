@@ -1,6 +1,7 @@
 # What the commands of `dev` share; they source it from the top folder.
 # shellcheck shell=bash
 set -euo pipefail
+readonly language=${LC_ALL:-${LANG:-C}} # the caller's, for what speaks to people
 export LC_ALL=C
 
 readonly logs=$PWD/build/log
@@ -31,12 +32,25 @@ telling() {
     grep -vE '^ *Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* (Passed|\*\*\*Skipped) |^\[[0-9]+/[0-9]+\] ' "$1" || true
 }
 
-# need PACKAGE...: installs the Debian packages that are missing.
+# need PURPOSE...: installs the Debian packages that are missing for it.
 need() {
-    local package missing=() root=()
+    local purpose package packages=() missing=() root=()
     command -v dpkg-query >/dev/null || return 0 # not Debian: the commands themselves tell what they miss
-    for package; do
-        dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed || missing+=("$package")
+    for purpose; do
+        case $purpose in
+            native) packages+=(cmake ninja-build g++ googletest tzdata) ;;
+            clang) packages+=(clang) ;;
+            arm) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
+            board) packages+=(g++-arm-linux-gnueabihf qemu-system-arm cpio kmod xz-utils netbase) ;;
+            lint) packages+=(clang-format clang-tidy shellcheck pkg-config) ;;
+            docs) packages+=(doxygen graphviz) ;;
+            bench) packages+=(libbenchmark-dev libboost-dev libglib2.0-dev pkg-config python3) ;;
+            *) fail "no packages are known for $purpose" ;;
+        esac
+    done
+    for package in "${packages[@]}"; do
+        dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed ||
+            [[ " ${missing[*]} " == *" $package "* ]] || missing+=("$package")
     done
     ((${#missing[@]})) || return 0
     if ((EUID != 0)); then
@@ -48,11 +62,6 @@ need() {
     step "packages" "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}" || exit
 }
-
-needNative() { need cmake ninja-build g++ googletest tzdata; }
-needClang() { need clang; }
-needArm() { need g++-arm-linux-gnueabihf qemu-user; }
-needBoard() { need g++-arm-linux-gnueabihf qemu-system-arm cpio kmod xz-utils netbase; }
 
 # build PRESET: configures and compiles.
 build() {
