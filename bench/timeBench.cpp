@@ -30,5 +30,3 @@ void readBare(benchmark::State& state)
 
 BENCHMARK(readThroughLibrary)->Name("getTime/cUtil")->ArgName("clock")->Arg(CLOCK_REALTIME)->Arg(CLOCK_MONOTONIC);
 BENCHMARK(readBare)->Name("getTime/clock_gettime")->ArgName("clock")->Arg(CLOCK_REALTIME)->Arg(CLOCK_MONOTONIC);
-
-BENCHMARK_MAIN();

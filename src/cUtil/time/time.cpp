@@ -22,8 +22,8 @@ namespace
 // its range count as negative and wrap around to the right sum.
 void add(cu_TimeValue& time, uint32_t amount, uint32_t unitsPerSecond, uint32_t nanoSecondsPerUnit)
 {
-    internal::add(time, static_cast<time_t>(amount / unitsPerSecond),
-                  static_cast<internal::NanoSeconds>(amount % unitsPerSecond * nanoSecondsPerUnit));
+    const uint32_t nanoSeconds = amount % unitsPerSecond * nanoSecondsPerUnit;
+    internal::add(time, static_cast<time_t>(amount / unitsPerSecond), static_cast<internal::NanoSeconds>(nanoSeconds));
 }
 
 } // namespace
