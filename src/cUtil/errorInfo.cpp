@@ -73,7 +73,7 @@ cu_Error* makeRecord()
     return makeFresh(static_cast<cu_Error*>(record));
 }
 
-[[gnu::cold]] void tellInvalid(const char* item, const char* function, uint32_t line, const char* file)
+[[gnu::cold]] void tellInvalid(const char* item, internal::Place place)
 {
     printf("FATAL INTERNAL ERROR IN ERROR HANDLER!\n"
            "======================================\n"
@@ -85,10 +85,10 @@ cu_Error* makeRecord()
            "File: %s, \n"
            "Function: %s\n"
            "Line: %d",
-           item, file, function, static_cast<int>(line));
+           item, place.file, place.function, static_cast<int>(place.line));
 }
 
-[[noreturn, gnu::cold]] void endProcess(const char* function, uint32_t line, const char* file)
+[[noreturn, gnu::cold]] void endProcess(internal::Place place)
 {
     printf("!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!\n"
            "! Fatal internal unrecoverable error encountered!\n"
@@ -98,35 +98,35 @@ cu_Error* makeRecord()
            "! Going to terminate the program to avoid further damage to \n"
            "! the system!\n"
            "!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!\n",
-           file, static_cast<int>(line), function);
+           place.file, static_cast<int>(place.line), place.function);
     exit(1);
 }
 
 } // namespace
 
-void cu::internal::fillRecord(cu_Error* me, cu_ErrorCode code, int32_t systemErrorCode, const char* function,
-                              uint32_t line, const char* file, const char* format, va_list arguments)
+void cu::internal::fillRecord(cu_Error* me, cu_ErrorCode code, int32_t systemErrorCode, Place place, const char* format,
+                              va_list arguments)
 {
-    constexpr char reporter[] = "cu_Error_report";
+    const auto here = [](uint32_t line) { return Place{"cu_Error_report", line, sourcePath.text}; };
 
     if (me == nullptr) {
-        tellInvalid("me", reporter, __LINE__, sourcePath.text);
+        tellInvalid("me", here(__LINE__));
         return;
     }
     if (code != 0)
         me->errorID = code;
     else
-        tellInvalid("error", reporter, __LINE__, sourcePath.text);
+        tellInvalid("error", here(__LINE__));
     if (systemErrorCode != 0)
         me->systemErrorCode = systemErrorCode;
-    if (function != nullptr)
-        me->functionName = function;
+    if (place.function != nullptr)
+        me->functionName = place.function;
     else
-        tellInvalid("function", reporter, __LINE__, sourcePath.text);
-    if (file != nullptr)
-        me->fileName = file;
+        tellInvalid("function", here(__LINE__));
+    if (place.file != nullptr)
+        me->fileName = place.file;
     else
-        tellInvalid("file", reporter, __LINE__, sourcePath.text);
+        tellInvalid("file", here(__LINE__));
     if (format != nullptr) {
         // The arguments may point into the record, so the text is made beside it.
         char text[sizeof(me->description)];
@@ -137,8 +137,8 @@ void cu::internal::fillRecord(cu_Error* me, cu_ErrorCode code, int32_t systemErr
     } else {
         me->description[0] = '\0';
     }
-    if (line != 0)
-        me->lineNumber = line;
+    if (place.line != 0)
+        me->lineNumber = place.line;
     me->stackTrace[0] = '\0';
 }
 
@@ -158,7 +158,7 @@ void cu_Error_report(cu_Error* me, cu_ErrorCode errorCode, int32_t systemErrorCo
 {
     va_list arguments;
     va_start(arguments, format);
-    internal::fillRecord(me, errorCode, systemErrorCode, function, line, file, format, arguments);
+    internal::fillRecord(me, errorCode, systemErrorCode, {function, line, file}, format, arguments);
     va_end(arguments);
 }
 

@@ -49,41 +49,40 @@ constexpr End writing = {&Header::free, &Header::writeCounter, &Header::filled};
 
 // Takes the lock for a transaction that has its entry or free place already. Like the next two it is a part of the
 // exported function whose place it is given.
-cu_ErrorCode openTransaction(Header* header, const End& end, void** entry, const char* function, uint32_t line,
-                             const char* file)
+cu_ErrorCode openTransaction(Header* header, const End& end, void** entry, internal::Place place)
 {
     if (const cu_ErrorCode code = cu_ipcSem_lock(&header->lock); code != 0) [[unlikely]] {
         if (const cu_ErrorCode fatal = cu_ipcSem_unlock(&(header->*end.available)); fatal != 0)
-            internal::failFatally(fatal, function, line, file);
-        return internal::passOn(code, function, line, file);
+            internal::failFatally(fatal, place);
+        return internal::passOn(code, place);
     }
     *entry = entryAt(header, header->*end.counter);
     return 0;
 }
 
 // Gives the lock back and adds an entry or a free place.
-cu_ErrorCode closeTransaction(Header* header, sem_t* grown, const char* function, uint32_t line, const char* file)
+cu_ErrorCode closeTransaction(Header* header, sem_t* grown, internal::Place place)
 {
     int32_t count = 0;
     cu_ErrorCode code = cu_ipcSem_unlock(&header->lock);
     if (code == 0)
         code = cu_ipcSem_getCount(grown, &count);
     if (code == 0 && count >= 0 && static_cast<uint32_t>(count) >= header->capacity) [[unlikely]]
-        return internal::report(cu_ERROR_COM_INVARIANT, 0, function, line, file, nullptr);
+        return internal::report(cu_ERROR_COM_INVARIANT, 0, place, nullptr);
     if (code == 0)
         code = cu_ipcSem_unlock(grown);
-    return code == 0 ? 0 : internal::passOn(code, function, line, file);
+    return code == 0 ? 0 : internal::passOn(code, place);
 }
 
-cu_ErrorCode commit(Header* header, const End& end, const char* function, uint32_t line, const char* file)
+cu_ErrorCode commit(Header* header, const End& end, internal::Place place)
 {
     ++(header->*end.counter);
-    return closeTransaction(header, &(header->*end.opposite), function, line, file);
+    return closeTransaction(header, &(header->*end.opposite), place);
 }
 
-cu_ErrorCode rollBack(Header* header, const End& end, const char* function, uint32_t line, const char* file)
+cu_ErrorCode rollBack(Header* header, const End& end, internal::Place place)
 {
-    return closeTransaction(header, &(header->*end.available), function, line, file);
+    return closeTransaction(header, &(header->*end.available), place);
 }
 
 } // namespace

@@ -93,7 +93,7 @@ private:
 /// Makes a user or a group of the entry that a look-up finds for a key.
 template <typename T, typename Entry, typename Key>
 cu_ErrorCode newAccount(T** handle, LookUp<Entry, Key> lookUp, std::type_identity_t<Key> key, cu_ErrorCode miss,
-                        cu_allocator* allocator, const Place& place)
+                        cu_allocator* allocator, Place place)
 {
     Owned<T> account;
     CU_TRY_AT(place, account.allocate(allocator));
@@ -112,7 +112,7 @@ cu_ErrorCode newAccount(T** handle, LookUp<Entry, Key> lookUp, std::type_identit
 
 /// Ends a user or a group.
 template <typename T>
-cu_ErrorCode deleteAccount(T** handle, const Place& place)
+cu_ErrorCode deleteAccount(T** handle, Place place)
 {
     CU_TRY_AT(place, cu_String_delete(&(*handle)->name));
     CU_TRY_AT(place, freeObject(handle));

@@ -6,38 +6,32 @@
 namespace cu::internal
 {
 
-cu_ErrorCode reportInvalidArgument(const char* function, uint32_t line, const char* file)
+cu_ErrorCode reportInvalidArgument(Place place)
 {
-    cu_Error_report(cu_getErrorLocation(), cu_ERROR_COM_INVALID_ARGUMENT, 0, function, line, file, nullptr);
-    return cu_ERROR_COM_INVALID_ARGUMENT;
+    return report(cu_ERROR_COM_INVALID_ARGUMENT, 0, place, nullptr);
 }
 
-cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode, const char* function, uint32_t line, const char* file,
-                    const char* format, ...)
+cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode, Place place, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    fillRecord(cu_getErrorLocation(), code, systemErrorCode, function, line, file, format, arguments);
+    fillRecord(cu_getErrorLocation(), code, systemErrorCode, place, format, arguments);
     va_end(arguments);
     return code;
 }
 
-cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode, const Place& place, const char* format, ...)
+cu_ErrorCode reportErrno(cu_ErrorCode code, int error, Place place)
 {
-    va_list arguments;
-    va_start(arguments, format);
-    fillRecord(cu_getErrorLocation(), code, systemErrorCode, place.function, place.line, place.file, format, arguments);
-    va_end(arguments);
+    return report(code, error, place, "errno[%d]='%s'", error, SystemErrorText(error).get());
+}
+
+cu_ErrorCode passOn(cu_ErrorCode code, Place place)
+{
+    cu_Error_setStackTracePoint(cu_getErrorLocation(), place.function, place.line, place.file);
     return code;
 }
 
-cu_ErrorCode passOn(cu_ErrorCode code, const char* function, uint32_t line, const char* file)
-{
-    cu_Error_setStackTracePoint(cu_getErrorLocation(), function, line, file);
-    return code;
-}
-
-void failFatally(cu_ErrorCode code, const char* function, uint32_t line, const char* file)
+void failFatally(cu_ErrorCode code, Place place)
 {
     const cu_Error* record = cu_getErrorLocation();
     printf("!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!\n"
@@ -55,9 +49,9 @@ void failFatally(cu_ErrorCode code, const char* function, uint32_t line, const c
            "!   Function: '%s'\n"
            "!   Description: '%s'\n"
            "!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!!\n",
-           file, static_cast<int>(line), function, static_cast<int>(code), code, cu_Error_getFileName(record),
-           static_cast<int>(cu_Error_getLineNumber(record)), cu_Error_getFunctionName(record),
-           cu_Error_getDescription(record));
+           place.file, static_cast<int>(place.line), place.function, static_cast<int>(code), code,
+           cu_Error_getFileName(record), static_cast<int>(cu_Error_getLineNumber(record)),
+           cu_Error_getFunctionName(record), cu_Error_getDescription(record));
     exit(1);
 }
 

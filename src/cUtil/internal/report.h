@@ -36,34 +36,32 @@ struct SourcePath {
     }
 };
 
-/// cu_Error_report() with its arguments as a list.
-[[gnu::format(printf, 7, 0)]] void fillRecord(cu_Error* me, cu_ErrorCode code, int32_t systemErrorCode,
-                                              const char* function, uint32_t line, const char* file, const char* format,
-                                              va_list arguments);
-
-/// The place of a failure for code that several exported functions share; they hand it down as `{CU_HERE}`.
+/// Where a failure was found. Code that several exported functions share is given the place of the one that was called.
 struct Place {
     const char* function;
     uint32_t line;
     const char* file;
 };
 
+/// cu_Error_report() with its arguments as a list.
+[[gnu::format(printf, 5, 0)]] void fillRecord(cu_Error* me, cu_ErrorCode code, int32_t systemErrorCode, Place place,
+                                              const char* format, va_list arguments);
+
 /// Reports cu_ERROR_COM_INVALID_ARGUMENT without a description and yields it.
-[[gnu::cold]] cu_ErrorCode reportInvalidArgument(const char* function, uint32_t line, const char* file);
+[[gnu::cold]] cu_ErrorCode reportInvalidArgument(Place place);
 
 /// Reports a failure and yields its code, which is not read back: the record may be the emptied fall-back.
-[[gnu::cold, gnu::format(printf, 6, 7)]] cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode,
-                                                             const char* function, uint32_t line, const char* file,
+[[gnu::cold, gnu::format(printf, 4, 5)]] cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode, Place place,
                                                              const char* format, ...);
 
-[[gnu::cold, gnu::format(printf, 4, 5)]] cu_ErrorCode report(cu_ErrorCode code, int32_t systemErrorCode,
-                                                             const Place& place, const char* format, ...);
+/// The same with the text "errno[%d]='%s'" of the system error.
+[[gnu::cold]] cu_ErrorCode reportErrno(cu_ErrorCode code, int error, Place place);
 
 /// Appends a stack-trace point to the thread's record and yields the code.
-[[gnu::cold]] cu_ErrorCode passOn(cu_ErrorCode code, const char* function, uint32_t line, const char* file);
+[[gnu::cold]] cu_ErrorCode passOn(cu_ErrorCode code, Place place);
 
 /// Tells on the standard output that a clean-up that cannot fail did fail, and ends the process with status 1.
-[[noreturn, gnu::cold]] void failFatally(cu_ErrorCode code, const char* function, uint32_t line, const char* file);
+[[noreturn, gnu::cold]] void failFatally(cu_ErrorCode code, Place place);
 
 /// The text of a system error, as strerror gives it, without its shared buffer.
 class SystemErrorText
@@ -89,8 +87,8 @@ namespace
 [[maybe_unused]] constexpr internal::SourcePath<sizeof(__BASE_FILE__)> sourcePath{__BASE_FILE__};
 }
 
-/// The place of a failure. It names the exported function, so it never stands inside a lambda.
-#define CU_HERE __func__, __LINE__, sourcePath.text
+/// This place. It names the exported function, so it never stands inside a lambda.
+#define CU_HERE (internal::Place{__func__, __LINE__, sourcePath.text})
 
 /// Checks an argument.
 #define CU_REQUIRE(condition)                                                                                          \
@@ -103,21 +101,16 @@ namespace
 #define CU_REPORT(code, systemErrorCode, ...) internal::report(code, systemErrorCode, CU_HERE, __VA_ARGS__)
 
 /// The same with the text "errno[%d]='%s'" of a system error.
-#define CU_REPORT_ERRNO(code, error)                                                                                   \
-    CU_REPORT(code, error, "errno[%d]='%s'", error, internal::SystemErrorText(error).get())
+#define CU_REPORT_ERRNO(code, error) internal::reportErrno(code, error, CU_HERE)
 
 /// Calls what returns a code; a failure is passed on with a stack-trace point.
-#define CU_TRY(call)                                                                                                   \
-    do {                                                                                                               \
-        if (const cu_ErrorCode failure = (call); failure != 0) [[unlikely]]                                            \
-            return internal::passOn(failure, CU_HERE);                                                                 \
-    } while (false)
+#define CU_TRY(call) CU_TRY_AT(CU_HERE, call)
 
 /// CU_TRY in code that several exported functions share: the point names the one that was called.
 #define CU_TRY_AT(place, call)                                                                                         \
     do {                                                                                                               \
         if (const cu_ErrorCode failure = (call); failure != 0) [[unlikely]]                                            \
-            return internal::passOn(failure, (place).function, (place).line, (place).file);                            \
+            return internal::passOn(failure, place);                                                                   \
     } while (false)
 
 /// Calls a clean-up that cannot fail; if it does, the process ends.

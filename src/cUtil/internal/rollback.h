@@ -14,10 +14,7 @@ template <typename CleanUp>
 class Rollback
 {
 public:
-    Rollback(CleanUp cleanUp, const char* function, uint32_t line, const char* file)
-        : cleanUp_(std::move(cleanUp)), function_(function), file_(file), line_(line)
-    {
-    }
+    Rollback(CleanUp cleanUp, Place place) : cleanUp_(std::move(cleanUp)), place_(place) {}
     Rollback(const Rollback&) = delete;
     Rollback& operator=(const Rollback&) = delete;
 
@@ -26,16 +23,14 @@ public:
         if (!armed_)
             return;
         if (const cu_ErrorCode code = cleanUp_(); code != 0) [[unlikely]]
-            failFatally(code, function_, line_, file_);
+            failFatally(code, place_);
     }
 
     void dismiss() { armed_ = false; }
 
 private:
     CleanUp cleanUp_;
-    const char* function_;
-    const char* file_;
-    uint32_t line_;
+    Place place_;
     bool armed_ = true;
 };
 

@@ -8,7 +8,7 @@ cu_ErrorCode cu_Group_current(cu_Group** group, cu_allocator* allocator)
 {
     CU_REQUIRE(group != nullptr);
     CU_REQUIRE(*group == nullptr);
-    return internal::newAccount(group, getgrgid_r, getgid(), cu_ERROR_GROUP_INVALID, allocator, {CU_HERE});
+    return internal::newAccount(group, getgrgid_r, getgid(), cu_ERROR_GROUP_INVALID, allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_Group_fromName(cu_Group** group, const char* name, cu_allocator* allocator)
@@ -17,7 +17,7 @@ cu_ErrorCode cu_Group_fromName(cu_Group** group, const char* name, cu_allocator*
     CU_REQUIRE(*group == nullptr);
     CU_REQUIRE(name != nullptr);
     CU_REQUIRE(name[0] != '\0');
-    return internal::newAccount(group, getgrnam_r, name, cu_ERROR_GROUP_INVALID, allocator, {CU_HERE});
+    return internal::newAccount(group, getgrnam_r, name, cu_ERROR_GROUP_INVALID, allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_Group_fromID(cu_Group** group, uint32_t id, cu_allocator* allocator)
@@ -25,7 +25,7 @@ cu_ErrorCode cu_Group_fromID(cu_Group** group, uint32_t id, cu_allocator* alloca
     CU_REQUIRE(group != nullptr);
     CU_REQUIRE(*group == nullptr);
     // Compatibility: a group id that is not found is reported with the code for users.
-    return internal::newAccount(group, getgrgid_r, id, cu_ERROR_USER_INVALID, allocator, {CU_HERE});
+    return internal::newAccount(group, getgrgid_r, id, cu_ERROR_USER_INVALID, allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_Group_clone(cu_Group** copy, const cu_Group* group)
@@ -41,7 +41,7 @@ cu_ErrorCode cu_Group_delete(cu_Group** group)
 {
     CU_REQUIRE(group != nullptr);
     CU_REQUIRE(*group != nullptr);
-    return internal::deleteAccount(group, {CU_HERE});
+    return internal::deleteAccount(group, CU_HERE);
 }
 
 cu_ErrorCode cu_Group_getName(const cu_Group* group, const cu_String** name)

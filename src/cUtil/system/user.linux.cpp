@@ -8,7 +8,7 @@ cu_ErrorCode cu_User_current(cu_User** user, cu_allocator* allocator)
 {
     CU_REQUIRE(user != nullptr);
     CU_REQUIRE(*user == nullptr);
-    return internal::newAccount(user, getpwuid_r, getuid(), cu_ERROR_USER_INVALID, allocator, {CU_HERE});
+    return internal::newAccount(user, getpwuid_r, getuid(), cu_ERROR_USER_INVALID, allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_User_fromName(cu_User** user, const char* name, cu_allocator* allocator)
@@ -17,14 +17,14 @@ cu_ErrorCode cu_User_fromName(cu_User** user, const char* name, cu_allocator* al
     CU_REQUIRE(*user == nullptr);
     CU_REQUIRE(name != nullptr);
     CU_REQUIRE(name[0] != '\0');
-    return internal::newAccount(user, getpwnam_r, name, cu_ERROR_USER_INVALID, allocator, {CU_HERE});
+    return internal::newAccount(user, getpwnam_r, name, cu_ERROR_USER_INVALID, allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_User_fromID(cu_User** user, uint32_t id, cu_allocator* allocator)
 {
     CU_REQUIRE(user != nullptr);
     CU_REQUIRE(*user == nullptr);
-    return internal::newAccount(user, getpwuid_r, id, cu_ERROR_USER_INVALID, allocator, {CU_HERE});
+    return internal::newAccount(user, getpwuid_r, id, cu_ERROR_USER_INVALID, allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_User_clone(cu_User** copy, const cu_User* user)
@@ -40,7 +40,7 @@ cu_ErrorCode cu_User_delete(cu_User** user)
 {
     CU_REQUIRE(user != nullptr);
     CU_REQUIRE(*user != nullptr);
-    return internal::deleteAccount(user, {CU_HERE});
+    return internal::deleteAccount(user, CU_HERE);
 }
 
 cu_ErrorCode cu_User_getName(const cu_User* user, const cu_String** name)

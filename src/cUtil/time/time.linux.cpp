@@ -7,15 +7,6 @@
 namespace
 {
 
-// Out of line, to keep the text's buffer out of the frame of those who read the clock.
-[[gnu::cold, gnu::noinline]] cu_ErrorCode reportErrno(cu_ErrorCode code, const char* function, uint32_t line,
-                                                      const char* file)
-{
-    const int cause = errno;
-    return internal::report(code, cause, function, line, file, "errno[%d]='%s'", cause,
-                            internal::SystemErrorText(cause).get());
-}
-
 // Compatibility: a relative sleep that a signal cuts short begins anew with the whole interval.
 bool sleep(const cu_TimeValue* time, int32_t clockId, int flags)
 {
@@ -32,7 +23,7 @@ cu_ErrorCode cu_getTime(cu_TimeValue* time, int32_t clockId)
 {
     CU_REQUIRE(time != nullptr);
     if (clock_gettime(clockId, time) != 0) [[unlikely]]
-        return reportErrno(cu_ERROR_TIME_GET_FAILED, CU_HERE);
+        return CU_REPORT_ERRNO(cu_ERROR_TIME_GET_FAILED, errno);
     return 0;
 }
 
@@ -40,7 +31,7 @@ cu_ErrorCode cu_getClockPrecision(cu_TimeValue* time, int32_t clockId)
 {
     CU_REQUIRE(time != nullptr);
     if (clock_getres(clockId, time) != 0)
-        return reportErrno(cu_ERROR_TIME_GET_FAILED, CU_HERE);
+        return CU_REPORT_ERRNO(cu_ERROR_TIME_GET_FAILED, errno);
     // Compatibility: callers take zero for coarser than a second.
     if (time->tv_sec != 0)
         *time = {};
@@ -53,7 +44,7 @@ cu_ErrorCode cu_sleepRelative(const cu_TimeValue* interval, int32_t clockId)
 {
     CU_REQUIRE(interval != nullptr);
     if (!sleep(interval, clockId, 0))
-        return reportErrno(cu_ERROR_SLEEP_FAILED, CU_HERE);
+        return CU_REPORT_ERRNO(cu_ERROR_SLEEP_FAILED, errno);
     return 0;
 }
 
@@ -61,6 +52,6 @@ cu_ErrorCode cu_sleepAbsolute(const cu_TimeValue* time, int32_t clockId)
 {
     CU_REQUIRE(time != nullptr);
     if (!sleep(time, clockId, TIMER_ABSTIME))
-        return reportErrno(cu_ERROR_SLEEP_FAILED, CU_HERE);
+        return CU_REPORT_ERRNO(cu_ERROR_SLEEP_FAILED, errno);
     return 0;
 }
