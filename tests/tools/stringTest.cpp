@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <functional>
+#include <optional>
 #include <random>
 
 namespace
@@ -402,58 +404,91 @@ TEST(String, comparesCountsAndReplacesBytes)
 }
 
 // Any mixture of calls, with requests refused here and there: the text is what it must be, or the part of it that fits.
+void mix(cu_String* text, std::mt19937& random, bool refusing, const std::function<void(unsigned)>& refuse)
+{
+    std::string model;
+    for (int step = 0; step < 200; ++step) {
+        SCOPED_TRACE(step);
+        bool mayCut = refusing && random() % 3 == 0;
+        refuse(mayCut ? 1 : 0);
+        const std::string piece = times(random() % 300, static_cast<char>('a' + step % 26));
+        const std::size_t inside = random() % (model.size() + 1);
+        const char* source = random() % 4 == 0 ? cu_String_get(text) + inside : piece.c_str();
+        const std::string added = source;
+        std::string exact = model;
+        switch (random() % 6) {
+        case 0:
+        case 1:
+            EXPECT_EQ(cu_String_appendStr(text, source), 0U);
+            exact += added;
+            break;
+        case 2:
+            EXPECT_EQ(cu_String_assignStr(text, source), 0U);
+            exact = added;
+            break;
+        case 3:
+            EXPECT_EQ(cu_String_squeeze(text), 0U);
+            mayCut = true; // at the recorded length
+            break;
+        case 4:
+            EXPECT_EQ(cu_String_grow(text, static_cast<uint32_t>(1 + random() % 1000)), 0U);
+            exact.clear();
+            break;
+        default: {
+            const cu_ErrorCode outcome = cu_String_format(text, "%s", piece.c_str());
+            exact = piece;
+            mayCut = outcome != 0;
+            if (outcome == cu_ERROR_COM_INVARIANT) {
+                EXPECT_EQ(strlen(cu_String_get(text)) + 1, piece.size());
+            }
+        }
+        }
+        model = cu_String_get(text);
+        ASSERT_EQ(model, mayCut ? exact.substr(0, model.size()) : exact);
+    }
+}
+
 TEST(String, anyMixtureOfCallsKeepsTheText)
 {
     std::mt19937 random(7);
     for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE(round);
+        const bool refusing = round % 2 == 1;
         Text text;
-        std::string model;
-        for (int step = 0; step < 200; ++step) {
-            SCOPED_TRACE(std::to_string(round) + "." + std::to_string(step));
-            const bool refusing = round % 2 == 1 && random() % 3 == 0;
-            if (refusing)
-                text.allocator.refuse(1);
-            const std::string piece = times(random() % 300, static_cast<char>('a' + step % 26));
-            const std::size_t inside = random() % (model.size() + 1);
-            const bool own = random() % 4 == 0;
-            const char* source = own ? cu_String_get(text) + inside : piece.c_str();
-            const std::string added = source;
-            std::string exact = model;
-            cu_ErrorCode code = 0;
-            bool mayCut = refusing;
-            switch (random() % 6) {
-            case 0:
-            case 1:
-                code = cu_String_appendStr(text, source);
-                exact += added;
-                break;
-            case 2:
-                code = cu_String_assignStr(text, source);
-                exact = added;
-                break;
-            case 3:
-                code = cu_String_squeeze(text);
-                mayCut = true; // at the recorded length
-                break;
-            case 4:
-                code = cu_String_grow(text, static_cast<uint32_t>(1 + random() % 1000));
-                exact.clear();
-                break;
-            default: {
-                const cu_ErrorCode outcome = cu_String_format(text, "%s", piece.c_str());
-                exact = piece;
-                mayCut = outcome != 0;
-                if (outcome == cu_ERROR_COM_INVARIANT) {
-                    EXPECT_EQ(text.get().size() + 1, piece.size());
-                }
-            }
-            }
-            EXPECT_EQ(code, 0U);
-            model = text.get();
-            ASSERT_EQ(model, mayCut ? exact.substr(0, model.size()) : exact);
-            text.allocator.refuse(1000000);
-        }
+        mix(text, random, refusing, [&](unsigned nth) { text.allocator.refuse(nth != 0 ? nth : 1000000); });
+
+        // The shared heap is asked for less often, and for more.
+        cu_String* shared = nullptr;
+        ASSERT_EQ(cu_String_new(&shared, nullptr), 0U);
+        std::optional<support::Injection> injection;
+        mix(shared, random, refusing, [&](unsigned nth) {
+            injection.reset();
+            injection.emplace("realloc", ENOMEM, nth);
+        });
+        injection.reset();
+        EXPECT_EQ(cu_String_delete(&shared), 0U);
     }
+}
+
+TEST(String, theSharedHeapGrowsAheadOfAppendedTextsButNeedNot)
+{
+    cu_String* text = nullptr;
+    ASSERT_EQ(cu_String_cloneStr(&text, times(1000).c_str(), nullptr), 0U);
+    {
+        const support::Injection exhausted("realloc", ENOMEM);
+        cu_Error_clear(cu_getErrorLocation());
+        EXPECT_EQ(cu_String_appendStr(text, "yz"), 0U); // exactly what is needed can be had
+        EXPECT_STREQ(exhausted.fired(), "realloc");
+        EXPECT_EQ(cu_getErrorLocation()->errorID, 0U);
+    }
+    EXPECT_EQ(cu_String_append(text, text), 0U);
+    {
+        const support::Injection untouched("realloc", ENOMEM);
+        EXPECT_EQ(cu_String_appendStr(text, times(500).c_str()), 0U);
+        EXPECT_EQ(untouched.fired(), nullptr);
+    }
+    EXPECT_EQ(cu_String_get(text), times(1000) + "yz" + times(1000) + "yz" + times(500));
+    EXPECT_EQ(cu_String_delete(&text), 0U);
 }
 
 } // namespace

@@ -65,6 +65,7 @@ CU_EXPORT cu_ErrorCode cu_String_clear(cu_String* string);
 
 /**
  * Cuts the capacity to the length + 1, and a text that is longer than the length (after cu_String_format()) with it.
+ * On the shared heap the buffer grows ahead of appended texts; this gives the surplus back.
  *
  * @param string  the string
  * @return 0, even when the buffer cannot be had (the error record tells): it then stays as it was;

@@ -17,6 +17,7 @@ struct cu_String {
     char* buffer;        // NUL-terminated at buffer[textLength]
     uint32_t held;       // bytes that the buffer has; above length and textLength
     uint32_t textLength; // characters of the text
+    bool onSharedHeap;
 };
 
 static_assert(offsetof(cu_String, allocator) == 0 && offsetof(cu_String, length) == sizeof(void*));
@@ -66,6 +67,7 @@ cu_ErrorCode create(cu_String** string, const Source& source, uint32_t capacity,
     object->buffer = static_cast<char*>(buffer);
     object->held = held;
     object->textLength = static_cast<uint32_t>(source.textLength);
+    object->onSharedHeap = object->allocator == cu_allocator_malloc_get();
     memcpy(buffer, source.text, source.textLength);
     object->buffer[source.textLength] = '\0';
     *string = object.release();
@@ -107,7 +109,7 @@ void recordLengths(cu_String* me, uint64_t textLength, uint64_t length)
 }
 
 // False when 32 bits cannot say how long the result is; nothing has changed then.
-bool assign(cu_String* me, const Source& source)
+inline bool assign(cu_String* me, Source source)
 {
     const uint64_t need = source.length + uint64_t{1};
     const uint64_t room = roomFor(source.length, source.textLength);
@@ -134,30 +136,40 @@ bool assign(cu_String* me, const Source& source)
     return true;
 }
 
-// False when 32 bits cannot say how long the result is; nothing has changed then.
-bool append(cu_String* me, const Source& source)
+// Makes room for more text, and gives the text to append where it then lies. An allocator of the application is asked
+// for exactly what the rules say. Nobody sees what the shared heap is asked for: there the buffer grows ahead of the
+// text, so that a text of many pieces is not reallocated for each of them.
+[[gnu::noinline]] const char* makeRoom(cu_String* me, uint32_t room, const char* text)
 {
-    const uint64_t length = me->length + uint64_t{source.length};
-    const uint64_t need = length + 1;
-    const uint64_t room = roomFor(length, me->textLength + uint64_t{source.textLength});
-    if (room > UINT32_MAX)
-        return false;
-
-    const char* text = source.text;
     const bool inside = liesIn(me, text);
     const std::size_t at = inside ? static_cast<std::size_t>(text - me->buffer) : 0;
-    if (need >= me->capacity) {
-        // Compatibility: the buffer is reallocated although need = capacity would fit, and the capacity is recorded
-        // whether or not the memory could be had.
-        resize(me, static_cast<uint32_t>(room));
-        me->capacity = static_cast<uint32_t>(need);
-    } else if (me->held < room) {
-        resize(me, static_cast<uint32_t>(room));
+    const uint32_t ahead = room < UINT32_MAX / 2 ? room + room / 2 : room;
+    if (void* block = me->onSharedHeap ? realloc(me->buffer, ahead) : nullptr; block != nullptr) {
+        me->buffer = static_cast<char*>(block);
+        me->held = ahead;
+    } else {
+        resize(me, room);
     }
-    if (inside)
-        text = me->buffer + at;
+    return inside ? me->buffer + at : text;
+}
+
+// False when 32 bits cannot say how long the result is; nothing has changed then.
+inline bool append(cu_String* me, Source source)
+{
+    const uint64_t length = me->length + uint64_t{source.length};
+    const uint64_t room = roomFor(length, me->textLength + uint64_t{source.textLength});
+    if (room > UINT32_MAX) [[unlikely]]
+        return false;
+
+    const bool ruled = length + 1 >= me->capacity;
+    if (room > me->held || (ruled && !me->onSharedHeap))
+        source.text = makeRoom(me, static_cast<uint32_t>(room), source.text);
+    // Compatibility: a need that equals the capacity reallocates too, and the capacity is recorded whether or not the
+    // memory could be had.
+    if (ruled)
+        me->capacity = static_cast<uint32_t>(length + 1);
     const std::size_t copied = std::min<std::size_t>(source.textLength, me->held - 1 - me->textLength);
-    memcpy(me->buffer + me->textLength, text, copied);
+    memcpy(me->buffer + me->textLength, source.text, copied);
     recordLengths(me, me->textLength + copied, length);
     return true;
 }
@@ -253,36 +265,28 @@ cu_ErrorCode cu_String_assign(cu_String* string, const cu_String* source)
 {
     CU_REQUIRE(string != nullptr);
     CU_REQUIRE(source != nullptr);
-    if (!assign(string, sourceOf(source)))
-        return CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
-    return 0;
+    return assign(string, sourceOf(source)) ? 0 : CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
 }
 
 cu_ErrorCode cu_String_assignStr(cu_String* string, const char* text)
 {
     CU_REQUIRE(string != nullptr);
     CU_REQUIRE(text != nullptr);
-    if (!assign(string, sourceOf(text)))
-        return CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
-    return 0;
+    return assign(string, sourceOf(text)) ? 0 : CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
 }
 
 cu_ErrorCode cu_String_append(cu_String* string, const cu_String* source)
 {
     CU_REQUIRE(string != nullptr);
     CU_REQUIRE(source != nullptr);
-    if (!append(string, sourceOf(source)))
-        return CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
-    return 0;
+    return append(string, sourceOf(source)) ? 0 : CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
 }
 
 cu_ErrorCode cu_String_appendStr(cu_String* string, const char* text)
 {
     CU_REQUIRE(string != nullptr);
     CU_REQUIRE(text != nullptr);
-    if (!append(string, sourceOf(text)))
-        return CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
-    return 0;
+    return append(string, sourceOf(text)) ? 0 : CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
 }
 
 cu_ErrorCode cu_String_format(cu_String* string, const char* format, ...)
