@@ -41,6 +41,13 @@ struct Place {
     const char* function;
     uint32_t line;
     const char* file;
+
+    Place(const char* functionName, uint32_t lineNumber, const char* fileName)
+        : function(functionName), line(lineNumber), file(fileName)
+    {
+        // What is no constant as a whole goes by registers; a constant would lie in relocated data, one for each check.
+        asm("" : "+r"(function));
+    }
 };
 
 /// cu_Error_report() with its arguments as a list.
