@@ -8,7 +8,9 @@
 #include <cUtil/errorCodes.h>
 #include <cUtil/errorInfo.h>
 #include <cUtil/mallocAllocator.h>
+#include <cUtil/mappedFile.h>
 #include <cUtil/sharedLibrary.h>
+#include <cUtil/sharedMemory.h>
 #include <cUtil/system/group.h>
 #include <cUtil/system/user.h>
 #include <cUtil/time/calendar.h>
