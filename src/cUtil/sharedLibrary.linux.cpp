@@ -41,6 +41,7 @@ cu_ErrorCode cu_SharedLibrary_new(cu_SharedLibrary** library, const char* name, 
 
     fresh->handle = openLibrary(name);
     if (fresh->handle == nullptr)
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the C library keeps the text per thread
         return CU_REPORT(cu_ERROR_FAILED_TO_LOAD_LIBRARY, 0, "Error: %s", dlerror());
     fresh->name = copy.release();
     *library = fresh.release();
