@@ -22,11 +22,8 @@ cu_ErrorCode getCurrent(cu_Calendar*, cu_DateTime* dateTime, void*)
     cu_TimeValue now = {};
     CU_TRY(cu_getTime(&now, CLOCK_REALTIME));
     tm local = {};
-    if (localtime_r(&now.tv_sec, &local) == nullptr) {
-        const int cause = errno;
-        return CU_REPORT(cu_ERROR_TIME_GET_FAILED, cause, "errno[%d]='%s'", cause,
-                         internal::SystemErrorText(cause).get());
-    }
+    if (localtime_r(&now.tv_sec, &local) == nullptr)
+        return CU_REPORT_ERRNO(cu_ERROR_TIME_GET_FAILED, errno);
     // In unsigned arithmetic: tm_year may be as large as an int can be.
     dateTime->year = static_cast<uint32_t>(local.tm_year) + 1900;
     dateTime->month = static_cast<uint32_t>(local.tm_mon) + 1;
