@@ -43,7 +43,7 @@ cu_ErrorCode cu_MappedFile_create(cu_MappedFile** me, const char* path, uint32_t
     CU_REQUIRE(size % sizeGranularity == 0);
 
     return internal::createRegion<Kind>(me, path, path, size, user, group, permissions, openExisting, allocator,
-                                        {CU_HERE});
+                                        CU_HERE);
 }
 
 cu_ErrorCode cu_MappedFile_open(cu_MappedFile** me, const char* path, cu_allocator* allocator)
@@ -53,7 +53,7 @@ cu_ErrorCode cu_MappedFile_open(cu_MappedFile** me, const char* path, cu_allocat
     CU_REQUIRE(path != nullptr);
     CU_REQUIRE(path[0] != '\0');
 
-    return internal::openRegion<Kind>(me, path, path, allocator, {CU_HERE});
+    return internal::openRegion<Kind>(me, path, path, allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_MappedFile_delete(cu_MappedFile** me, bool unlink)

@@ -54,7 +54,7 @@ cu_ErrorCode cu_SharedMemory_create(cu_SharedMemory** me, const char* name, uint
     internal::Owned<char> systemName;
     CU_TRY(createSHMName(&systemName, name, allocator));
     return internal::createRegion<Kind>(me, name, systemName.get(), size, user, group, permissions, openExisting,
-                                        allocator, {CU_HERE});
+                                        allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_SharedMemory_open(cu_SharedMemory** me, const char* name, cu_allocator* allocator)
@@ -66,7 +66,7 @@ cu_ErrorCode cu_SharedMemory_open(cu_SharedMemory** me, const char* name, cu_all
 
     internal::Owned<char> systemName;
     CU_TRY(createSHMName(&systemName, name, allocator));
-    return internal::openRegion<Kind>(me, name, systemName.get(), allocator, {CU_HERE});
+    return internal::openRegion<Kind>(me, name, systemName.get(), allocator, CU_HERE);
 }
 
 cu_ErrorCode cu_SharedMemory_delete(cu_SharedMemory** me, bool unlink)
@@ -156,7 +156,7 @@ cu_ErrorCode cu_SharedMemory_getSHMSize(const cu_SharedMemory* me, uint32_t* siz
     return 0;
 }
 
-static cu_ErrorCode readPageSize(int32_t* size, const internal::Place& place)
+static cu_ErrorCode readPageSize(int32_t* size, internal::Place place)
 {
     errno = 0;
     const long value = sysconf(_SC_PAGESIZE);
@@ -172,11 +172,11 @@ static cu_ErrorCode readPageSize(int32_t* size, const internal::Place& place)
 cu_ErrorCode cu_getSystemGranularity(int32_t* granularity)
 {
     CU_REQUIRE(granularity != nullptr);
-    return readPageSize(granularity, {CU_HERE});
+    return readPageSize(granularity, CU_HERE);
 }
 
 cu_ErrorCode cu_getPageSize(int32_t* size)
 {
     CU_REQUIRE(size != nullptr);
-    return readPageSize(size, {CU_HERE});
+    return readPageSize(size, CU_HERE);
 }

@@ -78,11 +78,11 @@ inline cu_ErrorCode undo(MappedRegion& region)
 template <typename Kind>
 cu_ErrorCode createRegion(typename Kind::Region** me, const char* name, const char* systemName, uint32_t size,
                           const cu_User* user, const cu_Group* group, uint32_t permissions, bool openExisting,
-                          cu_allocator* allocator, const Place& place)
+                          cu_allocator* allocator, Place place)
 {
     Owned<typename Kind::Region> region;
     CU_TRY_AT(place, region.allocate(allocator));
-    Rollback undoing([&] { return undo(*region.get()); }, place.function, place.line, place.file);
+    Rollback undoing([&] { return undo(*region.get()); }, place);
     region->size = size;
     region->permissions = permissions;
     if (user != nullptr)
@@ -112,11 +112,11 @@ cu_ErrorCode createRegion(typename Kind::Region** me, const char* name, const ch
 
 template <typename Kind>
 cu_ErrorCode openRegion(typename Kind::Region** me, const char* name, const char* systemName, cu_allocator* allocator,
-                        const Place& place)
+                        Place place)
 {
     Owned<typename Kind::Region> region;
     CU_TRY_AT(place, region.allocate(allocator));
-    Rollback undoing([&] { return undo(*region.get()); }, place.function, place.line, place.file);
+    Rollback undoing([&] { return undo(*region.get()); }, place);
     CU_TRY_AT(place, cu_String_cloneStr(&region->name, name, region->allocator));
 
     constexpr int options = O_RDWR;
