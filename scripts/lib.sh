@@ -1,6 +1,7 @@
 # What the commands of `dev` share; they source it from the top folder.
 # shellcheck shell=bash
 set -euo pipefail
+# shellcheck disable=SC2034 # used by those who source this
 readonly language=${LC_ALL:-${LANG:-C}} # the caller's, for what speaks to people
 export LC_ALL=C
 

@@ -7,8 +7,11 @@
 #include <cUtil/allocator.h>
 #include <cUtil/errorCodes.h>
 #include <cUtil/errorInfo.h>
+#include <cUtil/fifo.h>
+#include <cUtil/ipcSemaphore.h>
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
+#include <cUtil/semaphore.h>
 #include <cUtil/sharedLibrary.h>
 #include <cUtil/sharedMemory.h>
 #include <cUtil/system/group.h>

@@ -1,6 +1,7 @@
 // One line of a hex dump. The command-line tool composes the same lines without the library's buffers.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -20,6 +21,7 @@ constexpr uint32_t hexLineSize = 87;
 /// @return       its length without the NUL
 inline uint32_t composeHexLine(char (&line)[hexLineSize], uint64_t offset, const unsigned char* bytes, uint32_t count)
 {
+    constexpr std::size_t hexColumns = std::size_t{3} * hexLineBytes;
     constexpr char hexDigits[] = "0123456789ABCDEF";
     char* at = line;
 
@@ -31,13 +33,13 @@ inline uint32_t composeHexLine(char (&line)[hexLineSize], uint64_t offset, const
     *at++ = ' ';
     *at++ = '|';
 
-    memset(at, ' ', 3 * hexLineBytes);
+    memset(at, ' ', hexColumns);
     for (uint32_t i = 0; i < count; ++i) {
         if (bytes[i] > 15) // no leading zero
             at[3 * i + 1] = hexDigits[bytes[i] >> 4];
         at[3 * i + 2] = hexDigits[bytes[i] & 15];
     }
-    at += 3 * hexLineBytes;
+    at += hexColumns;
 
     memcpy(at, " | ", 3);
     at += 3;
