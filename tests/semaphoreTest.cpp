@@ -7,8 +7,10 @@
 #include <cUtil/semaphore.h>
 #include <cUtil/tools/safeMalloc.h>
 
+#include <atomic>
 #include <climits>
 #include <cstring>
+#include <limits>
 #include <sys/syscall.h>
 #include <thread>
 
@@ -111,6 +113,32 @@ TEST_F(Semaphore, countsAndTellsByAFlagThatItIsEmpty)
     EXPECT_TRUE(taken);
 }
 
+TEST_F(Semaphore, deadlinesMayLieAsFarAwayAsTheirTypeReaches)
+{
+    using Seconds = std::numeric_limits<decltype(cu_TimeValue::tv_sec)>;
+    ASSERT_EQ(cu_Semaphore_new(&semaphore, 0, nullptr), 0U);
+    bool taken = true;
+    const cu_TimeValue farthestPast = {Seconds::min(), 0};
+    const cu_TimeValue farthest = {Seconds::max(), 999'999'999};
+    constexpr int rounds = 200; // not every wait spins, and not every one has to wait
+    for (int round = 0; round < rounds; ++round) {
+        EXPECT_EQ(cu_Semaphore_timedP(semaphore, &farthestPast, &taken), 0U);
+        EXPECT_FALSE(taken);
+    }
+    std::atomic<int> done = 0;
+    std::thread poster([&] {
+        for (int round = 0; round < rounds; ++round) {
+            EXPECT_TRUE(support::comesTrue([&] { return done == round; }));
+            EXPECT_EQ(cu_Semaphore_v(semaphore), 0U);
+        }
+    });
+    for (; done < rounds; ++done) {
+        EXPECT_EQ(cu_Semaphore_timedP(semaphore, &farthest, &taken), 0U);
+        EXPECT_TRUE(taken);
+    }
+    poster.join();
+}
+
 TEST_F(Semaphore, signalsNeitherEndAWaitNorBringItsDeadlineForward)
 {
     ASSERT_EQ(cu_Semaphore_new(&semaphore, 0, nullptr), 0U);
@@ -146,10 +174,20 @@ TEST_F(Semaphore, failingSystemCallsAreReportedAndKeepTheObject)
         const support::Injection injection("sem_trywait", EINVAL);
         EXPECT_SYSTEM_FAILURE(cu_Semaphore_tryP(semaphore, &taken), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
                               "cu_Semaphore_tryP", file, errnoText(EINVAL));
+        EXPECT_TRUE(taken);
     }
-    const cu_TimeValue invalid = {0, 1'000'000'000};
-    EXPECT_SYSTEM_FAILURE(cu_Semaphore_timedP(semaphore, &invalid, &taken), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
-                          "cu_Semaphore_timedP", file, errnoText(EINVAL));
+    for (const int32_t nanoSeconds : {1'000'000'000, -1}) {
+        const cu_TimeValue invalid = {0, nanoSeconds};
+        for (int count = 0; count < 2; ++count) {
+            taken = false;
+            EXPECT_SYSTEM_FAILURE(cu_Semaphore_timedP(semaphore, &invalid, &taken), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
+                                  "cu_Semaphore_timedP", file, errnoText(EINVAL));
+            EXPECT_TRUE(taken);
+            EXPECT_EQ(cu_Semaphore_v(semaphore), 0U);
+        }
+        while (taken)
+            EXPECT_EQ(cu_Semaphore_tryP(semaphore, &taken), 0U);
+    }
     {
         const support::Injection injection("sem_post", EOVERFLOW);
         EXPECT_SYSTEM_FAILURE(cu_Semaphore_v(semaphore), cu_ERROR_SEM_UNLOCK_FAILED, EOVERFLOW, "cu_Semaphore_v", file,

@@ -2,8 +2,9 @@
  *  Bare semaphores between processes, for layouts in shared memory: the caller's `sem_t` is the semaphore.
  *
  *  They start with a count of 1, so that each is a lock at first. A wait is never ended by a signal; before it sleeps
- * it looks for about a microsecond whether the semaphore comes free, if more than one processor is online. Any thread
- * of any process that maps the memory may call them. A process that ends while it holds one does not give it back.
+ *  it looks for about a microsecond whether the semaphore comes free, or for some 50 after a wait that hardly slept, if
+ *  more than one processor is online. Any thread of any process that maps the memory may call them. A process that ends
+ *  while it holds one does not give it back.
  */
 #ifndef CUTIL_IPC_SEMAPHORE_H
 #define CUTIL_IPC_SEMAPHORE_H
@@ -39,7 +40,7 @@ CU_EXPORT cu_ErrorCode cu_ipcSem_lock(sem_t* sem);
  * Takes one from the count if it is not 0; does not block.
  *
  * @param sem    the semaphore
- * @param taken  receives whether one was taken; a count of 0 is no error
+ * @param taken  receives whether one was taken; a count of 0 is no error. True after a failure.
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED
  */
 CU_EXPORT cu_ErrorCode cu_ipcSem_tryLock(sem_t* sem, bool* taken);
@@ -49,7 +50,7 @@ CU_EXPORT cu_ErrorCode cu_ipcSem_tryLock(sem_t* sem, bool* taken);
  *
  * @param sem       the semaphore
  * @param deadline  absolute, on the real-time clock (see cu_makeTimeoutMilliSecond())
- * @param taken     receives whether one was taken; a deadline that passes is no error
+ * @param taken     receives whether one was taken; a deadline that passes is no error. True after a failure.
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED
  */
 CU_EXPORT cu_ErrorCode cu_ipcSem_timedLock(sem_t* sem, const cu_TimeValue* deadline, bool* taken);

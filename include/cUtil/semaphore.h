@@ -2,7 +2,7 @@
  *  Counting semaphores, of one process or placed in shared memory.
  *
  *  A wait is never ended by a signal. Before a wait sleeps it looks for about a microsecond whether the semaphore comes
- *  free, if more than one processor is online.
+ *  free, or for some 50 after a wait that hardly slept, if more than one processor is online.
  */
 #ifndef CUTIL_SEMAPHORE_H
 #define CUTIL_SEMAPHORE_H
@@ -66,7 +66,7 @@ CU_EXPORT cu_ErrorCode cu_Semaphore_p(cu_Semaphore* me);
  * Takes one from the count if it is not 0; does not block.
  *
  * @param me     the semaphore
- * @param taken  receives whether one was taken; a count of 0 is no error
+ * @param taken  receives whether one was taken; a count of 0 is no error. True after a failure.
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED. Any thread may call it.
  */
 CU_EXPORT cu_ErrorCode cu_Semaphore_tryP(cu_Semaphore* me, bool* taken);
@@ -76,7 +76,7 @@ CU_EXPORT cu_ErrorCode cu_Semaphore_tryP(cu_Semaphore* me, bool* taken);
  *
  * @param me        the semaphore
  * @param deadline  absolute, on the real-time clock (see cu_makeTimeoutMilliSecond())
- * @param taken     receives whether one was taken; a deadline that passes is no error
+ * @param taken     receives whether one was taken; a deadline that passes is no error. True after a failure.
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED. Any thread may call it.
  */
 CU_EXPORT cu_ErrorCode cu_Semaphore_timedP(cu_Semaphore* me, const cu_TimeValue* deadline, bool* taken);

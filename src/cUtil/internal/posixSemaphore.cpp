@@ -36,25 +36,27 @@ int cu::internal::waitForSemaphore(sem_t* semaphore)
 int cu::internal::tryTakeSemaphore(sem_t* semaphore, bool* taken)
 {
     const int error = untilNotInterrupted([=] { return sem_trywait(semaphore); });
-    *taken = error == 0;
-    return error == EAGAIN ? 0 : error;
+    *taken = error != EAGAIN; // Compatibility: it is true after a failure.
+    return *taken ? error : 0;
 }
 
 int cu::internal::waitForSemaphoreUntil(sem_t* semaphore, const timespec* deadline, bool* taken)
 {
     const auto take = [=] { return sem_trywait(semaphore) == 0; };
-    *taken = take();
-    if (*taken)
+    *taken = true;
+    // The system refuses such a deadline even while the semaphore is free.
+    if (deadline->tv_nsec < 0 || deadline->tv_nsec >= 1'000'000'000)
+        return EINVAL;
+    if (take())
         return 0;
     Spin spin(*deadline);
-    *taken = spin.spinUntil(take);
-    if (*taken)
+    if (spin.spinUntil(take))
         return 0;
     spin.asleep();
     const int error = untilNotInterrupted([=] { return sem_timedwait(semaphore, deadline); });
     spin.awake();
-    *taken = error == 0;
-    return error == ETIMEDOUT ? 0 : error;
+    *taken = error != ETIMEDOUT; // Compatibility: it is true after a failure.
+    return *taken ? error : 0;
 }
 
 int cu::internal::postSemaphore(sem_t* semaphore)

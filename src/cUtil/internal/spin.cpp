@@ -88,9 +88,12 @@ cu::internal::Spin::Spin(const timespec& deadline) : Spin()
 {
     if (budget_ == 0)
         return;
-    const bool isValid = deadline.tv_nsec >= 0 && deadline.tv_nsec < second;
-    const int64_t left = int64_t{deadline.tv_sec} * second + deadline.tv_nsec - nanoSecondsOf(CLOCK_REALTIME);
-    if (!isValid || left < (isLong_ ? longSpin : shortSpin))
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    // A deadline may lie as far away as its type reaches, which is too far for nanoseconds.
+    const auto seconds = std::clamp<int64_t>(deadline.tv_sec, int64_t{now.tv_sec} - 1, int64_t{now.tv_sec} + 2);
+    const int64_t left = (seconds - now.tv_sec) * second + deadline.tv_nsec - now.tv_nsec;
+    if (left < (isLong_ ? longSpin : shortSpin))
         budget_ = 0;
 }
 

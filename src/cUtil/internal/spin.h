@@ -30,7 +30,7 @@ class Spin
 {
 public:
     Spin();
-    /// With a point on the real-time clock beyond which the spin must not last.
+    /// With a normalised point on the real-time clock beyond which the spin must not last.
     explicit Spin(const timespec& deadline);
 
     /// Looks again and again whether a condition comes true. The gaps between the looks grow: whoever is to make it
