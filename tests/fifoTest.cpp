@@ -274,6 +274,8 @@ TEST(Fifo, formattingThatFailsLeavesNoSemaphoreAndTellsWhatFailed)
         EXPECT_STREQ(injection.fired(), calls[step]);
         EXPECT_EQ(support::trace().find("cu_Fifo_init  -  src/cUtil/fifo:"), 0U);
     }
+    const support::Injection notTaken("sem_trywait", EAGAIN);
+    EXPECT_FAILURE(cu_Fifo_init(raw, 2, sizeof(initial), &initial), cu_ERROR_COM_INVARIANT, "cu_Fifo_init", file, "");
 }
 
 TEST(Fifo, aFailingLockGivesThePlaceBackAndAFailingMoveEndsTheProcess)
@@ -291,6 +293,16 @@ TEST(Fifo, aFailingLockGivesThePlaceBackAndAFailingMoveEndsTheProcess)
 
     const Block other(2);
     ASSERT_TRUE(block.put(1, 1));
+    {
+        void* to = nullptr;
+        const support::Injection injection("sem_trywait", EINVAL, 3); // after the destination's place and lock
+        EXPECT_SYSTEM_FAILURE(cu_Fifo_tryMove(block.get(), other.get(), &entry, &to), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
+                              "cu_ipcSem_tryLock", "src/cUtil/ipcSemaphore.linux", "errno[22]='Invalid argument'");
+        EXPECT_NE(support::trace().find("\ncu_Fifo_tryMove  -  src/cUtil/fifo:"), std::string::npos);
+        EXPECT_EQ(entry, nullptr);
+    }
+    EXPECT_EQ(other.free(), 2);
+    ASSERT_TRUE(other.put(1, 1)) << "its lock is free";
     const auto move = support::outcomeOf([&] {
         const support::Injection injection("sem_post", EINVAL);
         cu_Fifo_tryMoveCommit(block.get(), other.get());
@@ -347,6 +359,31 @@ TEST(Fifo, fourProcessesExchangeEveryEntryOnceAndInOrder)
             for (const uint32_t takes : writer)
                 ASSERT_EQ(takes, 1U);
         EXPECT_EQ(block.free(), static_cast<int32_t>(capacity));
+    }
+}
+
+TEST(Fifo, aProcessThatDiesWhileItWaitsForATransactionCostsTheQueueAnEntry)
+{
+    const Block block(4);
+    ASSERT_TRUE(block.put(1, 1));
+    void* entry = nullptr;
+    ASSERT_EQ(cu_Fifo_put(block.get(), &entry), 0U);
+    support::Process victim([&] {
+        void* wanted = nullptr;
+        cu_Fifo_tryGet(block.get(), &wanted);
+        return 0;
+    });
+    EXPECT_TRUE(support::comesTrue([&] { return block.used() == 0; }));
+    victim.kill();
+    *static_cast<Entry*>(entry) = {1, 2};
+    EXPECT_EQ(cu_Fifo_putCommit(block.get()), 0U);
+    EXPECT_EQ(block.used() + block.free(), 3);
+    for (uint32_t number = 1; number < 10; ++number) {
+        ASSERT_EQ(cu_Fifo_tryGet(block.get(), &entry), 0U);
+        ASSERT_NE(entry, nullptr);
+        EXPECT_EQ(static_cast<Entry*>(entry)->number, number);
+        EXPECT_EQ(cu_Fifo_getCommit(block.get()), 0U);
+        EXPECT_TRUE(block.put(1, number + 2));
     }
 }
 

@@ -10,11 +10,13 @@
  *  #CU_FIFO_ALIGNMENT bytes (the base of a shared-memory region is).
  *
  *  What a process leaves behind that dies:
- *  - outside a transaction: nothing; the entries that it published are kept;
+ *  - outside a transaction, or waiting for an entry or a free place: nothing; the entries that it published are kept;
+ *  - waiting for the transaction of another to end, or late in its own commit or rollback: what it had taken or was to
+ *    publish (an entry or a free place) is not counted any more. No entry is lost or corrupted, but the queue goes on
+ *    with a place less, and if that is an entry, the last one stays unread until another one is published;
  *  - within a transaction: the queue stays locked. What it had taken (an entry or a free place) is not given back, and
  *    every later transaction waits without limit for the lock, the timed and the trying ones, too, once they have taken
  *    an entry or a free place. No entry is lost or corrupted, but the queue can only be formatted anew.
- *  - waiting: nothing.
  *
  *  Deadlines are absolute, on the real-time clock. All functions may be called by any thread of any process that maps
  *  the block. After a fork the child may use the queue, but not end a transaction of its parent's.
