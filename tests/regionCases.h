@@ -345,7 +345,10 @@ TYPED_TEST_P(RegionTest, aDeleteThatFailsCanBeRepeated)
     EXPECT_EQ(this->address(me), nullptr);
     EXPECT_TRUE(this->isThere());
     EXPECT_NE(descriptorFlags(this->path), -1);
-    // Whatever is mapped where the region was must survive the second attempt.
+    EXPECT_EQ(this->size(me), 0U);
+    void* inside = nullptr;
+    EXPECT_REFUSED(TypeParam::addressAt(me, &inside, 1), std::string(TypeParam::addressName) + "WithOffset",
+                   TypeParam::file);
     EXPECT_EQ(TypeParam::destroy(&me, false), 0U);
     EXPECT_EQ(descriptorFlags(this->path), -1);
 

@@ -1,5 +1,6 @@
 /** @file
  *  Mapped files: regions as in sharedMemory.h, but over ordinary files, so that what is shared stays on the disk.
+ *  SIGBUS tells here also that the disk is full or cannot be read.
  *
  *  Objects are not locked: one thread at a time per object; the accessors only read it. What lies in the file is the
  *  affair of those who share it.
@@ -73,7 +74,7 @@ CU_EXPORT cu_ErrorCode cu_MappedFile_delete(cu_MappedFile** me, bool unlink);
 /** Gives the path as the caller gave it; it belongs to the object. @return 0 or cu_ERROR_COM_INVALID_ARGUMENT */
 CU_EXPORT cu_ErrorCode cu_MappedFile_getName(const cu_MappedFile* me, const cu_String** name);
 
-/** Gives the size of the mapping in bytes. @return 0 or cu_ERROR_COM_INVALID_ARGUMENT */
+/** Gives the size of the mapping in bytes; 0 after a delete that failed. @return 0 or cu_ERROR_COM_INVALID_ARGUMENT */
 CU_EXPORT cu_ErrorCode cu_MappedFile_getMappedSize(const cu_MappedFile* me, uint32_t* size);
 
 /** Gives the address of the file's first byte, valid until the object is deleted; null after a delete that failed.

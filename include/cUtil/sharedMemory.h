@@ -1,6 +1,9 @@
 /** @file
  *  Named shared-memory regions: one process creates a region with a size, an owner and permissions, others open it by
- * the same name, and all of them see the same bytes.
+ *  the same name, and all of them see the same bytes.
+ *
+ *  Mapped bytes that are not there raise SIGBUS when they are touched: those beyond the size to which another process
+ *  cut the region, and those for which the system finds no memory any more.
  *
  *  Objects are not locked: one thread at a time per object; the accessors only read it. What lies in the region is the
  *  affair of those who share it.
@@ -83,7 +86,7 @@ CU_EXPORT cu_ErrorCode cu_SharedMemory_delete(cu_SharedMemory** me, bool unlink)
 /** Gives the name as the caller gave it; it belongs to the object. @return 0 or cu_ERROR_COM_INVALID_ARGUMENT */
 CU_EXPORT cu_ErrorCode cu_SharedMemory_getName(const cu_SharedMemory* me, const cu_String** name);
 
-/** Gives the size of the mapping in bytes. @return 0 or cu_ERROR_COM_INVALID_ARGUMENT */
+/** Gives the size of the mapping in bytes; 0 after a delete that failed. @return 0 or cu_ERROR_COM_INVALID_ARGUMENT */
 CU_EXPORT cu_ErrorCode cu_SharedMemory_getMappedSize(const cu_SharedMemory* me, uint32_t* size);
 
 /** Gives the address of the region's first byte, valid until the region is deleted; null after a delete that failed.

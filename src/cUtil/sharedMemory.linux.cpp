@@ -35,6 +35,8 @@ static cu_ErrorCode createSHMName(internal::Owned<char>* systemName, const char*
     CU_REQUIRE(systemName != nullptr);
     CU_REQUIRE(name != nullptr);
     const std::size_t length = strlen(name);
+    if (length > UINT32_MAX - 2)
+        return CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
     CU_TRY(systemName->allocateBytes(allocator, static_cast<uint32_t>(length + 2)));
     systemName->get()[0] = '/';
     memcpy(systemName->get() + 1, name, length + 1);

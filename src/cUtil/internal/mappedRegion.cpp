@@ -65,6 +65,7 @@ int unmapAndClose(MappedRegion& region)
     if (region.base != nullptr)
         munmap(region.base, region.size);
     region.base = nullptr;
+    region.size = 0;
     if (region.descriptor != -1 && close(region.descriptor) != 0)
         return errno;
     region.descriptor = -1;

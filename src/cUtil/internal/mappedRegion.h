@@ -31,7 +31,7 @@ namespace cu::internal
 struct MappedRegion {
     cu_allocator* allocator = nullptr;
     int32_t descriptor = -1; ///< -1 once closed
-    uint32_t size = 0;       ///< of the mapping, in bytes
+    uint32_t size = 0;       ///< of the mapping, in bytes; 0 once unmapped
     cu_String* name = nullptr;
     void* base = nullptr; ///< null once unmapped
     cu_User* user = nullptr;
