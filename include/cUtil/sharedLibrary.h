@@ -21,7 +21,7 @@ typedef struct cu_SharedLibrary cu_SharedLibrary;
  *
  * @param library    receives the object; must hold null, and keeps it on failure. End it with
  * cu_SharedLibrary_delete().
- * @param name       path, file name or bare name ("m"), not empty; copied
+ * @param name       path, file name or bare name ("m"); empty: the program itself; copied
  * @param allocator  for the object and the copy of the name; null: the shared heap one
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_FAILED_TO_LOAD_LIBRARY with the loader's text; or what the
  *         allocator says

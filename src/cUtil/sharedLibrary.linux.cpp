@@ -30,7 +30,6 @@ cu_ErrorCode cu_SharedLibrary_new(cu_SharedLibrary** library, const char* name, 
     CU_REQUIRE(library != nullptr);
     CU_REQUIRE(*library == nullptr);
     CU_REQUIRE(name != nullptr);
-    CU_REQUIRE(name[0] != '\0');
 
     internal::Owned<cu_SharedLibrary> fresh;
     CU_TRY(fresh.allocate(allocator));
