@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace
@@ -20,6 +21,10 @@ std::string hexadecimal(const void* address)
 
 TEST(SafeMalloc, blocksAreZeroedAndBadArgumentsAreTold)
 {
+    // Leave something behind in the heap; the volatile pointer keeps the compiler from dropping the writes.
+    void* volatile dirty = std::malloc(4096);
+    memset(dirty, 0xA5, 4096);
+    std::free(dirty);
     void* block = nullptr;
     ASSERT_EQ(cu_safeMalloc(&block, 4096), 0U);
     const std::string zeros(4096, '\0');
@@ -32,8 +37,12 @@ TEST(SafeMalloc, blocksAreZeroedAndBadArgumentsAreTold)
                    "src/cUtil/tools/safeMalloc", "dest=0x00000000, size=7");
     EXPECT_FAILURE(cu_safeRealloc(nullptr, 7), cu_ERROR_COM_INVALID_ARGUMENT, "cu_safeRealloc",
                    "src/cUtil/tools/safeMalloc", "dest=0x00000000, *dest=0x00000000 (valid if dest is not 0!), size=7");
+    const support::Injection untouched("realloc", ENOMEM); // what realloc does with size 0 is the system's affair
     EXPECT_EQ(cu_safeRealloc(&block, 0), 0U);
     EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(cu_safeRealloc(&block, 0), 0U);
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(untouched.fired(), nullptr);
     EXPECT_EQ(cu_safeFreeImpl(nullptr), 0U);
 }
 

@@ -2,6 +2,7 @@
 #include "support/process.h"
 #include "support/record.h"
 
+#include <cUtil/allocator.h>
 #include <cUtil/tools/safeMalloc.h>
 
 #include <gmock/gmock.h>
@@ -11,6 +12,7 @@
 #include <ctime>
 #include <pthread.h>
 #include <thread>
+#include <utility>
 
 namespace
 {
@@ -201,31 +203,50 @@ TEST(ErrorLocation, anExhaustedHeapEndsInTheFallBackRecordAndTheCodeIsReturnedAl
 {
     const auto outcome = support::outcomeOf([] {
         std::thread([] {
-            const cu_Error* first = nullptr;
+            const cu_Error* fallBack = nullptr;
             {
-                const support::Injection exhausted("calloc", ENOMEM);
-                first = cu_getErrorLocation();
-            }
-            if (std::string(first->functionName) != placeholder || first->errorID != 0)
-                _exit(1);
-            void* block = nullptr;
-            {
-                // The block, then the record for the report of that, then the record for what is read back.
-                const support::Injection exhausted("calloc", ENOMEM);
+                const support::Injection exhausted = support::Injection::ofEvery("calloc", ENOMEM);
+                fallBack = cu_getErrorLocation();
+                if (std::string(fallBack->functionName) != placeholder || fallBack->errorID != 0)
+                    _exit(1);
+                void* block = nullptr;
                 if (cu_safeMalloc(&block, 1) != cu_ERROR_COM_MALLOC_FAILED)
                     _exit(2);
+                if (cu_getErrorLocation() != fallBack || fallBack->errorID != 0)
+                    _exit(3);
             }
-            if (cu_getErrorLocation() == first || cu_getErrorLocation()->errorID != cu_ERROR_COM_MALLOC_FAILED)
-                _exit(3);
+            report(1);
+            if (cu_getErrorLocation() == fallBack || ku_getErrorCode() != 1)
+                _exit(4);
+        }).join();
+        std::thread([] {
+            // One refused request must not leave a record that the nested report made.
+            const support::Injection once("calloc", ENOMEM);
+            if (cu_getErrorLocation()->errorID != 0 || cu_getErrorLocation()->errorID != 0)
+                _exit(5);
         }).join();
         std::thread([] {
             const support::Injection noKey("pthread_setspecific", ENOMEM);
             if (cu_getErrorLocation() == nullptr || noKey.fired() == nullptr)
-                _exit(4);
+                _exit(6);
         }).join();
     });
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "");
+}
+
+TEST(ErrorLocation, aThreadAsksForMemoryOnlyForItsFirstError)
+{
+    std::thread([] {
+        report(1);
+        const support::Injection untouched(1);
+        cu_Error_report(cu_getErrorLocation(), 2, 3, "f", 4, "g", "%s %d", std::string(1500, 'x').c_str(), 5);
+        cu_Error_setStackTracePoint(cu_getErrorLocation(), "f", 1, "g");
+        EXPECT_EQ(cu_allocator_alloc(nullptr, nullptr, 0), cu_ERROR_COM_INVALID_ARGUMENT);
+        char text[1024];
+        ku_createReport(text, sizeof(text));
+        EXPECT_EQ(untouched.fired(), nullptr);
+    }).join();
 }
 
 // The order in which the keys' destructors run is the system's affair, so keys stand on both sides of the record's.
@@ -291,6 +312,23 @@ TEST(ErrorLog, anEntryIsFramedAndTellsWhoWhenAndWhat)
     EXPECT_NE(withoutFile.error.find("\nCmd: ''\n"), std::string::npos);
     EXPECT_NE(withoutFile.error.find(rule + "\n\n" + rule + "\n"), std::string::npos);
     EXPECT_STREQ(cu_getLogName(), "zevErrorLog.txt");
+}
+
+TEST(ErrorLog, anEntryOfACancelledThreadIsFinishedAndLocksNobodyOut)
+{
+    const auto outcome = support::outcomeOf([] {
+        cu_addVersionInfoCallback([] {
+            static bool once = true;
+            if (std::exchange(once, false))
+                pthread_cancel(pthread_self());
+            return "version";
+        });
+        std::thread([] { cu_logErrorMessage("first"); }).join();
+        cu_logErrorMessage("second");
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_NE(outcome.error.find("first"), std::string::npos);
+    EXPECT_NE(outcome.error.find("second"), std::string::npos);
 }
 
 template <int number>

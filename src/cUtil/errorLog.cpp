@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace
@@ -55,6 +56,9 @@ void readCommandLine(char (&text)[commandLineSize])
 
 void cu_logErrorMessage(const char* message)
 {
+    // A cancelled thread finishes its entry: it would take the lock of the stream with it.
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
     char commandLine[commandLineSize];
     readCommandLine(commandLine);
     const time_t now = time(nullptr);
@@ -75,6 +79,7 @@ void cu_logErrorMessage(const char* message)
     fputs(singleRule, stderr);
     fflush(stderr);
     funlockfile(stderr);
+    pthread_setcancelstate(cancelState, nullptr);
 }
 
 const char* cu_getLogName(void)

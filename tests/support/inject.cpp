@@ -24,6 +24,7 @@ struct Plan {
     const char* fired = nullptr;
     unsigned callsLeft = 0; // until the one that fails; 0: none is to fail
     int error = ENOMEM;
+    bool persists = false; // every call fails
 };
 
 thread_local Plan plan;
@@ -40,7 +41,7 @@ bool comesFromLibrary(const void* caller)
 bool mustFail(const char* function, const void* caller)
 {
     if (plan.callsLeft == 0 || (plan.function != nullptr && strcmp(plan.function, function) != 0) ||
-        !comesFromLibrary(caller) || --plan.callsLeft != 0)
+        !comesFromLibrary(caller) || (!plan.persists && --plan.callsLeft != 0))
         return false;
     plan.fired = function;
     errno = plan.error;
@@ -57,9 +58,16 @@ Injection::Injection(unsigned nth)
     plan = {nullptr, nullptr, nth, ENOMEM};
 }
 
-Injection::Injection(const char* function, int error, unsigned nth)
+Injection::Injection(const char* function, int error, unsigned nth) : Injection(function, error, nth, false) {}
+
+Injection::Injection(const char* function, int error, unsigned nth, bool persists)
 {
-    plan = {function, nullptr, nth, error};
+    plan = {function, nullptr, nth, error, persists};
+}
+
+Injection Injection::ofEvery(const char* function, int error)
+{
+    return {function, error, 1, true};
 }
 
 Injection::~Injection()

@@ -7,7 +7,7 @@
 namespace support
 {
 
-/// While it lives, lets one call that the library makes in this thread fail with an error number.
+/// While it lives, lets calls that the library makes in this thread fail with an error number.
 class Injection
 {
 public:
@@ -15,12 +15,17 @@ public:
     explicit Injection(unsigned nth);
     /// The n-th call of one function; its 64-bit name where it has one ("mmap64").
     explicit Injection(const char* function, int error, unsigned nth = 1);
+    /// Every call of one function.
+    static Injection ofEvery(const char* function, int error);
     ~Injection();
     Injection(const Injection&) = delete;
     Injection& operator=(const Injection&) = delete;
 
     /// The function that was made to fail, or null as long as none was.
     const char* fired() const;
+
+private:
+    Injection(const char* function, int error, unsigned nth, bool persists);
 };
 
 /// While it lives, the library reads this from every clock in this thread, as the time and as the resolution.
