@@ -344,6 +344,12 @@ TEST(String, aStringMayTakeFromItself)
     text.refused([&] { return cu_String_append(text, text); });
     EXPECT_EQ(text.get().find("efabcdefdef"), 0U);
 
+    // What stands behind the end that a replacement has set is still there to be taken.
+    Text list("name,a value longer than it");
+    EXPECT_EQ(cu_String_replace(list, ',', 0), 0U);
+    EXPECT_EQ(cu_String_appendStr(list, cu_String_get(list) + 5), 0U);
+    EXPECT_EQ(list.get(), "namea value longer than it");
+
     // The buffer shrinks under a text near its end.
     Text formatted;
     EXPECT_EQ(cu_String_format(formatted, "%s%s", times(150, 'a').c_str(), times(50, 'b').c_str()), 0U);

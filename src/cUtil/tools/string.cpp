@@ -169,7 +169,7 @@ inline bool append(cu_String* me, Source source)
     if (ruled)
         me->capacity = static_cast<uint32_t>(length + 1);
     const std::size_t copied = std::min<std::size_t>(source.textLength, me->held - 1 - me->textLength);
-    memcpy(me->buffer + me->textLength, source.text, copied);
+    memmove(me->buffer + me->textLength, source.text, copied); // what replace() has cut off may lie just behind
     recordLengths(me, me->textLength + copied, length);
     return true;
 }
