@@ -46,6 +46,7 @@ TEST(ErrorCodes, everyCodeHasItsNameDescriptionAndCategory)
         EXPECT_STREQ(cu_GetErrorCategory(expected.code), expected.category);
     }
     EXPECT_EQ(cu_ERROR_WINDOWS_FORMAT_MESSAGE_FAILED, 0x0100004D);
+    static_assert(CU_ERROR_CODE(255, 0xFFFFFF) == UINT32_MAX); // not negative, whatever the types of its parts
 }
 
 TEST(ErrorCodes, aComponentSeesTheWholeCodeUntilItIsCleared)

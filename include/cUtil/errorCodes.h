@@ -15,8 +15,9 @@ CU_BEGIN_DECLS
 /** Bits of the code field within a component; the last argument of cu_SetResolver() and cu_ClearResolver(). */
 #define CU_ERROR_CODE_BITS 24
 
-/** The code @p number of component @p component. Applications declare the codes of their own components with it. */
-#define CU_ERROR_CODE(component, number) (((component) << CU_ERROR_CODE_BITS) + (number))
+/** The code @p number of component @p component, unsigned. Applications declare the codes of their own components with
+ *  it; as a constant expression of the preprocessor, too. */
+#define CU_ERROR_CODE(component, number) ((component) * (UINT32_C(1) << CU_ERROR_CODE_BITS) + (number))
 
 /** What cu_GetErrorDescription() gives for an unknown code of the library, and for the codes without a description. */
 #define CU_NO_DESCRIPTION "getDescription(): Unknown error code! Can't retrieve an associated textual description!"
