@@ -69,7 +69,8 @@ CU_EXPORT cu_ErrorCode cu_allocator_free(cu_allocator* allocator, void** destina
  * @param argument         passed through to the allocator's operation
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; or what the allocator says
  *
- * The blocks that it gave out must have been returned, unless the allocator says otherwise.
+ * The blocks that it gave out must have been returned, unless the allocator says otherwise. No other thread may use it
+ * any more.
  */
 CU_EXPORT cu_ErrorCode cu_allocator_destruct(cu_allocator** allocatorHandle, uint32_t argument);
 

@@ -4,6 +4,9 @@
  *  A function that fails fills the record of the calling thread and returns the code; a function that passes a failure
  *  on adds a point to the record's stack trace. A success leaves the record as it is, so read it only after a non-zero
  *  result.
+ *
+ *  Unless said otherwise any thread may call a function here, at any time, on a record of its own, and none blocks but
+ *  for the texts that go to the standard output.
  */
 #ifndef CUTIL_ERROR_INFO_H
 #define CUTIL_ERROR_INFO_H

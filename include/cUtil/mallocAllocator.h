@@ -1,5 +1,6 @@
 /** @file
- *  The allocator over the checked heap calls of tools/safeMalloc.h, shared or as instances.
+ *  The allocator over the checked heap calls of tools/safeMalloc.h, shared or as instances. Either gives zero-filled
+ *  blocks, and any number of threads may use it at once. Nothing blocks beyond the lock of the heap.
  */
 #ifndef CUTIL_MALLOC_ALLOCATOR_H
 #define CUTIL_MALLOC_ALLOCATOR_H

@@ -73,6 +73,7 @@ cu_Error* makeRecord()
     return makeFresh(static_cast<cu_Error*>(record));
 }
 
+// Compatibility: the slips of this text, and the encrypted log files that it speaks of, are part of the interface.
 [[gnu::cold]] void tellInvalid(const char* item, internal::Place place)
 {
     printf("FATAL INTERNAL ERROR IN ERROR HANDLER!\n"

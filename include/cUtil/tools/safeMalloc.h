@@ -1,5 +1,8 @@
 /** @file
  *  The system heap with zero-filled blocks and reported failures.
+ *
+ *  As thread-safe as that heap: any thread may call any function, and release what another one got. Nothing blocks
+ *  beyond the lock of the heap.
  */
 #ifndef CUTIL_TOOLS_SAFE_MALLOC_H
 #define CUTIL_TOOLS_SAFE_MALLOC_H

@@ -50,6 +50,7 @@ cu_ErrorCode cu_Clock_getElapsed(const cu_Clock* clock, cu_TimeValue* elapsed)
     }
     cu_TimeValue now = {};
     CU_TRY(cu_getTime(&now, CLOCK_MONOTONIC));
+    // Compatibility: the last result counts as well while the next one is taken, although stopping replaces it.
     const cu_TimeValue current = internal::difference(now, clock->start);
     *elapsed = clock->elapsed;
     internal::add(*elapsed, current.tv_sec, current.tv_nsec);
