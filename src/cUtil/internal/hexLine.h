@@ -1,4 +1,4 @@
-// One line of a hex dump. The command-line tool composes the same lines without the library's buffers.
+// The lines of a hex dump. The command-line tool composes the same ones without the library's buffers.
 #pragma once
 
 #include <cstddef>
@@ -7,6 +7,11 @@
 
 namespace cu::internal
 {
+
+constexpr char hexHeading[] = "Address  |  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F | Dump\n";
+constexpr char hexRule[] = "-----------------------------------------------------------------------------\n";
+constexpr char hexRepetition[] = "*\n"; ///< Stands for any number of lines that equal the one before.
+static_assert(sizeof(hexRule) == 77 + 2);
 
 constexpr uint32_t hexLineBytes = 16;
 

@@ -11,11 +11,6 @@
 namespace
 {
 
-constexpr char heading[] = "Address  |  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F | Dump\n";
-constexpr char rule[] = "-----------------------------------------------------------------------------\n";
-constexpr char repetition[] = "*\n";
-static_assert(sizeof(rule) == 77 + 2);
-
 // The room that is left, and what stands at the start of each line.
 struct Output {
     char* at;
@@ -70,8 +65,8 @@ cu_ErrorCode cu_printHexDump(const void* data, uint32_t length, void* destinatio
     }
 
     Output out{buffer, size, prefix, prefixLength};
-    CU_TRY(writePiece(out, heading, sizeof(heading) - 1));
-    CU_TRY(writePiece(out, rule, sizeof(rule) - 1));
+    CU_TRY(writePiece(out, internal::hexHeading, sizeof(internal::hexHeading) - 1));
+    CU_TRY(writePiece(out, internal::hexRule, sizeof(internal::hexRule) - 1));
 
     const auto* bytes = static_cast<const unsigned char*>(data);
     bool repeating = false;
@@ -81,7 +76,7 @@ cu_ErrorCode cu_printHexDump(const void* data, uint32_t length, void* destinatio
         if (i != 0 && i != lastLine &&
             memcmp(bytes + offset, bytes + offset - internal::hexLineBytes, internal::hexLineBytes) == 0) {
             if (!repeating)
-                CU_TRY(writePiece(out, repetition, sizeof(repetition) - 1));
+                CU_TRY(writePiece(out, internal::hexRepetition, sizeof(internal::hexRepetition) - 1));
             repeating = true;
             continue;
         }
