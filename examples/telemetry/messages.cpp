@@ -1,0 +1,76 @@
+#include "messages.h"
+
+#include <cUtil/errorInfo.h>
+
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+namespace telemetry
+{
+
+namespace
+{
+
+volatile std::sig_atomic_t stop = 0;
+
+void onStopSignal(int)
+{
+    stop = 1;
+}
+
+// In one write, for several processes speak to one terminal.
+__attribute__((__format__(__printf__, 1, 0))) void sayLine(const char* format, va_list arguments)
+{
+    char text[1500];
+    vsnprintf(text, sizeof(text), format, arguments);
+    const std::string line = std::string("telemetry: ") + text + '\n';
+    fflush(stdout);
+    fputs(line.c_str(), stderr);
+}
+
+} // namespace
+
+void say(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    sayLine(format, arguments);
+    va_end(arguments);
+}
+
+int fail(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    sayLine(format, arguments);
+    va_end(arguments);
+    return failed;
+}
+
+int failByRecord(cu_ErrorCode code, const char* operation)
+{
+    const cu_Error* record = cu_getErrorLocation();
+    const char* description = cu_Error_getDescription(record);
+    if (description[0] == '\0') // many failures have nothing to add to the text of their code
+        description = cu_GetErrorDescription(code);
+    return fail("%s: %s (%s in %s)", operation, description, cu_GetErrorName(code), cu_Error_getFunctionName(record));
+}
+
+void catchStopSignals()
+{
+    struct sigaction action {
+    };
+    action.sa_handler = onStopSignal;
+    action.sa_flags = SA_RESTART;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
+}
+
+bool stopRequested()
+{
+    return stop != 0;
+}
+
+} // namespace telemetry

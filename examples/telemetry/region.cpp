@@ -1,0 +1,268 @@
+#include "region.h"
+
+#include "messages.h"
+
+#include <cUtil/errorInfo.h>
+#include <cUtil/fifo.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+namespace telemetry
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto patience = 3s; // until the other side must be there
+constexpr auto pollPeriod = 20ms;
+constexpr uint64_t signature = 0x54656C656D000000 | sizeof(Record);
+constexpr uint32_t permissions = CU_PERMISSION_OWNER_READ | CU_PERMISSION_OWNER_WRITE;
+
+// The words are shared with processes of other runs and builds: they must be atomic without a lock somewhere.
+using Word = std::atomic_ref<uint64_t>;
+static_assert(Word::is_always_lock_free);
+static_assert(CU_FIFO_ALIGNMENT % alignof(Run) == 0 && sizeof(Record) % alignof(Run) == 0);
+
+uint32_t blockSize()
+{
+    return cu_Fifo_getBlockSize(queueCapacity, sizeof(Record));
+}
+uint32_t regionSize()
+{
+    return blockSize() + static_cast<uint32_t>(sizeof(Run));
+}
+
+// Acquire and release: who sees a party or the signature sees what was written before it.
+uint64_t load(uint64_t& word)
+{
+    return Word(word).load(std::memory_order_acquire);
+}
+void store(uint64_t& word, uint64_t value)
+{
+    Word(word).store(value, std::memory_order_release);
+}
+bool replace(uint64_t& word, uint64_t expected, uint64_t value)
+{
+    return Word(word).compare_exchange_strong(expected, value, std::memory_order_acq_rel);
+}
+
+} // namespace
+
+Region::Region(cu_SharedMemory* handle, Role role) : handle_(handle), role_(role)
+{
+    cu_ErrorCode code = cu_SharedMemory_getShared(handle, &base_);
+    if (code == 0)
+        code = cu_SharedMemory_getMappedSize(handle, &size_);
+    if (code == 0 && size_ == regionSize())
+        code = cu_SharedMemory_getSharedWithOffset(handle, &run_, blockSize());
+    if (code != 0)
+        static_cast<void>(failByRecord(code, "shared memory"));
+}
+
+Region::~Region()
+{
+    if (handle_ == nullptr)
+        return;
+    cu_ErrorCode code = 0;
+    if (role_ == Role::sampler) {
+        store(run().sampler, gone);
+        // Under a reporter that is still there the semaphores stay; they go with the memory.
+        code = reporter() == Presence::there ? cu_Fifo_detach(queue()) : cu_Fifo_cleanup(queue());
+        if (code == 0 && !unlink())
+            return;
+    } else if (role_ == Role::reporter) {
+        store(run().reporter, gone);
+        code = cu_Fifo_detach(queue());
+    }
+    if (code == 0 && handle_ != nullptr)
+        code = cu_SharedMemory_delete(&handle_, false);
+    if (code != 0)
+        static_cast<void>(failByRecord(code, "leaving the region"));
+}
+
+Run& Region::run() const
+{
+    return *static_cast<Run*>(run_);
+}
+Presence Region::sampler() const
+{
+    return presenceOf(load(run().sampler));
+}
+Presence Region::reporter() const
+{
+    return presenceOf(load(run().reporter));
+}
+int Region::samplerNumber() const
+{
+    return processNumber(load(run().sampler));
+}
+int Region::reporterNumber() const
+{
+    return processNumber(load(run().reporter));
+}
+
+// The object is unmapped when its name cannot be removed; it is deleted again for the rest. That the name is gone
+// already is what was wanted.
+bool Region::unlink()
+{
+    cu_ErrorCode code = cu_SharedMemory_delete(&handle_, true);
+    if (code != 0 && handle_ != nullptr)
+        code = cu_SharedMemory_delete(&handle_, false);
+    if (code != 0)
+        static_cast<void>(failByRecord(code, "removing the region"));
+    return code == 0;
+}
+
+bool Region::format()
+{
+    if (run_ == nullptr)
+        return false; // told already
+    store(run().sampler, thisProcess());
+    const Record empty{};
+    const cu_ErrorCode code = cu_Fifo_init(queue(), queueCapacity, sizeof(Record), &empty);
+    if (code != 0) {
+        static_cast<void>(failByRecord(code, "formatting the queue"));
+        static_cast<void>(unlink());
+        return false;
+    }
+    role_ = Role::sampler;
+    store(run().signature, signature);
+    return true;
+}
+
+Region::State Region::inspect() const
+{
+    if (run_ == nullptr)
+        return State::foreign;
+    const uint64_t found = load(run().signature);
+    if (found != signature && found != 0)
+        return State::foreign;
+    switch (sampler()) {
+    case Presence::there:
+        return found == signature ? State::filled : State::unfinished;
+    case Presence::awaited:
+        return found == signature ? State::foreign : State::unfinished;
+    default:
+        return State::stale;
+    }
+}
+
+std::optional<Region> Region::open(const std::string& name, State& state)
+{
+    cu_SharedMemory* handle = nullptr;
+    const cu_ErrorCode code = cu_SharedMemory_open(&handle, name.c_str(), nullptr);
+    if (code == 0) {
+        Region region(handle, Role::onlooker);
+        state = region.inspect();
+        return region;
+    }
+    const int32_t reason = ku_getSystemErrorCode();
+    state = State::foreign;
+    if (code == cu_ERROR_SHM_OPEN_FAILED && reason == ENOENT)
+        state = State::missing;
+    else if (code == cu_ERROR_SHM_OPEN_FAILED && reason == EINVAL) // an empty region: created, but not yet sized
+        state = State::unfinished;
+    else
+        static_cast<void>(failByRecord(code, "opening the region"));
+    return std::nullopt;
+}
+
+// Takes a region of that name away when nobody fills it. Says whether it makes sense to try again.
+bool Region::makeRoom(const std::string& name, bool waitForIt)
+{
+    State state{};
+    std::optional<Region> region = open(name, state);
+    if (state == State::missing)
+        return true;
+    if (state == State::foreign) {
+        say("the region '%s' is there already and is none of a sampler's", name.c_str());
+        return false;
+    }
+    if (state == State::filled) {
+        say("a sampler (process %d) fills the region '%s' already", region->samplerNumber(), name.c_str());
+        return false;
+    }
+    if (state == State::unfinished && waitForIt) {
+        std::this_thread::sleep_for(pollPeriod);
+        return true;
+    }
+    if (!region) {
+        // Its creator died before it gave the region a size.
+        cu_SharedMemory* handle = nullptr;
+        const cu_ErrorCode code =
+            cu_SharedMemory_create(&handle, name.c_str(), regionSize(), nullptr, nullptr, permissions, true, nullptr);
+        if (code != 0) {
+            static_cast<void>(failByRecord(code, "taking over the region"));
+            return false;
+        }
+        region.emplace(Region(handle, Role::onlooker));
+    }
+    // Of two samplers that see the same stale region only one removes it: the other would remove its successor.
+    const Party former = load(region->run().sampler);
+    if (presenceOf(former) == Presence::there || !replace(region->run().sampler, former, thisProcess()))
+        return true;
+    say("replacing the region '%s' that an earlier run left behind", name.c_str());
+    return region->unlink();
+}
+
+std::optional<Region> Region::create(const std::string& name)
+{
+    const auto end = Clock::now() + patience;
+    for (;;) {
+        cu_SharedMemory* handle = nullptr;
+        const cu_ErrorCode code =
+            cu_SharedMemory_create(&handle, name.c_str(), regionSize(), nullptr, nullptr, permissions, false, nullptr);
+        if (code == 0) {
+            Region region(handle, Role::onlooker);
+            if (!region.format())
+                return std::nullopt;
+            return region;
+        }
+        if (code != cu_ERROR_SHM_CREATE_FAILED || ku_getSystemErrorCode() != EEXIST) {
+            static_cast<void>(failByRecord(code, "creating the region"));
+            return std::nullopt;
+        }
+        if (stopRequested() || !makeRoom(name, Clock::now() < end))
+            return std::nullopt;
+    }
+}
+
+std::optional<Region> Region::attach(const std::string& name)
+{
+    const auto end = Clock::now() + patience;
+    int other = 0;
+    do {
+        State state{};
+        std::optional<Region> region = open(name, state);
+        if (state == State::foreign) {
+            say("the region '%s' is none of a sampler's", name.c_str());
+            return std::nullopt;
+        }
+        if (state == State::filled) {
+            const cu_ErrorCode code = cu_Fifo_attach(region->queue());
+            if (code != 0) {
+                static_cast<void>(failByRecord(code, "attaching to the queue"));
+                return std::nullopt;
+            }
+            if (replace(region->run().reporter, nobody, thisProcess())) {
+                region->role_ = Role::reporter;
+                return region;
+            }
+            other = region->reporterNumber();
+        }
+        std::this_thread::sleep_for(pollPeriod);
+    } while (!stopRequested() && Clock::now() < end);
+    if (other != 0)
+        say("another reporter (process %d) has taken the records of '%s'", other, name.c_str());
+    else
+        say("no sampler fills the region '%s'", name.c_str());
+    return std::nullopt;
+}
+
+} // namespace telemetry
