@@ -3,6 +3,7 @@
 #include <cUtil/tools/safeMalloc.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -25,7 +26,7 @@ constexpr uint32_t reportSize = 1024;
 
 pthread_once_t once = PTHREAD_ONCE_INIT;
 pthread_key_t key;
-bool keyIsMade = false;
+constinit std::atomic<bool> keyIsMade{false};
 
 cu_Error fallBackRecord;  // for every thread whose own record cannot be had
 cu_Error departureRecord; // for the thread that ends the process, once its own is freed
@@ -54,9 +55,10 @@ void departFromProcess()
 
 void makeKey()
 {
-    keyIsMade = pthread_key_create(&key, freeRecord) == 0;
-    if (keyIsMade)
-        atexit(departFromProcess);
+    if (pthread_key_create(&key, freeRecord) != 0)
+        return;
+    keyIsMade.store(true, std::memory_order_release);
+    atexit(departFromProcess);
 }
 
 // The failure to get a record is reported, too, and so asks for the record again: the mark under the key ends that.
@@ -145,8 +147,9 @@ void cu::internal::fillRecord(cu_Error* me, cu_ErrorCode code, int32_t systemErr
 
 cu_Error* cu_getErrorLocation(void)
 {
-    pthread_once(&once, makeKey);
-    void* record = keyIsMade ? pthread_getspecific(key) : nullptr;
+    if (!keyIsMade.load(std::memory_order_acquire)) [[unlikely]]
+        pthread_once(&once, makeKey);
+    void* record = keyIsMade.load(std::memory_order_acquire) ? pthread_getspecific(key) : nullptr;
     if (record == nullptr) [[unlikely]]
         return makeRecord();
     if (record == &allocating) [[unlikely]]
