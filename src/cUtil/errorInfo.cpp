@@ -42,7 +42,7 @@ cu_Error* makeFresh(cu_Error* record)
 
 void freeRecord(void* record)
 {
-    if (record != &departureRecord)
+    if (record != &departureRecord && record != &allocating)
         cu_safeFreeImpl(record);
 }
 

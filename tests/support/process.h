@@ -96,8 +96,8 @@ Outcome outcomeOf(Function function)
 {
     FILE* out = tmpfile();
     FILE* error = tmpfile();
+    fflush(nullptr);
     Process process([&] {
-        fflush(nullptr);
         dup2(fileno(out), STDOUT_FILENO);
         dup2(fileno(error), STDERR_FILENO);
         function();

@@ -69,7 +69,10 @@ public:
         constexpr uint32_t mostBytes = 16U << 20;
         char* texts = small_;
         uint32_t size = sizeof(small_);
-        while ((error_ = lookUp(key, &entry_, texts, size, &found_)) == ERANGE && size < mostBytes) {
+        while ((error_ = lookUp(key, &entry_, texts, size, &found_)) == EINTR ||
+               (error_ == ERANGE && size < mostBytes)) {
+            if (error_ == EINTR)
+                continue;
             size *= 2;
             if (const cu_ErrorCode code = cu_allocator_realloc(allocator_, &block_, size); code != 0)
                 return code;

@@ -54,7 +54,8 @@ int cu::internal::waitForSemaphoreUntil(sem_t* semaphore, const timespec* deadli
         return 0;
     spin.asleep();
     const int error = untilNotInterrupted([=] { return sem_timedwait(semaphore, deadline); });
-    spin.awake();
+    if (error == 0)
+        spin.awake();
     *taken = error != ETIMEDOUT; // Compatibility: it is true after a failure.
     return *taken ? error : 0;
 }

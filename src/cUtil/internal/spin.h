@@ -20,7 +20,8 @@ inline void relaxProcessor()
 #endif
 }
 
-/// One wait of the calling thread: spinUntil(), and if that was in vain, asleep() before and awake() after the sleep.
+/// One wait of the calling thread: spinUntil(), and if that was in vain, asleep() before and awake() after a sleep that
+/// was not.
 ///
 /// A spin lasts about a microsecond. Two threads that answer each other may both be asleep when the other's answer
 /// comes, and then neither is ever spinning when the next one does, so after a sleep that was hardly longer than its
