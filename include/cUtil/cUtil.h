@@ -5,17 +5,24 @@
 #define CUTIL_CUTIL_H
 
 #include <cUtil/allocator.h>
+#include <cUtil/atomicLock.h>
+#include <cUtil/conditionVariable.h>
+#include <cUtil/conditionWait.h>
 #include <cUtil/errorCodes.h>
 #include <cUtil/errorInfo.h>
 #include <cUtil/fifo.h>
 #include <cUtil/ipcSemaphore.h>
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
+#include <cUtil/mutex.h>
+#include <cUtil/rwMutex.h>
 #include <cUtil/semaphore.h>
 #include <cUtil/sharedLibrary.h>
 #include <cUtil/sharedMemory.h>
+#include <cUtil/spinLock.h>
 #include <cUtil/system/group.h>
 #include <cUtil/system/user.h>
+#include <cUtil/threadLocal.h>
 #include <cUtil/time/calendar.h>
 #include <cUtil/time/clock.h>
 #include <cUtil/time/dateTime.h>

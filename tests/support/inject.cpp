@@ -168,7 +168,51 @@ INTERCEPT_AS(int, getgrnam_r, (const char* name, group* entry, char* buffer, siz
              (name, entry, buffer, size, found), (*found = nullptr, errno))
 
 INTERCEPT_CODE(pthread_key_create, (pthread_key_t * key, void (*destructor)(void*)), (key, destructor))
+INTERCEPT_CODE(pthread_key_delete, (pthread_key_t key), (key))
 INTERCEPT_CODE(pthread_setspecific, (pthread_key_t key, const void* value), (key, value))
+
+INTERCEPT_CODE(pthread_mutexattr_init, (pthread_mutexattr_t * attributes), (attributes))
+INTERCEPT_CODE(pthread_mutexattr_settype, (pthread_mutexattr_t * attributes, int type), (attributes, type))
+INTERCEPT_CODE(pthread_mutexattr_setprotocol, (pthread_mutexattr_t * attributes, int protocol), (attributes, protocol))
+INTERCEPT_CODE(pthread_mutexattr_destroy, (pthread_mutexattr_t * attributes), (attributes))
+INTERCEPT_CODE(pthread_mutex_init, (pthread_mutex_t * mutex, const pthread_mutexattr_t* attributes),
+               (mutex, attributes))
+INTERCEPT_CODE(pthread_mutex_destroy, (pthread_mutex_t * mutex), (mutex))
+INTERCEPT_CODE(pthread_mutex_lock, (pthread_mutex_t * mutex), (mutex))
+INTERCEPT_CODE(pthread_mutex_trylock, (pthread_mutex_t * mutex), (mutex))
+INTERCEPT_CODE(pthread_mutex_timedlock, (pthread_mutex_t * mutex, const timespec* deadline), (mutex, deadline))
+INTERCEPT_CODE(pthread_mutex_unlock, (pthread_mutex_t * mutex), (mutex))
+
+INTERCEPT_CODE(pthread_rwlock_init, (pthread_rwlock_t * lock, const pthread_rwlockattr_t* attributes),
+               (lock, attributes))
+INTERCEPT_CODE(pthread_rwlock_destroy, (pthread_rwlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_rwlock_rdlock, (pthread_rwlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_rwlock_wrlock, (pthread_rwlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_rwlock_tryrdlock, (pthread_rwlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_rwlock_trywrlock, (pthread_rwlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_rwlock_timedrdlock, (pthread_rwlock_t * lock, const timespec* deadline), (lock, deadline))
+INTERCEPT_CODE(pthread_rwlock_timedwrlock, (pthread_rwlock_t * lock, const timespec* deadline), (lock, deadline))
+INTERCEPT_CODE(pthread_rwlock_unlock, (pthread_rwlock_t * lock), (lock))
+
+INTERCEPT_CODE(pthread_spin_init, (pthread_spinlock_t * lock, int shared), (lock, shared))
+INTERCEPT_CODE(pthread_spin_destroy, (pthread_spinlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_spin_lock, (pthread_spinlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_spin_trylock, (pthread_spinlock_t * lock), (lock))
+INTERCEPT_CODE(pthread_spin_unlock, (pthread_spinlock_t * lock), (lock))
+
+INTERCEPT_CODE(pthread_condattr_init, (pthread_condattr_t * attributes), (attributes))
+INTERCEPT_CODE(pthread_condattr_setclock, (pthread_condattr_t * attributes, clockid_t clock), (attributes, clock))
+INTERCEPT_CODE(pthread_cond_init, (pthread_cond_t * condition, const pthread_condattr_t* attributes),
+               (condition, attributes))
+INTERCEPT_CODE(pthread_cond_destroy, (pthread_cond_t * condition), (condition))
+INTERCEPT_CODE(pthread_cond_signal, (pthread_cond_t * condition), (condition))
+INTERCEPT_CODE(pthread_cond_broadcast, (pthread_cond_t * condition), (condition))
+// A cancellation ends these two by unwinding.
+INTERCEPT_AS(int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex), (condition, mutex), errno)
+INTERCEPT_AS(int, pthread_cond_timedwait,
+             (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* deadline),
+             (condition, mutex, deadline), errno)
+
 INTERCEPT(dlclose, (void* library), (library))
 
 extern "C" __attribute__((visibility("default"))) int open64(const char* path, int flags, ...)
