@@ -15,6 +15,7 @@
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
 #include <cUtil/mutex.h>
+#include <cUtil/runnable.h>
 #include <cUtil/rwMutex.h>
 #include <cUtil/semaphore.h>
 #include <cUtil/sharedLibrary.h>
@@ -22,7 +23,9 @@
 #include <cUtil/spinLock.h>
 #include <cUtil/system/group.h>
 #include <cUtil/system/user.h>
+#include <cUtil/thread.h>
 #include <cUtil/threadLocal.h>
+#include <cUtil/time/asyncClock.h>
 #include <cUtil/time/calendar.h>
 #include <cUtil/time/clock.h>
 #include <cUtil/time/dateTime.h>

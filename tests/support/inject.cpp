@@ -30,6 +30,7 @@ struct Plan {
 thread_local Plan plan;
 thread_local bool clocksStandStill = false;
 thread_local timespec clockReading;
+thread_local int64_t clockOversleep;
 
 bool comesFromLibrary(const void* caller)
 {
@@ -46,6 +47,16 @@ bool mustFail(const char* function, const void* caller)
     plan.fired = function;
     errno = plan.error;
     return true;
+}
+
+void sleepWithoutTime(const timespec& end)
+{
+    constexpr int64_t second = 1'000'000'000;
+    if (end.tv_sec < clockReading.tv_sec || (end.tv_sec == clockReading.tv_sec && end.tv_nsec <= clockReading.tv_nsec))
+        return;
+    const int64_t nanoSeconds = end.tv_nsec + clockOversleep;
+    clockReading.tv_sec = end.tv_sec + static_cast<time_t>(nanoSeconds / second);
+    clockReading.tv_nsec = static_cast<decltype(clockReading.tv_nsec)>(nanoSeconds % second);
 }
 
 } // namespace
@@ -80,6 +91,12 @@ const char* Injection::fired() const
     return plan.fired;
 }
 
+ClockReading::ClockReading(timespec reading, int64_t oversleep)
+{
+    set(reading);
+    clockOversleep = oversleep;
+}
+
 ClockReading::~ClockReading()
 {
     clocksStandStill = false;
@@ -89,6 +106,11 @@ void ClockReading::set(timespec reading)
 {
     clockReading = reading;
     clocksStandStill = true;
+}
+
+timespec ClockReading::get()
+{
+    return clockReading;
 }
 
 } // namespace support
@@ -154,8 +176,6 @@ INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
 
 INTERCEPT_CLOCK(clock_gettime)
 INTERCEPT_CLOCK(clock_getres)
-INTERCEPT_AS(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* time, timespec* rest),
-             (clock, flags, time, rest), errno)
 INTERCEPT_AS(clock_t, clock, (), (), -1, noexcept)
 
 INTERCEPT_AS(int, getpwuid_r, (uid_t id, passwd* entry, char* buffer, size_t size, passwd** found),
@@ -169,6 +189,9 @@ INTERCEPT_AS(int, getgrnam_r, (const char* name, group* entry, char* buffer, siz
 
 INTERCEPT_CODE(pthread_key_create, (pthread_key_t * key, void (*destructor)(void*)), (key, destructor))
 INTERCEPT_CODE(pthread_key_delete, (pthread_key_t key), (key))
+INTERCEPT_CODE(pthread_create,
+               (pthread_t * thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument),
+               (thread, attributes, run, argument))
 INTERCEPT_CODE(pthread_setspecific, (pthread_key_t key, const void* value), (key, value))
 
 INTERCEPT_CODE(pthread_mutexattr_init, (pthread_mutexattr_t * attributes), (attributes))
@@ -214,6 +237,20 @@ INTERCEPT_AS(int, pthread_cond_timedwait,
              (condition, mutex, deadline), errno)
 
 INTERCEPT(dlclose, (void* library), (library))
+
+extern "C" __attribute__((visibility("default"))) int clock_nanosleep(clockid_t clock, int flags, const timespec* time,
+                                                                      timespec* rest)
+{
+    using Function = int (*)(clockid_t, int, const timespec*, timespec*);
+    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "clock_nanosleep"));
+    const void* caller = __builtin_return_address(0);
+    if (mustFail("clock_nanosleep", caller))
+        return errno;
+    if (!clocksStandStill || flags != TIMER_ABSTIME || !comesFromLibrary(caller))
+        return real(clock, flags, time, rest);
+    sleepWithoutTime(*time);
+    return 0;
+}
 
 extern "C" __attribute__((visibility("default"))) int open64(const char* path, int flags, ...)
 {

@@ -28,16 +28,18 @@ private:
     Injection(const char* function, int error, unsigned nth, bool persists);
 };
 
-/// While it lives, the library reads this from every clock in this thread, as the time and as the resolution.
+/// While it lives, the library reads this from every clock in this thread, as the time and as the resolution. A sleep
+/// until a point that is still to come takes no time but moves the reading there, and some nanoseconds beyond.
 class ClockReading
 {
 public:
-    explicit ClockReading(timespec reading) { set(reading); }
+    explicit ClockReading(timespec reading, int64_t oversleep = 0);
     ~ClockReading();
     ClockReading(const ClockReading&) = delete;
     ClockReading& operator=(const ClockReading&) = delete;
 
     void set(timespec reading);
+    static timespec get();
 };
 
 } // namespace support

@@ -1,0 +1,199 @@
+#include "internal/asyncClockLayout.h"
+#include "support/process.h"
+#include "support/record.h"
+#include "support/scale.h"
+#include "support/sweep.h"
+
+#include <cUtil/thread.h>
+#include <cUtil/time/time.h>
+
+#include <atomic>
+#include <thread>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/time/asyncClock";
+constexpr uint32_t milliSecond = 1000; // in microseconds
+
+class AsyncClock : public testing::Test
+{
+protected:
+    void SetUp() override { ASSERT_EQ(cu_AsyncClock_new(&clock, milliSecond, nullptr), 0U); }
+
+    void TearDown() override
+    {
+        EXPECT_EQ(cu_AsyncClock_delete(&clock), 0U);
+        EXPECT_EQ(clock, nullptr);
+    }
+
+    uint64_t tick() const
+    {
+        uint64_t tick = ~uint64_t{0};
+        EXPECT_EQ(cu_AsyncClock_getCurrentTick(clock, &tick), 0U);
+        return tick;
+    }
+
+    // Ticks in this thread as long as the flag is set.
+    uintptr_t runTicks()
+    {
+        uintptr_t result = ~uintptr_t{0};
+        EXPECT_EQ(cu_Runnable_lock(cu_AsyncClock_getRunnable(clock)), 0U);
+        EXPECT_EQ(cu_Runnable_execute(cu_AsyncClock_getRunnable(clock), &running, &result), 0U);
+        return result;
+    }
+
+    void stop() { std::atomic_ref(running).store(false); }
+
+    cu_AsyncClock* clock = nullptr;
+    bool running = true;
+};
+
+TEST_F(AsyncClock, constructorLeavesNothingBehind)
+{
+    support::sweep<cu_AsyncClock>(
+        "cu_AsyncClock_new", [](auto** me, auto* allocator) { return cu_AsyncClock_new(me, milliSecond, allocator); },
+        cu_AsyncClock_delete);
+}
+
+TEST_F(AsyncClock, badArgumentsAreRefused)
+{
+    cu_AsyncClock* none = nullptr;
+    uint64_t tick = 0;
+    uint32_t resolution = 0;
+    EXPECT_REFUSED(cu_AsyncClock_new(nullptr, milliSecond, nullptr), "cu_AsyncClock_new", file);
+    EXPECT_REFUSED(cu_AsyncClock_new(&clock, milliSecond, nullptr), "cu_AsyncClock_new", file);
+    EXPECT_REFUSED(cu_AsyncClock_new(&none, 0, nullptr), "cu_AsyncClock_new", file);
+    EXPECT_REFUSED(cu_AsyncClock_wait(nullptr, 0), "cu_AsyncClock_wait", file);
+    EXPECT_REFUSED(cu_AsyncClock_getCurrentTick(nullptr, &tick), "cu_AsyncClock_getCurrentTick", file);
+    EXPECT_REFUSED(cu_AsyncClock_getCurrentTick(clock, nullptr), "cu_AsyncClock_getCurrentTick", file);
+    EXPECT_REFUSED(cu_AsyncClock_getResolution(nullptr, &resolution), "cu_AsyncClock_getResolution", file);
+    EXPECT_REFUSED(cu_AsyncClock_getResolution(clock, nullptr), "cu_AsyncClock_getResolution", file);
+    EXPECT_REFUSED(cu_AsyncClock_delete(nullptr), "cu_AsyncClock_delete", file);
+    EXPECT_REFUSED(cu_AsyncClock_delete(&none), "cu_AsyncClock_delete", file);
+    cu_Error_clear(cu_getErrorLocation());
+    EXPECT_EQ(cu_AsyncClock_getRunnable(nullptr), nullptr);
+    EXPECT_EQ(cu_getErrorLocation()->errorID, 0U);
+}
+
+TEST_F(AsyncClock, isNoFinerThanTheSystemsClock)
+{
+    cu_AsyncClock* fine = nullptr;
+    const support::ClockReading precision({0, 4'000'900});
+    for (const uint32_t resolution : {1U, 4000U})
+        EXPECT_FAILURE(
+            cu_AsyncClock_new(&fine, resolution, nullptr), cu_ERROR_COM_INVALID_ARGUMENT, "cu_AsyncClock_new", file,
+            "The requested clock precision is not provided by your OS! Requested: " + std::to_string(resolution) +
+                " us Max: 4000 us");
+    EXPECT_EQ(fine, nullptr);
+    for (const uint32_t resolution : {4001U, 1'000'000U, UINT32_MAX}) {
+        uint32_t got = 0;
+        ASSERT_EQ(cu_AsyncClock_new(&fine, resolution, nullptr), 0U) << resolution;
+        EXPECT_EQ(cu_AsyncClock_getResolution(fine, &got), 0U);
+        EXPECT_EQ(got, resolution);
+        EXPECT_EQ(cu_AsyncClock_delete(&fine), 0U);
+    }
+}
+
+TEST_F(AsyncClock, beingLateDoesNotAddUp)
+{
+    constexpr int64_t resolution = int64_t{milliSecond} * 1000;
+    constexpr uint64_t ticks = 10000;
+    // Less than a tick late each time, and so late that ten ticks have to be made up each time.
+    for (const int64_t oversleep : {resolution * 7 / 10, resolution * 105 / 10}) {
+        const uint64_t first = tick();
+        running = true;
+        std::thread stopper([&] {
+            EXPECT_EQ(cu_AsyncClock_wait(clock, first + ticks), 0U);
+            stop();
+        });
+        const support::ClockReading reading({100, 0}, oversleep);
+        EXPECT_EQ(runTicks(), 0U);
+        stopper.join();
+        EXPECT_GE(tick(), first + ticks);
+        const timespec now = support::ClockReading::get();
+        const int64_t elapsed = (int64_t{now.tv_sec} - 100) * 1'000'000'000 + now.tv_nsec;
+        const int64_t behind = elapsed - static_cast<int64_t>(tick() - first) * resolution;
+        EXPECT_GE(behind, 0);
+        EXPECT_LE(behind, oversleep);
+    }
+}
+
+TEST_F(AsyncClock, countsBeyond32Bits)
+{
+    constexpr uint64_t start = (uint64_t{1} << 32) - 3;
+    clock->tick = start;
+    std::thread stopper([&] {
+        EXPECT_EQ(cu_AsyncClock_wait(clock, start + 6), 0U);
+        stop();
+    });
+    EXPECT_EQ(runTicks(), 0U);
+    stopper.join();
+    EXPECT_GE(tick(), start + 6);
+    EXPECT_EQ(cu_AsyncClock_wait(clock, 6), 0U);
+}
+
+TEST_F(AsyncClock, standsStillUntilItsRunnableRunsAndAfterItStopped)
+{
+    EXPECT_EQ(tick(), 0U);
+    EXPECT_EQ(cu_AsyncClock_wait(clock, 0), 0U);
+    stop();
+    EXPECT_EQ(runTicks(), 0U);
+    EXPECT_EQ(tick(), 0U);
+    running = true;
+    clock->stop = true;
+    EXPECT_EQ(runTicks(), 0U);
+    EXPECT_EQ(tick(), 0U);
+}
+
+TEST_F(AsyncClock, wakesEachWaiterAtItsTickAndNotBefore)
+{
+    using Time = std::chrono::steady_clock;
+    constexpr unsigned waiters = 4;
+    const auto rounds = static_cast<unsigned>(support::scaled(100));
+    cu_Thread* thread = nullptr;
+    uintptr_t result = ~uintptr_t{0};
+    ASSERT_EQ(cu_Thread_new(&thread, nullptr), 0U);
+    const auto start = Time::now();
+    ASSERT_EQ(cu_Thread_start(thread, cu_AsyncClock_getRunnable(clock)), 0U);
+    std::vector<std::thread> threads;
+    for (unsigned waiter = 0; waiter < waiters; ++waiter)
+        threads.emplace_back([&, waiter] {
+            for (uint64_t next = waiter + 1; next < rounds; next += waiter + 1) {
+                EXPECT_EQ(cu_AsyncClock_wait(clock, next), 0U);
+                EXPECT_GE(tick(), next);
+                EXPECT_GE(Time::now() - start, std::chrono::milliseconds(next));
+            }
+        });
+    for (auto& waiter : threads)
+        waiter.join();
+    EXPECT_EQ(cu_Thread_stop(thread, false), 0U);
+    EXPECT_EQ(cu_Thread_join(thread, &result), 0U);
+    EXPECT_EQ(result, 0U);
+    EXPECT_EQ(cu_Thread_delete(&thread), 0U);
+    const uint64_t last = tick();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(tick(), last);
+}
+
+TEST_F(AsyncClock, aFailingSystemCallEndsTheTicksWithItsCode)
+{
+    struct {
+        const char* call;
+        cu_ErrorCode code;
+        const char* function;
+    } const cases[] = {
+        {"clock_gettime", cu_ERROR_TIME_GET_FAILED, "cu_getTime"},
+        {"clock_nanosleep", cu_ERROR_SLEEP_FAILED, "cu_sleepAbsolute"},
+    };
+    for (const auto& one : cases) {
+        const support::Injection injection(one.call, EINVAL);
+        cu_Error_clear(cu_getErrorLocation());
+        EXPECT_EQ(runTicks(), one.code);
+        EXPECT_STREQ(cu_getErrorLocation()->functionName, one.function);
+        EXPECT_NE(support::trace().find("tickLoop  -  src/cUtil/time/asyncClock:"), std::string::npos);
+        EXPECT_EQ(tick(), 0U);
+    }
+}
+
+} // namespace
