@@ -15,6 +15,9 @@
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
 #include <cUtil/mutex.h>
+#include <cUtil/ringBuffer.h>
+#include <cUtil/rpcChannel.h>
+#include <cUtil/rpcQueue.h>
 #include <cUtil/runnable.h>
 #include <cUtil/rwMutex.h>
 #include <cUtil/semaphore.h>

@@ -1,0 +1,345 @@
+#include "support/inject.h"
+#include "support/process.h"
+#include "support/record.h"
+#include "support/sweep.h"
+
+#include <cUtil/rpcChannel.h>
+#include <cUtil/rpcQueue.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstring>
+#include <semaphore.h>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/rpcQueue";
+constexpr char channelFile[] = "src/cUtil/rpcChannel";
+constexpr std::size_t semaphoreOffset = sizeof(void*) == 4 ? 4 : 8;
+
+cu_TimeValue fromNow(uint32_t milliSeconds)
+{
+    cu_TimeValue deadline = {};
+    EXPECT_EQ(cu_makeTimeoutMilliSecond(&deadline, milliSeconds, CLOCK_REALTIME), 0U);
+    return deadline;
+}
+
+TEST(RpcQueue, isLaidOutForOldBinaries)
+{
+    const support::Shared<char> region(3 * 4096);
+    memset(region.get(), 0xA5, 3 * 4096);
+    cu_RPCQueue* queue = nullptr;
+    ASSERT_EQ(cu_RPCQueue_create(&queue, region.get(), 8193, nullptr), 0U);
+    uint32_t size = 0;
+    memcpy(&size, region.get(), 4);
+    EXPECT_EQ(size, 4097U);
+    EXPECT_EQ(cu_RPCQueue_getSize(queue, &size), 0U);
+    EXPECT_EQ(size, 4097U);
+    EXPECT_EQ(cu_RPCQueue_signal(queue), 0U);
+    int value = 0;
+    EXPECT_EQ(sem_getvalue(reinterpret_cast<sem_t*>(region.get() + semaphoreOffset), &value), 0);
+    EXPECT_EQ(value, 1);
+    const char* rest = region.get() + semaphoreOffset + sizeof(sem_t);
+    EXPECT_EQ(std::count(rest, static_cast<const char*>(region.get()) + 8193, '\0'), region.get() + 8193 - rest);
+    EXPECT_EQ(region.get()[8193], '\xA5');
+    void* payload = nullptr;
+    EXPECT_EQ(cu_RPCQueue_get(queue, &payload), 0U);
+    EXPECT_EQ(payload, region.get() + 4096);
+
+    strcpy(region.get() + 4096, "payload");
+    const std::string before(region.get(), 8193);
+    cu_RPCQueue* other = nullptr;
+    ASSERT_EQ(cu_RPCQueue_open(&other, region.get(), nullptr), 0U);
+    EXPECT_EQ(cu_RPCQueue_delete(&other), 0U);
+    EXPECT_EQ(other, nullptr);
+    EXPECT_EQ(std::string(region.get(), 8193), before);
+    EXPECT_EQ(cu_RPCQueue_delete(&queue), 0U);
+    EXPECT_STREQ(region.get() + 4096, "payload");
+}
+
+TEST(RpcQueue, aRegionThatIsUnalignedOrTooSmallIsRefusedUntouched)
+{
+    const support::Shared<char> region(4 * 4096);
+    memset(region.get(), 0xA5, 4 * 4096);
+    cu_RPCQueue* queue = nullptr;
+    for (const std::size_t offset : {1U, 8U, 2048U, 4095U})
+        EXPECT_REFUSED(cu_RPCQueue_create(&queue, region.get() + offset, 8192, nullptr), "cu_RPCQueue_create", file);
+    for (const uint32_t size : {0U, 4096U, 8191U})
+        EXPECT_REFUSED(cu_RPCQueue_create(&queue, region.get(), size, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_EQ(std::count(region.get(), region.get() + 4 * 4096, '\xA5'), 4 * 4096);
+    EXPECT_EQ(queue, nullptr);
+
+    // Each half of a channel is checked as a queue.
+    cu_RPCChannel* channel = nullptr;
+    for (const uint32_t size : {8192U, 16383U})
+        EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get(), size, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_EQ(std::count(region.get(), region.get() + 4 * 4096, '\xA5'), 4 * 4096);
+    EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get() + 8, 16384, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get(), 16386, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_EQ(support::trace().find("cu_RPCChannel_create  -  src/cUtil/rpcChannel:"), 0U);
+    EXPECT_EQ(channel, nullptr);
+}
+
+TEST(RpcQueue, badArgumentsAreRefused)
+{
+    const support::Shared<char> region(16384);
+    cu_RPCQueue* queue = nullptr;
+    cu_RPCQueue* none = nullptr;
+    cu_RPCChannel* channel = nullptr;
+    cu_RPCChannel* noChannel = nullptr;
+    uint32_t size = 0;
+    void* payload = nullptr;
+    bool taken = false;
+    const cu_TimeValue deadline = {};
+    ASSERT_EQ(cu_RPCChannel_create(&channel, region.get(), 16384, nullptr), 0U);
+    ASSERT_EQ(cu_RPCQueue_open(&queue, region.get(), nullptr), 0U);
+
+    EXPECT_REFUSED(cu_RPCQueue_create(nullptr, region.get(), 8192, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_REFUSED(cu_RPCQueue_create(&queue, region.get(), 8192, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_REFUSED(cu_RPCQueue_create(&none, nullptr, 8192, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_REFUSED(cu_RPCQueue_open(nullptr, region.get(), nullptr), "cu_RPCQueue_open", file);
+    EXPECT_REFUSED(cu_RPCQueue_open(&queue, region.get(), nullptr), "cu_RPCQueue_open", file);
+    EXPECT_REFUSED(cu_RPCQueue_open(&none, nullptr, nullptr), "cu_RPCQueue_open", file);
+    EXPECT_REFUSED(cu_RPCQueue_delete(nullptr), "cu_RPCQueue_delete", file);
+    EXPECT_REFUSED(cu_RPCQueue_delete(&none), "cu_RPCQueue_delete", file);
+    EXPECT_REFUSED(cu_RPCQueue_getSize(nullptr, &size), "cu_RPCQueue_getSize", file);
+    EXPECT_REFUSED(cu_RPCQueue_getSize(queue, nullptr), "cu_RPCQueue_getSize", file);
+    EXPECT_REFUSED(cu_RPCQueue_get(nullptr, &payload), "cu_RPCQueue_get", file);
+    EXPECT_REFUSED(cu_RPCQueue_get(queue, nullptr), "cu_RPCQueue_get", file);
+    EXPECT_REFUSED(cu_RPCQueue_signal(nullptr), "cu_RPCQueue_signal", file);
+    EXPECT_REFUSED(cu_RPCQueue_wait(nullptr), "cu_RPCQueue_wait", file);
+    EXPECT_REFUSED(cu_RPCQueue_tryWait(nullptr, &taken), "cu_RPCQueue_tryWait", file);
+    EXPECT_REFUSED(cu_RPCQueue_tryWait(queue, nullptr), "cu_RPCQueue_tryWait", file);
+    EXPECT_REFUSED(cu_RPCQueue_timedWait(nullptr, &deadline, &taken), "cu_RPCQueue_timedWait", file);
+    EXPECT_REFUSED(cu_RPCQueue_timedWait(queue, nullptr, &taken), "cu_RPCQueue_timedWait", file);
+    EXPECT_REFUSED(cu_RPCQueue_timedWait(queue, &deadline, nullptr), "cu_RPCQueue_timedWait", file);
+
+    EXPECT_REFUSED(cu_RPCChannel_create(nullptr, region.get(), 16384, nullptr), "cu_RPCChannel_create", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get(), 16384, nullptr), "cu_RPCChannel_create", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_create(&noChannel, nullptr, 16384, nullptr), "cu_RPCChannel_create", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_open(nullptr, region.get(), nullptr), "cu_RPCChannel_open", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_open(&channel, region.get(), nullptr), "cu_RPCChannel_open", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_open(&noChannel, nullptr, nullptr), "cu_RPCChannel_open", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_delete(nullptr), "cu_RPCChannel_delete", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_delete(&noChannel), "cu_RPCChannel_delete", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_getSize(nullptr, &size), "cu_RPCChannel_getSize", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_getSize(channel, nullptr), "cu_RPCChannel_getSize", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_getRxBuffer(nullptr, &payload), "cu_RPCChannel_getRxBuffer", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_getTxBuffer(channel, nullptr), "cu_RPCChannel_getTxBuffer", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_signalTx(nullptr), "cu_RPCChannel_signalTx", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_waitRx(nullptr), "cu_RPCChannel_waitRx", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_tryWaitRx(channel, nullptr), "cu_RPCChannel_tryWaitRx", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_timedWaitRx(channel, nullptr, &taken), "cu_RPCChannel_timedWaitRx", channelFile);
+    EXPECT_REFUSED(cu_RPCChannel_timedWaitRx(channel, &deadline, nullptr), "cu_RPCChannel_timedWaitRx", channelFile);
+
+    EXPECT_EQ(cu_RPCQueue_delete(&queue), 0U);
+    EXPECT_EQ(cu_RPCChannel_delete(&channel), 0U);
+    EXPECT_EQ(channel, nullptr);
+}
+
+TEST(RpcQueue, constructorsLeaveNothingBehind)
+{
+    const support::Shared<char> region(16384);
+    support::sweep<cu_RPCQueue>(
+        "cu_RPCQueue_create",
+        [&](auto** me, auto* allocator) { return cu_RPCQueue_create(me, region.get(), 8192, allocator); },
+        cu_RPCQueue_delete);
+    support::sweep<cu_RPCQueue>(
+        "cu_RPCQueue_open", [&](auto** me, auto* allocator) { return cu_RPCQueue_open(me, region.get(), allocator); },
+        cu_RPCQueue_delete);
+    support::sweep<cu_RPCChannel>(
+        "cu_RPCChannel_create",
+        [&](auto** me, auto* allocator) { return cu_RPCChannel_create(me, region.get(), 16384, allocator); },
+        cu_RPCChannel_delete);
+    support::sweep<cu_RPCChannel>(
+        "cu_RPCChannel_open",
+        [&](auto** me, auto* allocator) { return cu_RPCChannel_open(me, region.get(), allocator); },
+        cu_RPCChannel_delete);
+}
+
+TEST(RpcQueue, countsItsSignals)
+{
+    const support::Shared<char> region(8192);
+    cu_RPCQueue* queue = nullptr;
+    ASSERT_EQ(cu_RPCQueue_create(&queue, region.get(), 8192, nullptr), 0U);
+    bool taken = true;
+    const cu_TimeValue past = {1, 0};
+    EXPECT_EQ(cu_RPCQueue_tryWait(queue, &taken), 0U);
+    EXPECT_FALSE(taken);
+    for (int signal = 0; signal < 3; ++signal)
+        EXPECT_EQ(cu_RPCQueue_signal(queue), 0U);
+    EXPECT_EQ(cu_RPCQueue_wait(queue), 0U);
+    EXPECT_EQ(cu_RPCQueue_tryWait(queue, &taken), 0U);
+    EXPECT_TRUE(taken);
+    taken = false;
+    EXPECT_EQ(cu_RPCQueue_timedWait(queue, &past, &taken), 0U);
+    EXPECT_TRUE(taken);
+    EXPECT_EQ(cu_RPCQueue_timedWait(queue, &past, &taken), 0U);
+    EXPECT_FALSE(taken);
+    {
+        const support::Injection injection("sem_post", EOVERFLOW);
+        EXPECT_SYSTEM_FAILURE(cu_RPCQueue_signal(queue), cu_ERROR_SEM_UNLOCK_FAILED, EOVERFLOW, "cu_Semaphore_v",
+                              "src/cUtil/semaphore.linux", "");
+    }
+    EXPECT_EQ(support::trace().find("cu_RPCQueue_signal  -  src/cUtil/rpcQueue:"), 0U);
+    EXPECT_EQ(cu_RPCQueue_delete(&queue), 0U);
+}
+
+TEST(RpcQueue, aDeletionThatFailsEndsTheProcess)
+{
+    const support::Shared<char> region(16384);
+    const auto outcome = support::outcomeOf([&] {
+        cu_RPCQueue* queue = nullptr;
+        cu_RPCQueue_create(&queue, region.get(), 8192, nullptr);
+        const support::Injection injection("sem_destroy", EBUSY);
+        cu_RPCQueue_delete(&queue);
+    });
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.out, testing::HasSubstr("!   Function: 'cu_RPCQueue_delete'\n"));
+    const auto channelOutcome = support::outcomeOf([&] {
+        cu_RPCChannel* channel = nullptr;
+        cu_RPCChannel_create(&channel, region.get(), 16384, nullptr);
+        const support::Injection injection("sem_destroy", EBUSY, 2);
+        cu_RPCChannel_delete(&channel);
+    });
+    EXPECT_EQ(channelOutcome.status, 1);
+    EXPECT_THAT(channelOutcome.out, testing::HasSubstr("!   Function: 'cu_RPCQueue_delete'\n"));
+}
+
+/// The creator's and the opener's channel on one region.
+class RpcChannel : public testing::Test
+{
+protected:
+    static constexpr uint32_t regionSize = 16384;
+
+    void SetUp() override
+    {
+        ASSERT_EQ(cu_RPCChannel_create(&creator, region.get(), regionSize, nullptr), 0U);
+        ASSERT_EQ(cu_RPCChannel_open(&opener, region.get(), nullptr), 0U);
+    }
+
+    void TearDown() override
+    {
+        EXPECT_EQ(cu_RPCChannel_delete(&opener), 0U);
+        EXPECT_EQ(cu_RPCChannel_delete(&creator), 0U);
+    }
+
+    static char* buffer(cu_ErrorCode (*call)(cu_RPCChannel*, void**), cu_RPCChannel* channel)
+    {
+        void* payload = nullptr;
+        EXPECT_EQ(call(channel, &payload), 0U);
+        return static_cast<char*>(payload);
+    }
+
+    const support::Shared<char> region{regionSize};
+    cu_RPCChannel* creator = nullptr;
+    cu_RPCChannel* opener = nullptr;
+};
+
+TEST_F(RpcChannel, crossesItsHalves)
+{
+    for (cu_RPCChannel* channel : {creator, opener}) {
+        uint32_t size = 0;
+        EXPECT_EQ(cu_RPCChannel_getSize(channel, &size), 0U);
+        EXPECT_EQ(size, 4096U);
+    }
+    EXPECT_EQ(buffer(cu_RPCChannel_getRxBuffer, creator), region.get() + 4096);
+    EXPECT_EQ(buffer(cu_RPCChannel_getTxBuffer, creator), region.get() + 8192 + 4096);
+    EXPECT_EQ(buffer(cu_RPCChannel_getTxBuffer, opener), region.get() + 4096);
+    EXPECT_EQ(buffer(cu_RPCChannel_getRxBuffer, opener), region.get() + 8192 + 4096);
+
+    cu_RPCChannel* const ways[][2] = {{creator, opener}, {opener, creator}};
+    for (const auto& [from, to] : ways) {
+        bool taken = false;
+        EXPECT_EQ(cu_RPCChannel_signalTx(from), 0U);
+        EXPECT_EQ(cu_RPCChannel_tryWaitRx(from, &taken), 0U);
+        EXPECT_FALSE(taken);
+        EXPECT_EQ(cu_RPCChannel_tryWaitRx(to, &taken), 0U);
+        EXPECT_TRUE(taken);
+        EXPECT_EQ(cu_RPCChannel_tryWaitRx(to, &taken), 0U);
+        EXPECT_FALSE(taken);
+        const cu_TimeValue soon = fromNow(5);
+        EXPECT_EQ(cu_RPCChannel_timedWaitRx(to, &soon, &taken), 0U);
+        EXPECT_FALSE(taken);
+        EXPECT_EQ(cu_RPCChannel_signalTx(from), 0U);
+        EXPECT_EQ(cu_RPCChannel_waitRx(to), 0U);
+    }
+}
+
+TEST_F(RpcChannel, openRefusesAPayloadSizeThatNoChannelHas)
+{
+    uint32_t good = 0;
+    memcpy(&good, region.get(), 4);
+    for (const uint32_t bad : {0U, 1U, 4095U, 4100U, 6144U, UINT32_MAX, UINT32_MAX - 4095}) {
+        memcpy(region.get(), &bad, 4);
+        cu_RPCChannel* channel = nullptr;
+        EXPECT_FAILURE(cu_RPCChannel_open(&channel, region.get(), nullptr), cu_ERROR_COM_INVARIANT,
+                       "cu_RPCChannel_open", channelFile, "");
+        EXPECT_EQ(channel, nullptr);
+    }
+    memcpy(region.get(), &good, 4);
+}
+
+TEST_F(RpcChannel, twoProcessesExchangeRequests)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr uint32_t requests = 50'000;
+#else
+    constexpr uint32_t requests = sizeof(void*) == 4 ? 50'000 : 1'000'000;
+#endif
+    support::Process server([&] {
+        cu_RPCChannel* mine = nullptr;
+        if (cu_RPCChannel_open(&mine, region.get(), nullptr) != 0)
+            return 1;
+        const char* request = buffer(cu_RPCChannel_getRxBuffer, mine);
+        char* answer = buffer(cu_RPCChannel_getTxBuffer, mine);
+        for (uint32_t count = 0; count < requests; ++count) {
+            if (cu_RPCChannel_waitRx(mine) != 0)
+                return 2;
+            std::reverse_copy(request, request + 16, answer);
+            if (cu_RPCChannel_signalTx(mine) != 0)
+                return 3;
+        }
+        return cu_RPCChannel_delete(&mine) == 0 ? 0 : 4;
+    });
+    char* request = buffer(cu_RPCChannel_getTxBuffer, creator);
+    const char* answer = buffer(cu_RPCChannel_getRxBuffer, creator);
+    const cu_TimeValue limit = fromNow(100'000);
+    for (uint32_t count = 0; count < requests; ++count) {
+        snprintf(request, 17, "request %08x", count);
+        ASSERT_EQ(cu_RPCChannel_signalTx(creator), 0U);
+        bool taken = false;
+        ASSERT_EQ(cu_RPCChannel_timedWaitRx(creator, &limit, &taken), 0U);
+        ASSERT_TRUE(taken);
+        ASSERT_TRUE(std::equal(request, request + 16, std::reverse_iterator(answer + 16)));
+    }
+    EXPECT_EQ(server.wait(), 0);
+}
+
+TEST_F(RpcChannel, aServerThatIsKilledWhileItWaitsIsReplaced)
+{
+    const auto serve = [&] {
+        for (;;) {
+            if (cu_RPCChannel_waitRx(opener) != 0 || cu_RPCChannel_signalTx(opener) != 0)
+                return 1;
+        }
+    };
+    for (int round = 0; round < 20; ++round) {
+        support::Process server(serve);
+        for (int request = 0; request < 10; ++request) {
+            bool taken = false;
+            const cu_TimeValue limit = fromNow(60'000);
+            EXPECT_EQ(cu_RPCChannel_signalTx(creator), 0U);
+            EXPECT_EQ(cu_RPCChannel_timedWaitRx(creator, &limit, &taken), 0U);
+            ASSERT_TRUE(taken);
+        }
+        EXPECT_EQ(server.kill(), -SIGKILL);
+        bool taken = true;
+        EXPECT_EQ(cu_RPCChannel_tryWaitRx(opener, &taken), 0U);
+        EXPECT_FALSE(taken) << "the dead took a signal, or none was there";
+    }
+}
+
+} // namespace
