@@ -15,6 +15,7 @@
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
 #include <cUtil/mutex.h>
+#include <cUtil/pointerBuffer.h>
 #include <cUtil/ringBuffer.h>
 #include <cUtil/rpcChannel.h>
 #include <cUtil/rpcQueue.h>
@@ -28,6 +29,7 @@
 #include <cUtil/system/user.h>
 #include <cUtil/thread.h>
 #include <cUtil/threadLocal.h>
+#include <cUtil/threadPool.h>
 #include <cUtil/time/asyncClock.h>
 #include <cUtil/time/calendar.h>
 #include <cUtil/time/clock.h>

@@ -19,6 +19,14 @@ int untilNotInterrupted(Call call)
 
 } // namespace
 
+int cu::internal::sleepOnSemaphore(sem_t* semaphore, const timespec* deadline, bool* taken)
+{
+    const int error = untilNotInterrupted(
+        [=] { return deadline != nullptr ? sem_timedwait(semaphore, deadline) : sem_wait(semaphore); });
+    *taken = error != ETIMEDOUT; // Compatibility: it is true after a failure.
+    return *taken ? error : 0;
+}
+
 int cu::internal::waitForSemaphore(sem_t* semaphore)
 {
     const auto take = [=] { return sem_trywait(semaphore) == 0; };
@@ -27,8 +35,9 @@ int cu::internal::waitForSemaphore(sem_t* semaphore)
     Spin spin;
     if (spin.spinUntil(take))
         return 0;
+    bool taken = false;
     spin.asleep();
-    const int error = untilNotInterrupted([=] { return sem_wait(semaphore); });
+    const int error = sleepOnSemaphore(semaphore, nullptr, &taken);
     spin.awake();
     return error;
 }
@@ -53,11 +62,10 @@ int cu::internal::waitForSemaphoreUntil(sem_t* semaphore, const timespec* deadli
     if (spin.spinUntil(take))
         return 0;
     spin.asleep();
-    const int error = untilNotInterrupted([=] { return sem_timedwait(semaphore, deadline); });
-    if (error == 0)
+    const int error = sleepOnSemaphore(semaphore, deadline, taken);
+    if (*taken)
         spin.awake();
-    *taken = error != ETIMEDOUT; // Compatibility: it is true after a failure.
-    return *taken ? error : 0;
+    return error;
 }
 
 int cu::internal::postSemaphore(sem_t* semaphore)

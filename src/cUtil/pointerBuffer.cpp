@@ -1,0 +1,240 @@
+#include "internal/pointerBufferLayout.h"
+
+#include "internal/owned.h"
+#include "internal/report.h"
+#include "internal/spin.h"
+
+#include <bit>
+#include <sched.h>
+
+namespace
+{
+
+using internal::Gate;
+using internal::Slot;
+
+// How somebody waits for a thread that has drawn a slot and was interrupted before it got further: it lets others run,
+// and if that does not help, naps, because the other one may be of lower priority.
+constexpr int yields = 16;
+constexpr timespec nap = {0, 50'000};
+
+// One end of the queue: the counter that its users draw from, the parity that a place's turn then has, where they wait
+// and whom they wake.
+struct End {
+    std::atomic<uint32_t> cu_PointerBuffer::*counter;
+    Gate cu_PointerBuffer::*waiting;
+    Gate cu_PointerBuffer::*opposite;
+    bool isReader;
+
+    // Whether there is something to draw. Looks at the counters, not at a place: a place may be drawn already by a
+    // thread that has not got further.
+    bool mayDraw(const cu_PointerBuffer* me) const
+    {
+        const uint32_t read = me->readCounter.load(std::memory_order_seq_cst);
+        const uint32_t written = me->writeCounter.load(std::memory_order_seq_cst);
+        return isReader ? written != read : written - read != me->capacity;
+    }
+};
+
+constexpr End producing = {&cu_PointerBuffer::writeCounter, &cu_PointerBuffer::notFull, &cu_PointerBuffer::notEmpty,
+                           false};
+constexpr End consuming = {&cu_PointerBuffer::readCounter, &cu_PointerBuffer::notEmpty, &cu_PointerBuffer::notFull,
+                           true};
+
+// Draws the next place if its turn has come.
+bool draw(cu_PointerBuffer* me, const End& end, Slot** place, uint32_t* turn)
+{
+    std::atomic<uint32_t>& counter = me->*end.counter;
+    uint32_t number = counter.load(std::memory_order_relaxed);
+    for (;;) {
+        Slot& next = me->slots[number & (me->capacity - 1)];
+        const uint32_t wanted = 2 * number + (end.isReader ? 1 : 0);
+        const uint32_t is = next.turn.load(std::memory_order_acquire);
+        if (is == wanted) {
+            // Sequentially consistent for the gates: see mayDraw().
+            if (counter.compare_exchange_weak(number, number + 1, std::memory_order_seq_cst,
+                                              std::memory_order_relaxed)) {
+                *place = &next;
+                *turn = wanted;
+                return true;
+            }
+        } else {
+            const uint32_t now = counter.load(std::memory_order_relaxed);
+            if (now == number)
+                return false;
+            number = now;
+        }
+    }
+}
+
+// Moves one value, if the next place's turn has come.
+bool move(cu_PointerBuffer* me, const End& end, void** value)
+{
+    Slot* place = nullptr;
+    uint32_t turn = 0;
+    if (!draw(me, end, &place, &turn))
+        return false;
+    if (end.isReader) {
+        *value = place->value;
+        place->turn.store(turn - 1 + 2 * me->capacity, std::memory_order_release);
+    } else {
+        place->value = *value;
+        place->turn.store(turn + 1, std::memory_order_release);
+    }
+    return true;
+}
+
+// Sleeps until there is something to draw, and draws. Null deadline: without limit. Gives an error number.
+int sleepAndMove(cu_PointerBuffer* me, const End& end, void** value, const timespec* deadline, bool* moved)
+{
+    Gate& gate = me->*end.waiting;
+    bool inTime = true;
+    int error = 0;
+    int pauses = 0;
+    gate.announce();
+    while (!*moved && inTime && error == 0) {
+        if (!end.mayDraw(me))
+            error = gate.sleep(deadline, &inTime);
+        else if (++pauses < yields)
+            sched_yield();
+        else
+            clock_nanosleep(CLOCK_MONOTONIC, 0, &nap, nullptr);
+        *moved = move(me, end, value);
+    }
+    gate.leave();
+    return error;
+}
+
+// A put or get of the exported function whose place it is given. Null deadline: without limit.
+cu_ErrorCode transfer(cu_PointerBuffer* me, const End& end, void** value, const timespec* deadline, bool* moved,
+                      internal::Place here)
+{
+    *moved = move(me, end, value);
+    if (!*moved) {
+        internal::Spin spin = deadline != nullptr ? internal::Spin(*deadline) : internal::Spin();
+        *moved = spin.spinUntil([&] { return move(me, end, value); });
+        if (!*moved) {
+            spin.asleep();
+            if (const int error = sleepAndMove(me, end, value, deadline, moved); error != 0)
+                return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, error, here);
+            if (*moved)
+                spin.awake();
+            // Of several things to draw only the first woke anybody.
+            if (end.mayDraw(me))
+                if (const int error = (me->*end.waiting).wake(); error != 0)
+                    return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
+        }
+    }
+    if (*moved)
+        if (const int error = (me->*end.opposite).wake(); error != 0)
+            return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
+    return 0;
+}
+
+cu_ErrorCode tryTransfer(cu_PointerBuffer* me, const End& end, void** value, bool* moved, internal::Place here)
+{
+    *moved = move(me, end, value);
+    if (*moved)
+        if (const int error = (me->*end.opposite).wake(); error != 0)
+            return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
+    return 0;
+}
+
+} // namespace
+
+cu_ErrorCode cu_PointerBuffer_new(cu_PointerBuffer** me, uint32_t capacity, cu_allocator* allocator)
+{
+    CU_REQUIRE(me != nullptr);
+    CU_REQUIRE(*me == nullptr);
+    CU_REQUIRE(std::has_single_bit(capacity));
+
+    internal::Owned<cu_PointerBuffer> buffer;
+    CU_TRY(buffer.allocate(allocator));
+    internal::Owned<Slot> slots;
+    if (capacity > UINT32_MAX / sizeof(Slot))
+        return CU_REPORT(cu_ERROR_COM_MALLOC_FAILED, 0, nullptr);
+    CU_TRY(slots.allocateBytes(allocator, capacity * static_cast<uint32_t>(sizeof(Slot))));
+    for (uint32_t number = 0; number < capacity; ++number)
+        new (slots.get() + number) Slot{2 * number, nullptr};
+    if (const int error = buffer->notFull.open(); error != 0)
+        return CU_REPORT(cu_ERROR_SEM_INIT_FAILED, error, nullptr);
+    if (const int error = buffer->notEmpty.open(); error != 0) {
+        buffer->notFull.close();
+        return CU_REPORT(cu_ERROR_SEM_INIT_FAILED, error, nullptr);
+    }
+    buffer->capacity = capacity;
+    buffer->slots = slots.release();
+    *me = buffer.release();
+    return 0;
+}
+
+cu_ErrorCode cu_PointerBuffer_delete(cu_PointerBuffer** me)
+{
+    CU_REQUIRE(me != nullptr);
+    CU_REQUIRE(*me != nullptr);
+
+    cu_PointerBuffer* buffer = *me;
+    for (Gate* gate : {&buffer->notFull, &buffer->notEmpty})
+        if (const int error = gate->close(); error != 0)
+            return CU_REPORT(cu_ERROR_SEM_FREE_FAILED, error, nullptr);
+    if (buffer->slots != nullptr) {
+        void* slots = buffer->slots;
+        CU_TRY(cu_allocator_free(buffer->allocator, &slots));
+        buffer->slots = nullptr;
+    }
+    CU_TRY(internal::freeObject(me));
+    return 0;
+}
+
+cu_ErrorCode cu_PointerBuffer_put(cu_PointerBuffer* me, void* value)
+{
+    CU_REQUIRE(me != nullptr);
+
+    bool put = false;
+    return transfer(me, producing, &value, nullptr, &put, CU_HERE);
+}
+
+cu_ErrorCode cu_PointerBuffer_tryPut(cu_PointerBuffer* me, void* value, bool* put)
+{
+    CU_REQUIRE(me != nullptr);
+    CU_REQUIRE(put != nullptr);
+
+    return tryTransfer(me, producing, &value, put, CU_HERE);
+}
+
+cu_ErrorCode cu_PointerBuffer_timedPut(cu_PointerBuffer* me, void* value, const cu_TimeValue* deadline, bool* put)
+{
+    CU_REQUIRE(me != nullptr);
+    CU_REQUIRE(deadline != nullptr);
+    CU_REQUIRE(put != nullptr);
+
+    return transfer(me, producing, &value, deadline, put, CU_HERE);
+}
+
+cu_ErrorCode cu_PointerBuffer_get(cu_PointerBuffer* me, void** value)
+{
+    CU_REQUIRE(me != nullptr);
+    CU_REQUIRE(value != nullptr);
+
+    bool got = false;
+    return transfer(me, consuming, value, nullptr, &got, CU_HERE);
+}
+
+cu_ErrorCode cu_PointerBuffer_tryGet(cu_PointerBuffer* me, void** value, bool* got)
+{
+    CU_REQUIRE(me != nullptr);
+    CU_REQUIRE(value != nullptr);
+    CU_REQUIRE(got != nullptr);
+
+    return tryTransfer(me, consuming, value, got, CU_HERE);
+}
+
+cu_ErrorCode cu_PointerBuffer_timedGet(cu_PointerBuffer* me, void** value, const cu_TimeValue* deadline, bool* got)
+{
+    CU_REQUIRE(me != nullptr);
+    CU_REQUIRE(value != nullptr);
+    CU_REQUIRE(deadline != nullptr);
+    CU_REQUIRE(got != nullptr);
+
+    return transfer(me, consuming, value, deadline, got, CU_HERE);
+}

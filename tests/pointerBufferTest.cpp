@@ -1,0 +1,199 @@
+#include "internal/pointerBufferLayout.h"
+#include "support/record.h"
+#include "support/signalStorm.h"
+#include "support/sweep.h"
+
+#include <cUtil/pointerBuffer.h>
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/pointerBuffer";
+
+void* pointer(uintptr_t number)
+{
+    return reinterpret_cast<void*>(number);
+}
+
+uintptr_t number(const void* value)
+{
+    return reinterpret_cast<uintptr_t>(value);
+}
+
+/// A queue whose counters may start anywhere.
+class Buffer
+{
+public:
+    explicit Buffer(uint32_t capacity, uint32_t start = 0)
+    {
+        EXPECT_EQ(cu_PointerBuffer_new(&me_, capacity, nullptr), 0U);
+        me_->readCounter = me_->writeCounter = start;
+        for (uint32_t place = 0; place < capacity; ++place)
+            me_->slots[(start + place) & (capacity - 1)].turn = 2 * (start + place);
+    }
+    ~Buffer() { EXPECT_EQ(cu_PointerBuffer_delete(&me_), 0U); }
+
+    cu_PointerBuffer* get() const { return me_; }
+
+    bool tryPut(uintptr_t value) const
+    {
+        bool put = true;
+        EXPECT_EQ(cu_PointerBuffer_tryPut(me_, pointer(value), &put), 0U);
+        return put;
+    }
+
+    uintptr_t tryGet() const
+    {
+        void* value = nullptr;
+        bool got = true;
+        EXPECT_EQ(cu_PointerBuffer_tryGet(me_, &value, &got), 0U);
+        return got ? number(value) : 0;
+    }
+
+private:
+    cu_PointerBuffer* me_ = nullptr;
+};
+
+TEST(PointerBuffer, constructorLeavesNothingBehindAndRefusesBadArguments)
+{
+    support::sweep<cu_PointerBuffer>(
+        "cu_PointerBuffer_new", [](auto** me, auto* allocator) { return cu_PointerBuffer_new(me, 4, allocator); },
+        cu_PointerBuffer_delete);
+    const Buffer buffer(2);
+    cu_PointerBuffer* none = nullptr;
+    cu_PointerBuffer* some = buffer.get();
+    void* value = nullptr;
+    bool done = false;
+    const cu_TimeValue deadline = {};
+    EXPECT_REFUSED(cu_PointerBuffer_new(nullptr, 2, nullptr), "cu_PointerBuffer_new", file);
+    EXPECT_REFUSED(cu_PointerBuffer_new(&some, 2, nullptr), "cu_PointerBuffer_new", file);
+    EXPECT_REFUSED(cu_PointerBuffer_new(&none, 0, nullptr), "cu_PointerBuffer_new", file);
+    EXPECT_REFUSED(cu_PointerBuffer_new(&none, 12, nullptr), "cu_PointerBuffer_new", file);
+    EXPECT_FAILURE(cu_PointerBuffer_new(&none, 1U << 31, nullptr), cu_ERROR_COM_MALLOC_FAILED, "cu_PointerBuffer_new",
+                   file, "");
+    EXPECT_REFUSED(cu_PointerBuffer_delete(&none), "cu_PointerBuffer_delete", file);
+    EXPECT_REFUSED(cu_PointerBuffer_put(nullptr, value), "cu_PointerBuffer_put", file);
+    EXPECT_REFUSED(cu_PointerBuffer_tryPut(some, value, nullptr), "cu_PointerBuffer_tryPut", file);
+    EXPECT_REFUSED(cu_PointerBuffer_timedPut(some, value, nullptr, &done), "cu_PointerBuffer_timedPut", file);
+    EXPECT_REFUSED(cu_PointerBuffer_get(some, nullptr), "cu_PointerBuffer_get", file);
+    EXPECT_REFUSED(cu_PointerBuffer_tryGet(some, nullptr, &done), "cu_PointerBuffer_tryGet", file);
+    EXPECT_REFUSED(cu_PointerBuffer_timedGet(some, &value, &deadline, nullptr), "cu_PointerBuffer_timedGet", file);
+}
+
+TEST(PointerBuffer, keepsOrderAcrossTheWrapOfItsCounters)
+{
+    for (const uint32_t capacity : {1U, 2U, 16U}) {
+        const Buffer buffer(capacity, UINT32_MAX - 40);
+        uintptr_t given = 0;
+        uintptr_t taken = 0;
+        while (taken < 100) {
+            while (buffer.tryPut(given + 1))
+                ++given;
+            EXPECT_EQ(given - taken, capacity);
+            for (uint32_t one = 0; one < (capacity + 1) / 2; ++one)
+                EXPECT_EQ(buffer.tryGet(), ++taken);
+        }
+        while (taken < given)
+            EXPECT_EQ(buffer.tryGet(), ++taken);
+        EXPECT_EQ(buffer.tryGet(), 0U);
+    }
+}
+
+TEST(PointerBuffer, deadlinesPassWithoutAnError)
+{
+    const Buffer buffer(1);
+    cu_TimeValue deadline = {};
+    void* value = nullptr;
+    bool done = true;
+    const support::SignalStorm storm;
+    ASSERT_EQ(cu_makeTimeoutMilliSecond(&deadline, 20, CLOCK_REALTIME), 0U);
+    EXPECT_EQ(cu_PointerBuffer_timedGet(buffer.get(), &value, &deadline, &done), 0U);
+    EXPECT_FALSE(done);
+    EXPECT_EQ(cu_PointerBuffer_timedPut(buffer.get(), nullptr, &deadline, &done), 0U);
+    EXPECT_TRUE(done);
+    ASSERT_EQ(cu_makeTimeoutMilliSecond(&deadline, 20, CLOCK_REALTIME), 0U);
+    EXPECT_EQ(cu_PointerBuffer_timedPut(buffer.get(), nullptr, &deadline, &done), 0U);
+    EXPECT_FALSE(done);
+    value = &value;
+    EXPECT_EQ(cu_PointerBuffer_timedGet(buffer.get(), &value, &deadline, &done), 0U);
+    EXPECT_TRUE(done);
+    EXPECT_EQ(value, nullptr);
+}
+
+// A thread that has drawn its place and is interrupted before it goes on is not overtaken.
+TEST(PointerBuffer, aPlaceThatIsDrawnButNotFilledIsNotRead)
+{
+    const Buffer buffer(4);
+    ++buffer.get()->writeCounter;
+    EXPECT_TRUE(buffer.tryPut(2));
+    EXPECT_EQ(buffer.tryGet(), 0U);
+    std::thread reader([&] {
+        void* value = nullptr;
+        EXPECT_EQ(cu_PointerBuffer_get(buffer.get(), &value), 0U);
+        EXPECT_EQ(number(value), 1U);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    buffer.get()->slots[0].value = pointer(1);
+    buffer.get()->slots[0].turn.store(1, std::memory_order_release);
+    reader.join();
+    EXPECT_EQ(buffer.tryGet(), 2U);
+}
+
+void exchange(uint32_t capacity, unsigned producers, unsigned consumers, uint32_t each)
+{
+    SCOPED_TRACE(capacity);
+    const uint32_t total = producers * each;
+    const Buffer buffer(capacity, UINT32_MAX - total / 2);
+    std::vector<std::atomic<uint8_t>> takes(total);
+    std::vector<std::thread> threads;
+    for (unsigned producer = 0; producer < producers; ++producer)
+        threads.emplace_back([&, producer] {
+            for (uint32_t count = 0; count < each; ++count)
+                EXPECT_EQ(cu_PointerBuffer_put(buffer.get(), pointer(producer * each + count + 1)), 0U);
+        });
+    for (unsigned consumer = 0; consumer < consumers; ++consumer)
+        threads.emplace_back([&] {
+            std::vector<uintptr_t> last(producers);
+            void* value = nullptr;
+            for (;;) {
+                EXPECT_EQ(cu_PointerBuffer_get(buffer.get(), &value), 0U);
+                if (value == nullptr)
+                    break;
+                const uintptr_t index = number(value) - 1;
+                ASSERT_LT(index, total);
+                ++takes[index];
+                // One producer's values come in their order, also when others take some of them.
+                uintptr_t& before = last[index / each];
+                EXPECT_LE(before, index);
+                before = index;
+            }
+        });
+    for (unsigned producer = 0; producer < producers; ++producer)
+        threads[producer].join();
+    for (unsigned consumer = 0; consumer < consumers; ++consumer)
+        EXPECT_EQ(cu_PointerBuffer_put(buffer.get(), nullptr), 0U);
+    for (unsigned consumer = 0; consumer < consumers; ++consumer)
+        threads[producers + consumer].join();
+    for (const auto& count : takes)
+        ASSERT_EQ(count, 1);
+    EXPECT_EQ(buffer.tryGet(), 0U);
+}
+
+TEST(PointerBuffer, everyValueIsTakenExactlyOnce)
+{
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(__arm__)
+    constexpr uint32_t each = 12'500;
+#else
+    constexpr uint32_t each = 125'000;
+#endif
+    for (const uint32_t capacity : {1U, 2U, 1024U})
+        exchange(capacity, 8, 8, each);
+    exchange(64, 1, 8, each);
+    exchange(64, 8, 1, each);
+}
+
+} // namespace
