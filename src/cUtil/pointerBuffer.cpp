@@ -26,13 +26,17 @@ struct End {
     Gate cu_PointerBuffer::*opposite;
     bool isReader;
 
-    // Whether there is something to draw. Looks at the counters, not at a place: a place may be drawn already by a
-    // thread that has not got further.
+    // Whether there is something to draw. Looks at the counters, not at a slot: it may be drawn already by a thread
+    // that has not got further. The counter that the others move is read first, so that what they do meanwhile makes
+    // this false rather than true; they look for sleepers after they have moved it.
     bool mayDraw(const cu_PointerBuffer* me) const
     {
+        if (isReader) {
+            const uint32_t written = me->writeCounter.load(std::memory_order_seq_cst);
+            return static_cast<int32_t>(written - me->readCounter.load(std::memory_order_seq_cst)) > 0;
+        }
         const uint32_t read = me->readCounter.load(std::memory_order_seq_cst);
-        const uint32_t written = me->writeCounter.load(std::memory_order_seq_cst);
-        return isReader ? written != read : written - read != me->capacity;
+        return me->writeCounter.load(std::memory_order_seq_cst) - read < me->capacity;
     }
 };
 
@@ -41,8 +45,8 @@ constexpr End producing = {&cu_PointerBuffer::writeCounter, &cu_PointerBuffer::n
 constexpr End consuming = {&cu_PointerBuffer::readCounter, &cu_PointerBuffer::notEmpty, &cu_PointerBuffer::notFull,
                            true};
 
-// Draws the next place if its turn has come.
-bool draw(cu_PointerBuffer* me, const End& end, Slot** place, uint32_t* turn)
+// Draws the next slot if its turn has come.
+bool draw(cu_PointerBuffer* me, const End& end, Slot** slot, uint32_t* turn)
 {
     std::atomic<uint32_t>& counter = me->*end.counter;
     uint32_t number = counter.load(std::memory_order_relaxed);
@@ -54,7 +58,7 @@ bool draw(cu_PointerBuffer* me, const End& end, Slot** place, uint32_t* turn)
             // Sequentially consistent for the gates: see mayDraw().
             if (counter.compare_exchange_weak(number, number + 1, std::memory_order_seq_cst,
                                               std::memory_order_relaxed)) {
-                *place = &next;
+                *slot = &next;
                 *turn = wanted;
                 return true;
             }
@@ -67,19 +71,19 @@ bool draw(cu_PointerBuffer* me, const End& end, Slot** place, uint32_t* turn)
     }
 }
 
-// Moves one value, if the next place's turn has come.
+// Moves one value, if the next slot's turn has come.
 bool move(cu_PointerBuffer* me, const End& end, void** value)
 {
-    Slot* place = nullptr;
+    Slot* slot = nullptr;
     uint32_t turn = 0;
-    if (!draw(me, end, &place, &turn))
+    if (!draw(me, end, &slot, &turn))
         return false;
     if (end.isReader) {
-        *value = place->value;
-        place->turn.store(turn - 1 + 2 * me->capacity, std::memory_order_release);
+        *value = slot->value;
+        slot->turn.store(turn - 1 + 2 * me->capacity, std::memory_order_release);
     } else {
-        place->value = *value;
-        place->turn.store(turn + 1, std::memory_order_release);
+        slot->value = *value;
+        slot->turn.store(turn + 1, std::memory_order_release);
     }
     return true;
 }
