@@ -8,7 +8,7 @@
  *  Threads and processes: one thread may put while another one gets, without a lock; neither ever waits for the other.
  *  With the writer lock any number of threads may put, with the reader lock any number may get. A ring from
  *  cu_RingBuffer_new() serves the threads of its process; the region of cu_RingBuffer_create() serves every process
- * that maps it, at any address, each with an object of its own from cu_RingBuffer_open(). A child of fork() may go on
+ *  that maps it, at any address, each with an object of its own from cu_RingBuffer_open(). A child of fork() may go on
  * with the object that it inherits from a region; one from cu_RingBuffer_new() becomes a copy of its own.
  *
  *  The region is laid out as follows, in the byte order of the machine. It must be aligned for its words and, when
@@ -32,7 +32,7 @@
  *  What a process leaves behind that dies:
  *  - outside a put or get: nothing; the records that it put are there to be read;
  *  - within a put: the record that it was writing was never put, for the position moves after the last byte. Without
- * the writer lock another process may open the region and go on putting. With it the lock may stay held, and then every
+ *  the writer lock another process may open the region and go on putting. With it the lock may stay held, and then every
  *    later put waits without limit, while gets go on until the ring is empty;
  *  - within a get: the record that it was reading is still there, for the position moves after the last byte; the next
  *    get reads it again. With the reader lock the lock may stay held, and then every later get waits without limit;
