@@ -32,8 +32,8 @@
  *  What a process leaves behind that dies:
  *  - outside a put or get: nothing; the records that it put are there to be read;
  *  - within a put: the record that it was writing was never put, for the position moves after the last byte. Without
- *  the writer lock another process may open the region and go on putting. With it the lock may stay held, and then every
- *    later put waits without limit, while gets go on until the ring is empty;
+ *    the writer lock another process may open the region and go on putting. With it the lock may stay held, and then
+ *    every later put waits without limit, while gets go on until the ring is empty;
  *  - within a get: the record that it was reading is still there, for the position moves after the last byte; the next
  *    get reads it again. With the reader lock the lock may stay held, and then every later get waits without limit;
  *  - while it waits for a lock: nothing.
