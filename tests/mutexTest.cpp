@@ -337,9 +337,16 @@ TEST_F(Mutex, itsOwnerInheritsThePriorityOfAWaiter)
 #endif
     if (const RealTime probe(40); probe.error != 0)
         GTEST_SKIP() << "real-time scheduling is refused: " << strerror(probe.error);
-    for (cu_Mutex* mutex : {checking, recursive})
-        EXPECT_TRUE(highOvertakesMiddle([=] { EXPECT_EQ(cu_Mutex_lock(mutex), 0U); },
-                                        [=] { EXPECT_EQ(cu_Mutex_unlock(mutex), 0U); }));
+    // What else runs at high priority can spoil a trial; without inheritance not one of them succeeds.
+    const auto inherits = [](cu_Mutex* mutex) {
+        bool does = false;
+        for (int trial = 0; !does && trial < 3; ++trial)
+            does = highOvertakesMiddle([=] { EXPECT_EQ(cu_Mutex_lock(mutex), 0U); },
+                                       [=] { EXPECT_EQ(cu_Mutex_unlock(mutex), 0U); });
+        return does;
+    };
+    EXPECT_TRUE(inherits(checking));
+    EXPECT_TRUE(inherits(recursive));
     pthread_mutex_t plain = PTHREAD_MUTEX_INITIALIZER;
     EXPECT_FALSE(highOvertakesMiddle([&] { pthread_mutex_lock(&plain); }, [&] { pthread_mutex_unlock(&plain); }))
         << "the trial shows nothing";
