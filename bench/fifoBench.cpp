@@ -161,7 +161,7 @@ void oneWay(benchmark::State& state)
     benchmark::DoNotOptimize(sum);
 }
 
-template <typename Queue, int processor>
+template <typename Queue, unsigned processor>
 void roundTrip(benchmark::State& state)
 {
     constexpr uint32_t rounds = 5000;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <new>
 #include <sched.h>
 #include <sys/mman.h>
@@ -23,7 +24,7 @@ inline double secondsSince(Clock::time_point start)
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-inline void runOn(int processor)
+inline void runOn(unsigned processor)
 {
     cpu_set_t set;
     CPU_ZERO(&set);
@@ -35,7 +36,9 @@ inline void runOn(int processor)
 inline void* sharedMemory(std::size_t size)
 {
     void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    return memory == MAP_FAILED ? nullptr : memory;
+    if (memory == MAP_FAILED)
+        abort();
+    return memory;
 }
 
 /// A child on a processor of its own choice that runs a function for ever, or until the end of the scope.
@@ -43,7 +46,7 @@ class Child
 {
 public:
     template <typename Function>
-    Child(int processor, Function function) : id_(fork())
+    Child(unsigned processor, Function function) : id_(fork())
     {
         if (id_ == 0) {
             runOn(processor);
