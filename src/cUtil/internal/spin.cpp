@@ -72,12 +72,14 @@ uint32_t measureShortBudget()
 } // namespace
 
 cu::internal::Spin::Spin()
-    : budget_(shortBudget.load(std::memory_order_relaxed)), isLong_(history.sleptBriefly && history.longSpins.lets())
+    : budget_(shortBudget.load(std::memory_order_relaxed)), pause_(0),
+      isLong_(history.sleptBriefly && history.longSpins.lets())
 {
     if (budget_ == unknown) [[unlikely]] {
         budget_ = measureShortBudget();
         shortBudget.store(budget_, std::memory_order_relaxed);
     }
+    pause_ = std::max(budget_ * 3 / 4, 1U);
     if (isLong_)
         budget_ *= longSpin / shortSpin;
     else if (!history.shortSpins.lets())

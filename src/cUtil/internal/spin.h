@@ -34,14 +34,14 @@ public:
     /// With a normalised point on the real-time clock beyond which the spin must not last.
     explicit Spin(const timespec& deadline);
 
-    /// Looks again and again whether a condition comes true. The gaps between the looks grow: whoever is to make it
-    /// true is not disturbed all the time by a processor that wants the same cache line.
+    /// Looks again and again whether a condition comes true, with pauses of most of a short spin in between: whoever is
+    /// to make it true is not disturbed all the time by a processor that wants the same cache line, and does several
+    /// things at a stretch where there are several to do.
     template <typename Condition>
     bool spinUntil(Condition condition)
     {
-        uint32_t gap = 1;
-        for (uint32_t spent = 0; spent < budget_; spent += gap, gap += gap < longestGap ? (gap + 1) / 2 : 0) {
-            for (uint32_t turn = 0; turn < gap; ++turn)
+        for (uint32_t spent = 0; spent < budget_; spent += pause_) {
+            for (uint32_t turn = 0; turn < pause_; ++turn)
                 relaxProcessor();
             if (condition()) {
                 note(false);
@@ -57,11 +57,10 @@ public:
     void awake();
 
 private:
-    static constexpr uint32_t longestGap = 8;
-
     void note(bool inVain);
 
-    uint32_t budget_; // turns of relaxProcessor()
+    uint32_t budget_; // turns of relaxProcessor(), like the next
+    uint32_t pause_;
     bool isLong_;
     int64_t asleepSince_ = 0;
 };
