@@ -4,5 +4,5 @@ source scripts/lib.sh
 (($# == 0)) || fail "usage: ./dev demo"
 
 need native
-step "build" build release
+step "build" build release telemetry
 exec env LC_ALL="$language" build/release/examples/telemetry/telemetry demo --seconds 10

@@ -64,7 +64,9 @@ need() {
         apt-get -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}" || exit
 }
 
-# build PRESET: configures and compiles.
+# build PRESET [TARGET...]: configures and compiles, everything when no target is named.
 build() {
-    cmake --preset "$1" && cmake --build "build/$1"
+    local preset=$1
+    shift
+    cmake --preset "$preset" && cmake --build "build/$preset" ${1:+--target "$@"}
 }
