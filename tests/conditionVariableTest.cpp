@@ -1,3 +1,4 @@
+#include "support/deadline.h"
 #include "support/process.h"
 #include "support/record.h"
 #include "support/sanitizer.h"
@@ -19,13 +20,6 @@ constexpr char file[] = "src/cUtil/conditionVariable";
 std::string failureText(const char* call, int error)
 {
     return std::string(call) + " failed: [" + std::to_string(error) + "] " + strerror(error);
-}
-
-cu_TimeValue fromNow(uint32_t milliSeconds)
-{
-    cu_TimeValue deadline = {};
-    EXPECT_EQ(cu_makeTimeoutMilliSecond(&deadline, milliSeconds, CLOCK_MONOTONIC), 0U);
-    return deadline;
 }
 
 class ConditionVariable : public testing::Test
@@ -97,7 +91,7 @@ TEST_F(ConditionVariable, aSignalEndsAWaitAndLeavesTheMutexFree)
     });
     std::thread timedWaiter([&] {
         bool signalled = false;
-        const cu_TimeValue later = fromNow(60'000);
+        const cu_TimeValue later = support::fromNow(60'000, CLOCK_MONOTONIC);
         EXPECT_EQ(cu_ConditionVariable_timedWait(condition, &later, &signalled), 0U);
         EXPECT_TRUE(signalled);
         ++ended;
@@ -115,7 +109,7 @@ TEST_F(ConditionVariable, aSignalEndsAWaitAndLeavesTheMutexFree)
 TEST_F(ConditionVariable, deadlinesLieOnTheMonotonicClockAndSignalsDoNotBringThemForward)
 {
     const support::SignalStorm storm;
-    const cu_TimeValue deadline = fromNow(50);
+    const cu_TimeValue deadline = support::fromNow(50, CLOCK_MONOTONIC);
     bool signalled = true;
     while (signalled)
         ASSERT_EQ(cu_ConditionVariable_timedWait(condition, &deadline, &signalled), 0U);
@@ -160,15 +154,16 @@ TEST_F(ConditionVariable, deletionLetsEverybodyOutBeforeItFrees)
         std::atomic<unsigned> ended{0};
         std::vector<std::thread> waiters;
         for (unsigned index = 0; index < count; ++index)
-            waiters.emplace_back([&, waitedFor = crowded, later = fromNow(60'000), isTimed = index % 2 != 0] {
-                bool signalled = false;
-                ++begun;
-                EXPECT_EQ(isTimed ? cu_ConditionVariable_timedWait(waitedFor, &later, &signalled)
-                                  : cu_ConditionVariable_wait(waitedFor),
-                          0U);
-                EXPECT_EQ(signalled, isTimed);
-                ++ended;
-            });
+            waiters.emplace_back(
+                [&, waitedFor = crowded, later = support::fromNow(60'000, CLOCK_MONOTONIC), isTimed = index % 2 != 0] {
+                    bool signalled = false;
+                    ++begun;
+                    EXPECT_EQ(isTimed ? cu_ConditionVariable_timedWait(waitedFor, &later, &signalled)
+                                      : cu_ConditionVariable_wait(waitedFor),
+                              0U);
+                    EXPECT_EQ(signalled, isTimed);
+                    ++ended;
+                });
         // They may not be deleted under before they have come in; where within the wait they are differs by round.
         EXPECT_TRUE(support::comesTrue([&] { return begun == count; }));
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -219,7 +214,7 @@ TEST_F(ConditionVariable, failuresHaveNoTextAndKeepTheObject)
     bool signalled = false;
     const auto wait = [&] { return cu_ConditionVariable_wait(condition); };
     const auto timedWait = [&] {
-        const cu_TimeValue later = fromNow(60'000);
+        const cu_TimeValue later = support::fromNow(60'000, CLOCK_MONOTONIC);
         return cu_ConditionVariable_timedWait(condition, &later, &signalled);
     };
     for (const char* call : {"pthread_mutex_lock", "pthread_cond_wait"}) {

@@ -1,3 +1,4 @@
+#include "support/deadline.h"
 #include "support/process.h"
 #include "support/record.h"
 #include "support/sanitizer.h"
@@ -18,20 +19,6 @@ namespace
 {
 
 constexpr char file[] = "src/cUtil/mutex";
-
-cu_TimeValue fromNow(uint32_t milliSeconds)
-{
-    cu_TimeValue deadline = {};
-    EXPECT_EQ(cu_makeTimeoutMilliSecond(&deadline, milliSeconds, CLOCK_REALTIME), 0U);
-    return deadline;
-}
-
-bool hasPassed(const cu_TimeValue& deadline)
-{
-    cu_TimeValue now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec > deadline.tv_sec || (now.tv_sec == deadline.tv_sec && now.tv_nsec >= deadline.tv_nsec);
-}
 
 template <typename Function>
 void elsewhere(Function function)
@@ -92,7 +79,7 @@ TEST_F(Mutex, theOwnerOfACheckingMutexIsToldThatItHasIt)
     EXPECT_SYSTEM_FAILURE(cu_Mutex_lock(checking), cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK, "cu_Mutex_lock", file, "");
     EXPECT_EQ(cu_Mutex_tryLock(checking, &locked), 0U);
     EXPECT_FALSE(locked);
-    const cu_TimeValue deadline = fromNow(60'000);
+    const cu_TimeValue deadline = support::fromNow(60'000);
     EXPECT_SYSTEM_FAILURE(cu_Mutex_timedLock(checking, &deadline, &locked), cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK,
                           "cu_Mutex_timedLock", file, "");
     EXPECT_TRUE(locked);
@@ -146,10 +133,10 @@ TEST_F(Mutex, aBusyOneIsToldByTheFlagAtTheDeadlineAndNotBefore)
         EXPECT_EQ(cu_Mutex_timedLock(checking, &past, &locked), 0U);
         EXPECT_FALSE(locked);
         locked = true;
-        const cu_TimeValue deadline = fromNow(50);
+        const cu_TimeValue deadline = support::fromNow(50);
         EXPECT_EQ(cu_Mutex_timedLock(checking, &deadline, &locked), 0U);
         EXPECT_FALSE(locked);
-        EXPECT_TRUE(hasPassed(deadline));
+        EXPECT_TRUE(support::hasPassed(deadline));
         const cu_TimeValue invalid = {0, 1'000'000'000};
         EXPECT_SYSTEM_FAILURE(cu_Mutex_timedLock(checking, &invalid, &locked), cu_ERROR_MUTEX_LOCK_FAILED, EINVAL,
                               "cu_Mutex_timedLock", file, "");
@@ -157,7 +144,7 @@ TEST_F(Mutex, aBusyOneIsToldByTheFlagAtTheDeadlineAndNotBefore)
     });
     std::thread waiter([&] {
         const support::SignalStorm storm;
-        const cu_TimeValue later = fromNow(60'000);
+        const cu_TimeValue later = support::fromNow(60'000);
         bool locked = false;
         EXPECT_EQ(cu_Mutex_timedLock(checking, &later, &locked), 0U);
         EXPECT_TRUE(locked);
@@ -229,7 +216,7 @@ TEST_F(Mutex, threadsExcludeEachOther)
 {
     constexpr unsigned threadCount = 4;
     constexpr unsigned rounds = 20'000;
-    const cu_TimeValue later = fromNow(60'000);
+    const cu_TimeValue later = support::fromNow(60'000);
     unsigned count = 0;
     std::vector<std::thread> threads;
     for (unsigned index = 0; index < threadCount; ++index)

@@ -1,3 +1,4 @@
+#include "support/deadline.h"
 #include "support/inject.h"
 #include "support/process.h"
 #include "support/record.h"
@@ -18,13 +19,6 @@ namespace
 constexpr char file[] = "src/cUtil/rpcQueue";
 constexpr char channelFile[] = "src/cUtil/rpcChannel";
 constexpr std::size_t semaphoreOffset = sizeof(void*) == 4 ? 4 : 8;
-
-cu_TimeValue fromNow(uint32_t milliSeconds)
-{
-    cu_TimeValue deadline = {};
-    EXPECT_EQ(cu_makeTimeoutMilliSecond(&deadline, milliSeconds, CLOCK_REALTIME), 0U);
-    return deadline;
-}
 
 TEST(RpcQueue, isLaidOutForOldBinaries)
 {
@@ -260,7 +254,7 @@ TEST_F(RpcChannel, crossesItsHalves)
         EXPECT_TRUE(taken);
         EXPECT_EQ(cu_RPCChannel_tryWaitRx(to, &taken), 0U);
         EXPECT_FALSE(taken);
-        const cu_TimeValue soon = fromNow(5);
+        const cu_TimeValue soon = support::fromNow(5);
         EXPECT_EQ(cu_RPCChannel_timedWaitRx(to, &soon, &taken), 0U);
         EXPECT_FALSE(taken);
         EXPECT_EQ(cu_RPCChannel_signalTx(from), 0U);
@@ -306,7 +300,7 @@ TEST_F(RpcChannel, twoProcessesExchangeRequests)
     });
     char* request = buffer(cu_RPCChannel_getTxBuffer, creator);
     const char* answer = buffer(cu_RPCChannel_getRxBuffer, creator);
-    const cu_TimeValue limit = fromNow(100'000);
+    const cu_TimeValue limit = support::fromNow(100'000);
     for (uint32_t count = 0; count < requests; ++count) {
         snprintf(request, 17, "request %08x", count);
         ASSERT_EQ(cu_RPCChannel_signalTx(creator), 0U);
@@ -330,7 +324,7 @@ TEST_F(RpcChannel, aServerThatIsKilledWhileItWaitsIsReplaced)
         support::Process server(serve);
         for (int request = 0; request < 10; ++request) {
             bool taken = false;
-            const cu_TimeValue limit = fromNow(60'000);
+            const cu_TimeValue limit = support::fromNow(60'000);
             EXPECT_EQ(cu_RPCChannel_signalTx(creator), 0U);
             EXPECT_EQ(cu_RPCChannel_timedWaitRx(creator, &limit, &taken), 0U);
             ASSERT_TRUE(taken);

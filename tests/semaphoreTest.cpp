@@ -1,3 +1,4 @@
+#include "support/deadline.h"
 #include "support/process.h"
 #include "support/record.h"
 #include "support/signalStorm.h"
@@ -19,20 +20,6 @@ namespace
 
 constexpr char file[] = "src/cUtil/semaphore.linux";
 constexpr char ipcFile[] = "src/cUtil/ipcSemaphore.linux";
-
-cu_TimeValue fromNow(uint32_t milliSeconds)
-{
-    cu_TimeValue deadline = {};
-    EXPECT_EQ(cu_makeTimeoutMilliSecond(&deadline, milliSeconds, CLOCK_REALTIME), 0U);
-    return deadline;
-}
-
-bool hasPassed(const cu_TimeValue& deadline)
-{
-    cu_TimeValue now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now.tv_sec > deadline.tv_sec || (now.tv_sec == deadline.tv_sec && now.tv_nsec >= deadline.tv_nsec);
-}
 
 std::string errnoText(int error)
 {
@@ -145,10 +132,10 @@ TEST_F(Semaphore, signalsNeitherEndAWaitNorBringItsDeadlineForward)
     bool taken = true;
     {
         const support::SignalStorm storm;
-        const cu_TimeValue deadline = fromNow(50);
+        const cu_TimeValue deadline = support::fromNow(50);
         EXPECT_EQ(cu_Semaphore_timedP(semaphore, &deadline, &taken), 0U);
         EXPECT_FALSE(taken);
-        EXPECT_TRUE(hasPassed(deadline));
+        EXPECT_TRUE(support::hasPassed(deadline));
         EXPECT_GT(support::SignalStorm::delivered(), 10U);
     }
     const support::SignalStorm storm;
@@ -217,7 +204,7 @@ TEST_F(Semaphore, worksBetweenProcessesAndOutlivesTheWrappersOfOthers)
                 return 2;
         return cu_Semaphore_delete(&mine[0]) == 0 && cu_Semaphore_delete(&mine[1]) == 0 ? 0 : 3;
     });
-    const cu_TimeValue limit = fromNow(60000);
+    const cu_TimeValue limit = support::fromNow(60000);
     bool taken = true;
     for (int round = 0; round < 1000 && taken; ++round) {
         EXPECT_EQ(cu_Semaphore_v(semaphore), 0U);
@@ -259,7 +246,7 @@ TEST(IpcSemaphore, refusesNullAndReportsFailingSystemCalls)
     sem_t sem;
     int32_t count = 0;
     bool taken = false;
-    const cu_TimeValue soon = fromNow(0);
+    const cu_TimeValue soon = support::fromNow(0);
     ASSERT_EQ(cu_ipcSem_init(&sem), 0U);
     ASSERT_EQ(cu_ipcSem_lock(&sem), 0U);
     EXPECT_REFUSED(cu_ipcSem_init(nullptr), "cu_ipcSem_init", ipcFile);
