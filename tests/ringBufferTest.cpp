@@ -49,7 +49,7 @@ public:
 
     char* get() const { return memory_ + page; }
     char* data() const { return get() + CU_RING_BUFFER_HEADER_SIZE; }
-    sem_t* lock(bool ofWriter) const { return reinterpret_cast<sem_t*>(get() + (ofWriter ? 96 : 32)); }
+    sem_t* lock(bool ofWriter) const { return static_cast<sem_t*>(static_cast<void*>(get() + (ofWriter ? 96 : 32))); }
 
     uint32_t word(Word at) const { return std::atomic_ref(address(at)).load(std::memory_order_relaxed); }
     void set(Word at, uint32_t value) const { std::atomic_ref(address(at)).store(value, std::memory_order_relaxed); }
@@ -64,7 +64,7 @@ public:
 private:
     static constexpr std::size_t page = 4096;
 
-    uint32_t& address(Word at) const { return *reinterpret_cast<uint32_t*>(get() + at); }
+    uint32_t& address(Word at) const { return *static_cast<uint32_t*>(static_cast<void*>(get() + at)); }
 
     std::size_t length_;
     uint32_t size_;
@@ -317,11 +317,12 @@ TEST(RingBuffer, behavesLikeAQueueOfBytes)
             } else {
                 const bool isThere = length <= model.size();
                 const std::string expected =
-                    isThere ? std::string(model.begin(), model.begin() + length) : std::string(length, '?');
+                    isThere ? std::string(model.begin(), model.begin() + static_cast<std::ptrdiff_t>(length))
+                            : std::string(length, '?');
                 ASSERT_EQ(ring.get(record.data(), length), isThere);
                 ASSERT_EQ(record, expected);
                 if (isThere)
-                    model.erase(model.begin(), model.begin() + length);
+                    model.erase(model.begin(), model.begin() + static_cast<std::ptrdiff_t>(length));
             }
             ASSERT_EQ(ring.used(), model.size());
         }
@@ -452,10 +453,10 @@ TEST(RingBuffer, aHostileRegionLeadsToNoAccessOutsideIt)
             ring.put(record.data() + 16, length);
         } else {
             std::fill(record.begin(), record.begin() + 16, 'g');
-            std::fill(record.begin() + 16 + length, record.end(), 'g');
+            std::fill(record.begin() + static_cast<std::ptrdiff_t>(16 + length), record.end(), 'g');
             ring.get(record.data() + 16, length);
             ASSERT_EQ(std::count(record.begin(), record.begin() + 16, 'g'), 16);
-            ASSERT_EQ(std::count(record.begin() + 16 + length, record.end(), 'g'),
+            ASSERT_EQ(std::count(record.begin() + static_cast<std::ptrdiff_t>(16 + length), record.end(), 'g'),
                       static_cast<std::ptrdiff_t>(record.size() - 16 - length));
         }
         ASSERT_LT(ring.used(), size);

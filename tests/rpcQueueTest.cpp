@@ -33,7 +33,7 @@ TEST(RpcQueue, isLaidOutForOldBinaries)
     EXPECT_EQ(size, 4097U);
     EXPECT_EQ(cu_RPCQueue_signal(queue), 0U);
     int value = 0;
-    EXPECT_EQ(sem_getvalue(reinterpret_cast<sem_t*>(region.get() + semaphoreOffset), &value), 0);
+    EXPECT_EQ(sem_getvalue(static_cast<sem_t*>(static_cast<void*>(region.get() + semaphoreOffset)), &value), 0);
     EXPECT_EQ(value, 1);
     const char* rest = region.get() + semaphoreOffset + sizeof(sem_t);
     EXPECT_EQ(std::count(rest, static_cast<const char*>(region.get()) + 8193, '\0'), region.get() + 8193 - rest);
