@@ -165,7 +165,7 @@ TEST_F(Thread, runsInAWorkerOfItsOwnWithoutSignals)
         pthread_getname_np(own, name, sizeof(name));
         sigset_t mask;
         pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-        for (int signal = 1; signal < NSIG; ++signal)
+        for (int signal = 1; signal <= SIGRTMAX - 2; ++signal) // user-mode emulation keeps the last two
             EXPECT_TRUE(signal == SIGKILL || signal == SIGSTOP || signal == 32 || signal == 33 ||
                         sigismember(&mask, signal) == 1)
                 << signal;

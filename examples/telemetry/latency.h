@@ -21,6 +21,15 @@ public:
         maximum_ = std::max(maximum_, value);
     }
 
+    /// Takes in all that @p other has counted.
+    void add(const Latencies& other)
+    {
+        for (std::size_t i = 0; i < counts_.size(); ++i)
+            counts_[i] += other.counts_[i];
+        count_ += other.count_;
+        maximum_ = std::max(maximum_, other.maximum_);
+    }
+
     uint64_t count() const { return count_; }
     uint64_t maximum() const { return maximum_; }
 

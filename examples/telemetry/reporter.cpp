@@ -1,5 +1,7 @@
-// The reporter: takes the records that the sampler puts, shows them, and tells in the end how they came.
+// The reporter: takes the records that the sampler puts, shows them, and tells in the end how they came. The main
+// thread takes and prints; a pool works the records through, and its jobs may finish in any order.
 #include "commands.h"
+#include "group.h"
 #include "latency.h"
 #include "messages.h"
 #include "record.h"
@@ -8,13 +10,15 @@
 #include "watchdog.h"
 
 #include <cUtil/fifo.h>
+#include <cUtil/threadPool.h>
 #include <cUtil/time/time.h>
 
-#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <deque>
+#include <memory>
 
 namespace telemetry
 {
@@ -25,17 +29,23 @@ namespace
 /// How long a look for a record lasts, and so how soon the end of the run or of the sampler is noticed.
 constexpr uint32_t lookMilliseconds = 200;
 
+/// The same while a job is under way, whose result is to be shown soon.
+constexpr uint32_t busyLookMilliseconds = 5;
+
+constexpr uint32_t poolThreads = 2;
+constexpr uint32_t poolQueue = 8;
+
 int64_t toNanoseconds(const cu_TimeValue& time)
 {
     return time.tv_sec * int64_t{1'000'000'000} + time.tv_nsec;
 }
 
 /// Takes the oldest record and notes when; leaves @p taken false when there is none for a while.
-cu_ErrorCode take(const Region& region, Record& record, cu_TimeValue& takenAt, bool& taken)
+cu_ErrorCode take(const Region& region, uint32_t milliseconds, Record& record, cu_TimeValue& takenAt, bool& taken)
 {
     taken = false;
     cu_TimeValue deadline{};
-    cu_ErrorCode code = cu_makeTimeoutMilliSecond(&deadline, lookMilliseconds, CLOCK_REALTIME);
+    cu_ErrorCode code = cu_makeTimeoutMilliSecond(&deadline, milliseconds, CLOCK_REALTIME);
     if (code != 0)
         return code;
 
@@ -68,6 +78,96 @@ struct Summary {
     }
 };
 
+struct DeletePool {
+    void operator()(cu_ThreadPool* pool) const
+    {
+        if (const cu_ErrorCode code = cu_ThreadPool_delete(&pool); code != 0)
+            static_cast<void>(failByRecord(code, "deleting the pool"));
+    }
+};
+
+/// Has the records worked through on a pool, group by group, and shows the groups in order.
+class Aggregation
+{
+public:
+    /// @return whether all is well; if not, the reason is told
+    [[nodiscard]] bool start()
+    {
+        cu_ThreadPool* pool = nullptr;
+        if (const cu_ErrorCode code = cu_ThreadPool_new(&pool, poolThreads, poolQueue, nullptr); code != 0) {
+            static_cast<void>(failByRecord(code, "making the pool"));
+            return false;
+        }
+        pool_.reset(pool);
+        return true;
+    }
+
+    /// @return whether all is well; if not, the reason is told
+    [[nodiscard]] bool add(const Record& record, int64_t takenAt)
+    {
+        if (open_ == nullptr) {
+            // The first record of all is what the first rates are reckoned from.
+            open_ = std::make_unique<Group>(table_, records_ == 0 ? record : last_, records_);
+            if (open_->job() == nullptr)
+                return false;
+        }
+        open_->add(record, takenAt);
+        last_ = record;
+        summary_.lost = record.lost;
+        return !open_->isComplete() || handOver();
+    }
+
+    bool isUnderWay() const { return !handed_.empty(); }
+
+    /// Shows what is done, up to the oldest group that is not.
+    void show()
+    {
+        while (!handed_.empty() && handed_.front()->isDone()) {
+            const Group& group = *handed_.front();
+            if (!group.text().empty())
+                table_.print(group.text());
+            summary_.latencies.add(group.latencies());
+            handed_.pop_front();
+        }
+    }
+
+    /// Works through what is left, shows it and sums up. @return whether all went well; if not, the reason is told
+    [[nodiscard]] bool end()
+    {
+        bool good = open_ == nullptr || open_->isEmpty() || handOver();
+        for (const std::unique_ptr<Group>& group : handed_) {
+            if (const cu_ErrorCode code = cu_Runnable_wait(group->job()); code != 0) {
+                static_cast<void>(failByRecord(code, "waiting for a job"));
+                good = false;
+            }
+        }
+        show();
+        summary_.print();
+        return good;
+    }
+
+private:
+    bool handOver()
+    {
+        records_ = open_->records();
+        if (const cu_ErrorCode code = cu_ThreadPool_insert(pool_.get(), open_->job()); code != 0) {
+            static_cast<void>(failByRecord(code, "handing a job to the pool"));
+            open_.reset();
+            return false;
+        }
+        handed_.push_back(std::move(open_));
+        return true;
+    }
+
+    std::unique_ptr<cu_ThreadPool, DeletePool> pool_; // outlives the groups, which wait for their jobs
+    Table table_;
+    Summary summary_;
+    uint64_t records_ = 0;
+    Record last_{};
+    std::unique_ptr<Group> open_;
+    std::deque<std::unique_ptr<Group>> handed_; // in order
+};
+
 } // namespace
 
 int report(const Options& options)
@@ -88,13 +188,15 @@ int report(const Options& options)
     if (code != 0)
         return failByRecord(code, "computing the end");
 
-    Table table;
-    Summary summary;
+    Aggregation aggregation;
+    if (!aggregation.start())
+        return failed;
     int status = done;
     while (!stopRequested() && (options.seconds == 0 || toNanoseconds(now) < toNanoseconds(end))) {
         Record record{};
         bool taken = false;
-        code = take(*region, record, now, taken);
+        aggregation.show();
+        code = take(*region, aggregation.isUnderWay() ? busyLookMilliseconds : lookMilliseconds, record, now, taken);
         if (code == 0 && !taken)
             code = cu_getTime(&now, CLOCK_MONOTONIC);
         if (code != 0) {
@@ -102,11 +204,10 @@ int report(const Options& options)
             break;
         }
         if (taken) {
-            // What comes out of shared memory may be anything.
-            record.coreCount = static_cast<uint16_t>(std::min<uint32_t>(record.coreCount, maxCores));
-            summary.latencies.add(toNanoseconds(now) - record.putAt);
-            summary.lost = record.lost;
-            table.show(record);
+            if (!aggregation.add(record, toNanoseconds(now))) {
+                status = failed;
+                break;
+            }
             continue;
         }
         if (stopRequested())
@@ -119,8 +220,7 @@ int report(const Options& options)
         if (sampler != Presence::there)
             break;
     }
-    summary.print();
-    return status;
+    return aggregation.end() ? status : failed;
 }
 
 } // namespace telemetry

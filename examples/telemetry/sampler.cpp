@@ -1,19 +1,26 @@
 // The sampler: at a steady pace reads what the machine does and puts it into the queue. It never waits for the
-// reporter.
+// reporter. One thread ticks, one samples at the ticks, and the main thread watches over the run.
 #include "commands.h"
 #include "messages.h"
 #include "procfs.h"
 #include "record.h"
 #include "region.h"
 #include "watchdog.h"
+#include "worker.h"
 
+#include <cUtil/errorInfo.h>
 #include <cUtil/fifo.h>
+#include <cUtil/time/asyncClock.h>
 #include <cUtil/time/time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
+#include <memory>
+#include <thread>
 
 namespace telemetry
 {
@@ -109,32 +116,151 @@ cu_ErrorCode put(const Region& region, Record& record)
     return cu_Fifo_putCommit(region.queue());
 }
 
-/// Beats at multiples of the interval, however long the work in between takes.
-class Pace
+/// How the interval is made of ticks. The threads look at the wish to stop at each tick, and a wait may end one tick
+/// late: so a tick is a tenth of the interval, but no shorter than a millisecond.
+struct Rhythm {
+    explicit Rhythm(uint32_t interval)
+        : ticks(interval < ticksPerInterval ? interval : ticksPerInterval),
+          microseconds(interval * microsecondsPerMillisecond / ticks)
+    {
+    }
+
+    static constexpr uint32_t ticksPerInterval = 10;
+    static constexpr uint32_t microsecondsPerMillisecond = 1000;
+    uint32_t ticks;        ///< Of an interval.
+    uint32_t microseconds; ///< Of a tick.
+};
+
+struct DeleteClock {
+    void operator()(cu_AsyncClock* clock) const
+    {
+        if (const cu_ErrorCode code = cu_AsyncClock_delete(&clock); code != 0)
+            static_cast<void>(failByRecord(code, "deleting the clock"));
+    }
+};
+
+struct DeleteRunnable {
+    void operator()(cu_Runnable* runnable) const
+    {
+        if (const cu_ErrorCode code = cu_Runnable_delete(&runnable); code != 0)
+            static_cast<void>(failByRecord(code, "deleting a runnable"));
+    }
+};
+
+/// Two threads: one ticks, the other one samples at every so many ticks, as long as this lives.
+class Sampling
 {
 public:
-    explicit Pace(uint32_t milliseconds) : interval_(milliseconds) {}
+    explicit Sampling(const Region& region, const Options& options) : region_(region), rhythm_(options.interval) {}
 
-    cu_ErrorCode start() { return cu_getTime(&next_, CLOCK_MONOTONIC); }
-
-    cu_ErrorCode wait()
+    /// Takes the first look at the machine, before there is anything to clean up. @return whether all is well; if not,
+    /// the reason is told
+    [[nodiscard]] bool start()
     {
-        cu_ErrorCode code = cu_addMilliSeconds(&next_, interval_);
-        cu_TimeValue now{};
+        if (!machine_.read(record_))
+            return false;
+        cu_AsyncClock* clock = nullptr;
+        cu_Runnable* runnable = nullptr;
+        cu_ErrorCode code = cu_AsyncClock_new(&clock, rhythm_.microseconds, nullptr);
+        clock_.reset(clock);
         if (code == 0)
-            code = cu_getTime(&now, CLOCK_MONOTONIC);
-        if (code != 0)
-            return code;
-        // After a pause (the process was stopped) missed beats are not made up for.
-        if (now.tv_sec > next_.tv_sec + 1)
-            next_ = now;
-        return cu_sleepAbsolute(&next_, CLOCK_MONOTONIC);
+            code = cu_Runnable_new(&runnable, run, this, nullptr);
+        runnable_.reset(runnable);
+        if (code != 0) {
+            static_cast<void>(failByRecord(code, "preparing the sampler"));
+            return false;
+        }
+        return ticker_.start(tickName, cu_AsyncClock_getRunnable(clock)) && sampler_.start(samplerName, runnable);
+    }
+
+    /// Whether sampling has failed; the reason is told.
+    bool hasFailed() const { return failed_.load(std::memory_order_relaxed); }
+
+    /// Ends both threads, the one that waits for ticks first. @return whether all went well to the end
+    [[nodiscard]] bool end()
+    {
+        uintptr_t result = 0;
+        uintptr_t tickResult = 0;
+        const bool ended = sampler_.end(result) && ticker_.end(tickResult);
+        if (ended && tickResult != 0)
+            say("the clock failed: %s", cu_GetErrorName(static_cast<cu_ErrorCode>(tickResult)));
+        return ended && tickResult == 0 && !hasFailed();
     }
 
 private:
-    uint32_t interval_;
-    cu_TimeValue next_{};
+    static uintptr_t run(void* runningFlag, void* me)
+    {
+        auto* sampling = static_cast<Sampling*>(me);
+        if (!sampling->sampleWhile(runningFlag))
+            sampling->failed_.store(true, std::memory_order_relaxed);
+        return 0;
+    }
+
+    bool sampleWhile(const void* runningFlag)
+    {
+        uint64_t next = 0;
+        for (;;) {
+            next += rhythm_.ticks; // whatever the work takes: beats are multiples of the interval
+            cu_ErrorCode code = waitFor(next, runningFlag);
+            if (!cu_Thread_isRunning(runningFlag))
+                return true;
+            if (code == 0)
+                code = readClock(CLOCK_REALTIME, record_.realTime);
+            if (code != 0) {
+                static_cast<void>(failByRecord(code, "keeping the time"));
+                return false;
+            }
+            if (!machine_.read(record_))
+                return false;
+            code = put(region_, record_);
+            if (code == 0)
+                code = skipMissed(next);
+            if (code != 0) {
+                static_cast<void>(failByRecord(code, "putting a record"));
+                return false;
+            }
+        }
+    }
+
+    /// Looks at each tick whether to go on.
+    cu_ErrorCode waitFor(uint64_t beat, const void* runningFlag) const
+    {
+        uint64_t tick = 0;
+        cu_ErrorCode code = cu_AsyncClock_getCurrentTick(clock_.get(), &tick);
+        while (code == 0 && tick < beat && cu_Thread_isRunning(runningFlag)) {
+            code = cu_AsyncClock_wait(clock_.get(), tick + 1);
+            if (code == 0)
+                code = cu_AsyncClock_getCurrentTick(clock_.get(), &tick);
+        }
+        return code;
+    }
+
+    /// After a pause (the process was stopped) the clock makes up for its ticks; beats that were missed for more than
+    /// a second are left out.
+    cu_ErrorCode skipMissed(uint64_t& beat) const
+    {
+        constexpr uint64_t microsecondsPerSecond = 1'000'000;
+        uint64_t tick = 0;
+        const cu_ErrorCode code = cu_AsyncClock_getCurrentTick(clock_.get(), &tick);
+        if (code == 0 && tick > beat && (tick - beat) * rhythm_.microseconds > microsecondsPerSecond)
+            beat = tick - tick % rhythm_.ticks;
+        return code;
+    }
+
+    const Region& region_;
+    Rhythm rhythm_;
+    Machine machine_; // this and the record: the sampling thread's alone while it runs
+    Record record_{};
+    std::atomic<bool> failed_{false};
+    // The threads end before what they use: that which waits for ticks before that which ticks.
+    std::unique_ptr<cu_AsyncClock, DeleteClock> clock_;
+    std::unique_ptr<cu_Runnable, DeleteRunnable> runnable_;
+    Worker ticker_;
+    Worker sampler_;
 };
+
+/// How soon the main thread notices that the run has to end.
+constexpr auto watchPeriod = std::chrono::milliseconds(20);
 
 bool reporterHasEnded(const Region& region, int& status)
 {
@@ -154,41 +280,19 @@ bool reporterHasEnded(const Region& region, int& status)
 int sample(const Options& options)
 {
     catchStopSignals();
-    Machine machine;
-    Record record{};
-    if (!machine.read(record))
-        return failed;
     std::optional<Region> region = Region::create(options.name);
     if (!region)
         return failed;
+    Sampling sampling(*region, options);
+    if (!sampling.start())
+        return failed;
 
-    Pace pace(options.interval);
-    cu_ErrorCode code = pace.start();
-    if (code != 0)
-        return failByRecord(code, "reading the clock");
-    int64_t end = 0;
-    code = readClock(CLOCK_MONOTONIC, end);
-    if (code != 0)
-        return failByRecord(code, "reading the clock");
-    end += options.seconds * nanosecondsPerSecond;
-
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
     int status = done;
-    int64_t now = 0;
-    while (!stopRequested() && !reporterHasEnded(*region, status) && (options.seconds == 0 || now < end)) {
-        code = pace.wait();
-        if (code == 0)
-            code = readClock(CLOCK_REALTIME, record.realTime);
-        if (code == 0)
-            code = readClock(CLOCK_MONOTONIC, now);
-        if (code != 0)
-            return failByRecord(code, "keeping the time");
-        if (!machine.read(record))
-            return failed;
-        code = put(*region, record);
-        if (code != 0)
-            return failByRecord(code, "putting a record");
-    }
-    return status;
+    while (!stopRequested() && !sampling.hasFailed() && !reporterHasEnded(*region, status) &&
+           (options.seconds == 0 || std::chrono::steady_clock::now() < end))
+        std::this_thread::sleep_for(watchPeriod);
+    return sampling.end() ? status : failed;
 }
 
 } // namespace telemetry

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -17,6 +18,16 @@ namespace
 
 constexpr int64_t inPlacePeriod = 250'000'000; // nanoseconds
 constexpr int64_t linePeriod = 1'000'000'000;
+
+__attribute__((__format__(__printf__, 2, 3))) void append(std::string& text, const char* format, ...)
+{
+    char piece[160];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(piece, sizeof(piece), format, arguments);
+    va_end(arguments);
+    text += piece;
+}
 
 std::string bar(double share, int width)
 {
@@ -63,7 +74,50 @@ double gibibytes(uint64_t bytes)
 
 double secondsBetween(const Record& first, const Record& last)
 {
-    return static_cast<double>(last.putAt - first.putAt) / 1e9;
+    return static_cast<double>(static_cast<uint64_t>(last.putAt) - static_cast<uint64_t>(first.putAt)) / 1e9;
+}
+
+std::string composeLine(const Showing& showing)
+{
+    const Record& record = showing.last;
+    const double busy = static_cast<double>(showing.busy) / 1000 / showing.count;
+    const double seconds = secondsBetween(showing.base, record);
+    std::string text;
+    append(text, "%s  %s %5.1f%%  %5.1f of %5.1f GiB  %s %s\n", timeOfDay(record.realTime).c_str(),
+           bar(busy, 15).c_str(), busy * 100, gibibytes(record.memoryUsed), gibibytes(record.memoryTotal),
+           rate(showing.base.received, record.received, seconds).c_str(),
+           rate(showing.base.sent, record.sent, seconds).c_str());
+    return text;
+}
+
+std::string composeDrawing(const Showing& showing)
+{
+    constexpr int width = 46;
+    constexpr uint32_t coresInLine = 12;
+    constexpr char endOfLine[] = "\033[K\n"; // clears what an earlier drawing left there
+    const Record& record = showing.last;
+    const double busy = static_cast<double>(showing.busy) / 1000 / showing.count;
+    const double seconds = secondsBetween(showing.base, record);
+
+    std::string text;
+    append(text, "time       %s   %" PRIu64 " records, %" PRIu32 " lost%s", timeOfDay(record.realTime).c_str(),
+           showing.records, record.lost, endOfLine);
+    append(text, "processor  %s %5.1f%%%s", bar(busy, width).c_str(), busy * 100, endOfLine);
+    for (uint32_t i = 0; i < record.coreCount; ++i) {
+        if (i % coresInLine == 0)
+            text += i == 0 ? "  cores    " : "           ";
+        append(text, "%4.0f%%", static_cast<double>(showing.busyOfCore[i]) / 10 / showing.count);
+        if (i % coresInLine == coresInLine - 1 || i == record.coreCount - 1U)
+            text += endOfLine;
+    }
+    append(text, "memory     %s %5.1f of %5.1f GiB%s",
+           bar(shareOf(record.memoryUsed, record.memoryTotal), width).c_str(), gibibytes(record.memoryUsed),
+           gibibytes(record.memoryTotal), endOfLine);
+    append(text, "load       %.2f  %.2f  %.2f%s", record.load[0] / 100.0, record.load[1] / 100.0,
+           record.load[2] / 100.0, endOfLine);
+    append(text, "network    %s received  %s sent%s", rate(showing.base.received, record.received, seconds).c_str(),
+           rate(showing.base.sent, record.sent, seconds).c_str(), endOfLine);
+    return text;
 }
 
 } // namespace
@@ -74,68 +128,25 @@ Table::Table()
     inPlace_ = isatty(STDOUT_FILENO) != 0 && terminal != nullptr && terminal != std::string_view("dumb");
 }
 
-void Table::show(const Record& record)
+int64_t Table::period() const
 {
-    if (++records_ == 1)
-        first_ = record; // the base for the rates
-    ++count_;
-    busy_ += record.busy;
-    for (uint32_t i = 0; i < record.coreCount; ++i)
-        busyOfCore_[i] += record.busyOfCore[i];
-    // On the clock that never jumps, and in the sampler's time: a backlog is shown as it came about.
-    if (record.putAt - first_.putAt < (inPlace_ ? inPlacePeriod : linePeriod))
-        return;
-    if (inPlace_)
-        draw(record);
-    else
-        printLine(record);
-    first_ = record;
-    count_ = 0;
-    busy_ = 0;
-    std::fill(std::begin(busyOfCore_), std::end(busyOfCore_), 0);
+    return inPlace_ ? inPlacePeriod : linePeriod;
 }
 
-void Table::printLine(const Record& record)
+std::string Table::compose(const Showing& showing) const
 {
-    if (!drawn_)
+    return inPlace_ ? composeDrawing(showing) : composeLine(showing);
+}
+
+void Table::print(const std::string& text)
+{
+    if (inPlace_ && drawn_)
+        printf("\033[%dA", lines_);
+    if (!inPlace_ && !drawn_)
         puts("time      processor                  memory used        received      sent");
     drawn_ = true;
-    const double busy = busy_ / 1000.0 / count_;
-    const double seconds = secondsBetween(first_, record);
-    printf("%s  %s %5.1f%%  %5.1f of %5.1f GiB  %s %s\n", timeOfDay(record.realTime).c_str(), bar(busy, 15).c_str(),
-           busy * 100, gibibytes(record.memoryUsed), gibibytes(record.memoryTotal),
-           rate(first_.received, record.received, seconds).c_str(), rate(first_.sent, record.sent, seconds).c_str());
-}
-
-void Table::draw(const Record& record)
-{
-    constexpr int width = 46;
-    constexpr uint32_t coresInLine = 12;
-    constexpr char endOfLine[] = "\033[K\n"; // clears what an earlier drawing left there
-    const double busy = busy_ / 1000.0 / count_;
-    const double seconds = secondsBetween(first_, record);
-    const uint32_t coreLines = (record.coreCount + coresInLine - 1) / coresInLine;
-
-    if (drawn_)
-        printf("\033[%" PRIu32 "A", lines_);
-    drawn_ = true;
-    lines_ = 5 + coreLines;
-    printf("time       %s   %" PRIu64 " records, %" PRIu32 " lost%s", timeOfDay(record.realTime).c_str(), records_,
-           record.lost, endOfLine);
-    printf("processor  %s %5.1f%%%s", bar(busy, width).c_str(), busy * 100, endOfLine);
-    for (uint32_t i = 0; i < record.coreCount; ++i) {
-        if (i % coresInLine == 0)
-            fputs(i == 0 ? "  cores    " : "           ", stdout);
-        printf("%4.0f%%", busyOfCore_[i] / 10.0 / count_);
-        if (i % coresInLine == coresInLine - 1 || i == record.coreCount - 1U)
-            fputs(endOfLine, stdout);
-    }
-    printf("memory     %s %5.1f of %5.1f GiB%s", bar(shareOf(record.memoryUsed, record.memoryTotal), width).c_str(),
-           gibibytes(record.memoryUsed), gibibytes(record.memoryTotal), endOfLine);
-    printf("load       %.2f  %.2f  %.2f%s", record.load[0] / 100.0, record.load[1] / 100.0, record.load[2] / 100.0,
-           endOfLine);
-    printf("network    %s received  %s sent%s", rate(first_.received, record.received, seconds).c_str(),
-           rate(first_.sent, record.sent, seconds).c_str(), endOfLine);
+    lines_ = static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+    fputs(text.c_str(), stdout);
 }
 
 } // namespace telemetry

@@ -2,6 +2,7 @@
 
 #include "messages.h"
 
+#include <atomic>
 #include <csignal>
 #include <sys/time.h>
 #include <unistd.h>
@@ -12,7 +13,9 @@ namespace telemetry
 namespace
 {
 
-volatile std::sig_atomic_t ticks = 0;
+// The main thread takes the signal, whichever thread works in the scope.
+std::atomic<int> ticks{0};
+static_assert(std::atomic<int>::is_always_lock_free);
 
 // Counting ticks instead of waiting for a single one lets a process that was stopped for a while go on: the ticks of
 // that time come as one.
@@ -20,8 +23,7 @@ void onTick(int)
 {
     constexpr char message[] = "telemetry: the queue stays locked: the other process ended in the middle of a "
                                "transaction\n";
-    ticks = ticks + 1;
-    if (ticks < watchdogSeconds)
+    if (ticks.fetch_add(1) + 1 < watchdogSeconds)
         return;
     static_cast<void>(!write(STDERR_FILENO, message, sizeof(message) - 1));
     _exit(failed);

@@ -2,6 +2,9 @@
 
 #include <cUtil/errorCodes.h>
 #include <cUtil/fifo.h>
+#include <cUtil/ringBuffer.h>
+#include <cUtil/rpcChannel.h>
+#include <cUtil/rpcQueue.h>
 #include <cUtil/sharedMemory.h>
 #include <cUtil/time/time.h>
 #include <cUtil/tools/hexDump.h>
@@ -17,6 +20,7 @@ namespace
 {
 
 using namespace support;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -152,10 +156,103 @@ TEST_F(CutilShm, ShowsTheFifoInARegion)
 TEST_F(CutilShm, ShowsARegionWithoutAFifo)
 {
     create(10); // not even room for a header
+    EXPECT_THAT(run(cutil + "ring cat " + name + " 2>&1").output, HasSubstr("there is no ring buffer in the region"));
     const Result shown = run(cutil + "shm show " + name);
     EXPECT_EQ(shown.status, 0);
     EXPECT_THAT(shown.output, HasSubstr("size:        10 bytes\n"));
     EXPECT_THAT(shown.output, HasSubstr("FIFO:        none\n"));
+}
+
+TEST_F(CutilShm, ShowsARingBuffer)
+{
+    constexpr uint32_t ringSize = 1024;
+    void* base = create(cu_RingBuffer_getRegionSize(ringSize));
+    cu_RingBuffer* ring = nullptr;
+    ASSERT_EQ(cu_RingBuffer_create(&ring, base, ringSize, false, true, nullptr), 0u);
+    bool written = false;
+    ASSERT_EQ(cu_RingBuffer_put(ring, "hello", 5, &written), 0u);
+    EXPECT_THAT(run(cutil + "shm show " + name).output, EndsWith("ring buffer: 1024 bytes\n"
+                                                                 "  used:      5\n"
+                                                                 "  free:      1018\n"
+                                                                 "  locks:     writer\n"));
+    // Larger than the region, and no power of two: neither is read.
+    for (const uint32_t size : {2 * ringSize, ringSize + 1}) {
+        static_cast<uint32_t*>(base)[2] = size;
+        EXPECT_THAT(run(cutil + "shm show " + name).output,
+                    HasSubstr("ring buffer: damaged; " + std::to_string(size) + " bytes by its header\n"));
+        const Result result = run(cutil + "ring cat --once " + name + " 2>&1");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.output, HasSubstr("the ring buffer is damaged"));
+    }
+    EXPECT_EQ(cu_RingBuffer_delete(&ring), 0u);
+}
+
+TEST_F(CutilShm, ShowsAnRpcQueueAndAnRpcChannel)
+{
+    void* base = create(16384);
+    cu_RPCQueue* queue = nullptr;
+    ASSERT_EQ(cu_RPCQueue_create(&queue, base, 16384, nullptr), 0u);
+    ASSERT_EQ(cu_RPCQueue_signal(queue), 0u);
+    EXPECT_THAT(run(cutil + "shm show " + name).output,
+                EndsWith("RPC queue:   12288 bytes of payload, from the looks of it (it carries no mark)\n"
+                         "  signals:   1\n"));
+    // The size alone does not make a queue.
+    static_cast<char*>(base)[4095] = 1;
+    EXPECT_THAT(run(cutil + "shm show " + name).output, HasSubstr("FIFO:        none\n"));
+    ASSERT_EQ(cu_RPCQueue_delete(&queue), 0u);
+
+    cu_RPCChannel* channel = nullptr;
+    ASSERT_EQ(cu_RPCChannel_create(&channel, base, 16384, nullptr), 0u);
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(cu_RPCChannel_signalTx(channel), 0u);
+    EXPECT_THAT(run(cutil + "shm show " + name).output,
+                EndsWith("RPC channel: twice 4096 bytes of payload, from the looks of it (it carries no mark)\n"
+                         "  signals:   0 to the side that created it, 3 to the other one\n"));
+    ASSERT_EQ(cu_RPCChannel_delete(&channel), 0u);
+}
+
+class CutilRing : public testing::Test
+{
+protected:
+    void TearDown() override { run("rm -f /dev/shm/" + name + ' ' + path); }
+
+    const std::string name = uniqueName("ring");
+    const std::string path = testing::TempDir() + name;
+    const std::string put = cutil + "ring put " + name;
+    const std::string cat = cutil + "ring cat " + name;
+};
+
+TEST_F(CutilRing, TakesAndGivesWhatIsThere)
+{
+    EXPECT_EQ(run("printf hello | " + put + " --size 16").status, 0);
+    EXPECT_EQ(run("printf ' world' | " + put + " --size 64").status, 0); // there already
+    EXPECT_THAT(run(cutil + "shm show " + name).output, EndsWith("ring buffer: 16 bytes\n"
+                                                                 "  used:      11\n"
+                                                                 "  free:      4\n"
+                                                                 "  locks:     reader and writer\n"));
+    EXPECT_EQ(run(cat + " --once").output, "hello world");
+    const Result empty = run(cat + " --once");
+    EXPECT_EQ(empty.status, 0);
+    EXPECT_EQ(empty.output, "");
+}
+
+TEST_F(CutilRing, CarriesAStreamThroughAShellPipeUntilItIsInterrupted)
+{
+    // Far more than the ring holds: both sides wait for each other time and again.
+    ASSERT_EQ(run(": | " + put + " --size 4096").status, 0);
+    const Result stream =
+        run("head -c 300000 /dev/urandom >" + path + "; " + cat + " >" + path + ".out & reader=$!; " + put + " <" +
+            path + " && while [ $(stat -c %s " + path +
+            ".out) -lt 300000 ]; do sleep 0.01; done; kill -INT $reader; wait $reader; echo $?; cmp " + path + ' ' +
+            path + ".out; rm " + path + ".out");
+    EXPECT_EQ(stream.output, "0\n");
+}
+
+TEST_F(CutilRing, AnInterruptedPutTellsWhatFoundNoRoom)
+{
+    const Result result =
+        run("(printf 0123456789; sleep 2) | timeout -s TERM 1 " + put + " --size 8 2>&1; " + cat + " --once");
+    EXPECT_EQ(result.output, "cutil: " + name + ": interrupted with 3 bytes that found no room\n0123456");
 }
 
 TEST(CutilClock, ListsTheClocks)
@@ -177,7 +274,7 @@ TEST(Cutil, TellsHowItIsUsed)
 {
     EXPECT_EQ(run(cutil + "--version").output, "cutil " CU_VERSION_STRING "\n");
     EXPECT_THAT(run(cutil + "--help").output, StartsWith("usage: cutil COMMAND"));
-    for (const std::string command : {"error", "hexdump", "shm", "clock"}) {
+    for (const std::string command : {"error", "hexdump", "shm", "ring", "clock"}) {
         const Result help = run(cutil + command + " --help 2>/dev/null");
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_THAT(help.output, StartsWith("usage: cutil " + command));
@@ -186,9 +283,30 @@ TEST(Cutil, TellsHowItIsUsed)
 
 TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
 {
-    for (const std::string words :
-         {"", "bogus", "--bogus", "error", "error --all 1", "error --bogus", "hexdump a b", "hexdump --bogus", "shm",
-          "shm bogus", "shm list x", "shm show", "shm show a b", "clock x"}) {
+    for (const std::string words : {"",
+                                    "bogus",
+                                    "--bogus",
+                                    "error",
+                                    "error --all 1",
+                                    "error --bogus",
+                                    "hexdump a b",
+                                    "hexdump --bogus",
+                                    "shm",
+                                    "shm bogus",
+                                    "shm list x",
+                                    "shm show",
+                                    "shm show a b",
+                                    "ring",
+                                    "ring bogus",
+                                    "ring cat",
+                                    "ring cat a b",
+                                    "ring cat a --size 8",
+                                    "ring put a --once",
+                                    "ring put a --size",
+                                    "ring put a --size 9",
+                                    "ring put a --size 1",
+                                    "ring put a --size 2147483648",
+                                    "clock x"}) {
         EXPECT_EQ(run(cutil + words + " 2>/dev/null").output, "") << words;
         const Result result = run(cutil + words + " 2>&1 >/dev/null");
         EXPECT_EQ(result.status, 2) << words;
@@ -199,7 +317,8 @@ TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
 TEST(Cutil, AnswersFailureOnTheErrorStreamWithStatus1)
 {
     for (const std::string words :
-         {"hexdump /nonexistent", "hexdump /", "shm show nonexistent-region", "error 9", "error --all >/dev/full"}) {
+         {"hexdump /nonexistent", "hexdump /", "shm show nonexistent-region", "ring cat nonexistent-region",
+          "ring put nonexistent-region", "error 9", "error --all >/dev/full"}) {
         const Result result = run('(' + cutil + words + ") 2>&1");
         EXPECT_EQ(result.status, 1) << words;
         EXPECT_THAT(result.output, HasSubstr("cutil: ")) << words;

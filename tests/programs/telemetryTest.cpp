@@ -6,7 +6,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -47,7 +50,7 @@ public:
     }
     void interrupt() const { ::kill(process_.id(), SIGINT); }
     void kill() { process_.kill(); }
-    int wait() { return process_.wait(); }
+    int wait(std::chrono::milliseconds limit = 60s) { return process_.wait(limit); }
     std::string number() const { return std::to_string(process_.id()); }
 
 private:
@@ -200,6 +203,48 @@ TEST_F(Telemetry, EndsInOrderOnCtrlC)
     EXPECT_THAT(reporter.output(), HasSubstr("the sampler has ended\n"));
     EXPECT_GT(summaryOf(reporter.output()).taken, 0u);
     EXPECT_FALSE(regionExists());
+}
+
+/// The names of a process's threads, each in a line of its own.
+std::string threadsOf(const Background& process)
+{
+    return run("cat /proc/" + process.number() + "/task/*/comm").output;
+}
+
+TEST_F(Telemetry, NamesItsThreadsAndEndsThemWhenTheTimeIsOver)
+{
+    Background sampler(sample() + " --seconds 2 --interval 1000"); // the ticks are slow, the end is not
+    Background reporter(report());
+    EXPECT_TRUE(comesTrue([&] { return threadsOf(sampler).find("telemetry-sampl\n") != std::string::npos; }));
+    EXPECT_THAT(threadsOf(sampler), HasSubstr("telemetry-tick\n"));
+    EXPECT_TRUE(comesTrue([&] { return threadsOf(reporter).find("cu-pool-1\n") != std::string::npos; }));
+    EXPECT_EQ(sampler.wait(5s), 0);
+    EXPECT_EQ(reporter.wait(5s), 0);
+    EXPECT_EQ(summaryOf(reporter.output()).lost, 0u);
+    EXPECT_FALSE(regionExists());
+}
+
+TEST_F(Telemetry, KeepsThePaceWithoutDrift)
+{
+    constexpr uint32_t capacity = 32;
+    constexpr int64_t interval = 20'000'000;
+    constexpr int64_t tolerance = 4'000'000; // two ticks; the work of so many beats takes several times as long
+    Background sampler(sample());
+    void* block = queue();
+    ASSERT_TRUE(comesTrue([&] { return used(block) == capacity; }));
+    int64_t offset[capacity] = {};
+    for (int64_t i = 0; i < capacity; ++i) {
+        void* entry = nullptr;
+        ASSERT_EQ(cu_Fifo_get(block, &entry), 0u);
+        int64_t putAt = 0;
+        memcpy(&putAt, static_cast<char*>(entry) + 8, sizeof(putAt));
+        ASSERT_EQ(cu_Fifo_getCommit(block), 0u);
+        offset[i] = putAt - i * interval;
+    }
+    // A busy machine makes single beats late, but not all of several in succession.
+    const int64_t early = *std::min_element(offset, offset + capacity / 2);
+    const int64_t late = *std::min_element(offset + capacity / 2, offset + capacity);
+    EXPECT_LT(std::abs(late - early), tolerance);
 }
 
 TEST_F(Telemetry, CountsWhatAFullQueueLoses)

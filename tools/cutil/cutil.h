@@ -27,6 +27,7 @@ struct Command {
 extern const Command errorCommand;
 extern const Command hexdumpCommand;
 extern const Command shmCommand;
+extern const Command ringCommand;
 extern const Command clockCommand;
 
 /// Says on the standard error stream what failed. @return #failed

@@ -16,10 +16,7 @@ using cutil::Arguments;
 using cutil::Command;
 
 constexpr const Command* commands[] = {
-    &cutil::errorCommand,
-    &cutil::hexdumpCommand,
-    &cutil::shmCommand,
-    &cutil::clockCommand,
+    &cutil::errorCommand, &cutil::hexdumpCommand, &cutil::shmCommand, &cutil::ringCommand, &cutil::clockCommand,
 };
 
 void printUsage(FILE* stream)

@@ -1,8 +1,7 @@
-// cutil shm: shared-memory regions, and the FIFO that may lie in one.
+// cutil shm: shared-memory regions, and what may lie in one.
 #include "cutil.h"
+#include "region.h"
 
-#include <cUtil/fifo.h>
-#include <cUtil/sharedMemory.h>
 #include <cUtil/system/group.h>
 #include <cUtil/system/user.h>
 
@@ -24,14 +23,16 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] = "usage: cutil shm list\n"
-                         "       cutil shm show NAME\n"
-                         "\n"
-                         "  list  lists the shared-memory regions: size in bytes, mode, owner, group, name\n"
-                         "  show  tells about one region and, if a FIFO lies at its start, how full that is\n"
-                         "\n"
-                         "NAME is the name that programs give to the library, without a leading slash.\n"
-                         "'show' needs the right to read and write the region.\n";
+constexpr char usage[] =
+    "usage: cutil shm list\n"
+    "       cutil shm show NAME\n"
+    "\n"
+    "  list  lists the shared-memory regions: size in bytes, mode, owner, group, name\n"
+    "  show  tells about one region and what lies at its start: how full a ring buffer or a FIFO is, how\n"
+    "        many signals wait in an RPC queue or channel\n"
+    "\n"
+    "NAME is the name that programs give to the library, without a leading slash.\n"
+    "'show' needs the right to read and write the region.\n";
 
 /// Where the system keeps the regions as files.
 constexpr char folder[] = "/dev/shm/";
@@ -39,15 +40,6 @@ constexpr char folder[] = "/dev/shm/";
 struct CloseFolder {
     void operator()(DIR* dir) const { closedir(dir); }
 };
-
-struct DeleteRegion {
-    void operator()(cu_SharedMemory* region) const
-    {
-        if (const cu_ErrorCode code = cu_SharedMemory_delete(&region, false); code != 0)
-            static_cast<void>(failByRecord(code, "closing the region"));
-    }
-};
-using Region = std::unique_ptr<cu_SharedMemory, DeleteRegion>;
 
 /// A name from one of the databases; the number where there is none.
 template <typename Account, auto fromId, auto getName, auto destroy>
@@ -116,78 +108,23 @@ int list()
     return done;
 }
 
-/// The first two words of a FIFO's block.
-struct FifoShape {
-    uint32_t capacity;
-    uint32_t entrySize;
-};
-
-// A FIFO carries no mark, so what lies there is one when all that it says fits together and into the region.
-std::optional<FifoShape> findFifo(void* block, uint32_t size)
-{
-    if (size < CU_FIFO_HEADER_SIZE || cu_Fifo_attach(block) != 0)
-        return std::nullopt;
-    FifoShape shape{};
-    memcpy(&shape, block, sizeof(shape));
-    const uint32_t needed = cu_Fifo_getBlockSize(shape.capacity, shape.entrySize);
-    if (needed == 0 || needed > size)
-        return std::nullopt;
-    return shape;
-}
-
-int showFifo(void* block, uint32_t size)
-{
-    const std::optional<FifoShape> shape = findFifo(block, size);
-    if (!shape) {
-        puts("FIFO:        none");
-        return done;
-    }
-    uint32_t capacity = 0;
-    int32_t free = 0;
-    int32_t used = 0;
-    const cu_ErrorCode code = cu_Fifo_getLengthInfos(block, &capacity, &free, &used);
-    if (code != 0)
-        return failByRecord(code, "reading the FIFO");
-    // The two are read one after the other, and open transactions count as neither.
-    if (free > static_cast<int64_t>(capacity) || used > static_cast<int64_t>(capacity)) {
-        puts("FIFO:        none");
-        return done;
-    }
-    printf("FIFO:        %u entries of %u bytes\n"
-           "  used:      %d\n"
-           "  free:      %d\n",
-           capacity, shape->entrySize, used, free);
-    return done;
-}
-
 int show(const char* name)
 {
     Region region;
-    {
-        cu_SharedMemory* opened = nullptr;
-        const cu_ErrorCode code = cu_SharedMemory_open(&opened, name, nullptr);
-        if (code != 0)
-            return failByRecord(code, name);
-        region.reset(opened);
-    }
+    Memory memory;
+    if (const int result = openRegion(name, region, memory); result != done)
+        return result;
     const std::optional<struct stat> status = statusOf(name);
     if (!status)
         return fail("%s%s: %s", folder, name, strerror(errno));
-    uint32_t size = 0;
-    void* base = nullptr;
-    cu_ErrorCode code = cu_SharedMemory_getMappedSize(region.get(), &size);
-    if (code == 0)
-        code = cu_SharedMemory_getShared(region.get(), &base);
-    if (code != 0)
-        return failByRecord(code, name);
 
     printf("name:        %s\n"
            "size:        %u bytes\n"
            "owner:       %s\n"
            "group:       %s\n"
            "mode:        %04o\n",
-           name, size, ownerOf(*status).c_str(), groupOf(*status).c_str(), status->st_mode & 07777U);
-    return showFifo(base, size);
+           name, memory.size, ownerOf(*status).c_str(), groupOf(*status).c_str(), status->st_mode & 07777U);
+    return showContents(memory);
 }
 
 int run(Arguments arguments)

@@ -1,0 +1,290 @@
+// cutil ring: bytes out of a ring buffer in shared memory, and into one.
+#include "cutil.h"
+#include "region.h"
+
+#include <cUtil/errorInfo.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace cutil
+{
+
+namespace
+{
+
+constexpr char usage[] =
+    "usage: cutil ring cat NAME [--once]\n"
+    "       cutil ring put NAME [--size BYTES]\n"
+    "\n"
+    "  cat  takes bytes out of the ring buffer in the region NAME and writes them to the standard output,\n"
+    "       until it is interrupted; with --once only those that are there now\n"
+    "  put  puts the bytes of the standard input into the ring buffer, waiting while that is full, until the\n"
+    "       input ends; with --size it makes region and ring where there is no such region: BYTES is a power\n"
+    "       of two from 2 to 1073741824, and the ring has both locks\n"
+    "\n"
+    "In a ring without locks only one process at a time may take bytes, and only one may put some.\n";
+
+/// How long to wait before another look at a ring that is empty, or full.
+constexpr timespec pollPeriod{0, 10'000'000};
+
+/// What is moved at once at most.
+constexpr uint32_t blockSize = 65536;
+using Block = std::array<unsigned char, blockSize>;
+
+constexpr uint32_t smallestRing = 2; // of one byte: a byte always stays free
+constexpr uint32_t largestRing = 1U << 30;
+constexpr uint32_t permissions = CU_PERMISSION_OWNER_READ | CU_PERMISSION_OWNER_WRITE;
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void onInterrupt(int)
+{
+    interrupted = 1;
+}
+
+// A process that is ended within a put or get could leave a lock held, so the first signal only asks. The second one
+// ends the process, for it may be waiting for a lock that another process left behind.
+void catchInterrupts()
+{
+    struct sigaction action {
+    };
+    action.sa_handler = onInterrupt;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(signal, &action, nullptr);
+}
+
+void pauseForAPoll()
+{
+    nanosleep(&pollPeriod, nullptr); // a signal ends it
+}
+
+/// What ring and region are held by: the ring goes first.
+struct Opened {
+    Region region;
+    Ring ring;
+};
+
+int openRing(const char* name, Opened& opened)
+{
+    Memory memory;
+    if (const int result = openRegion(name, opened.region, memory); result != done)
+        return result;
+    RingShape shape;
+    switch (findRing(memory, opened.ring, shape)) {
+    case RingState::absent:
+        return fail("%s: there is no ring buffer in the region", name);
+    case RingState::damaged:
+        return fail("%s: the ring buffer is damaged", name);
+    case RingState::usable:
+        break;
+    }
+    return done;
+}
+
+bool regionIsMissing(const char* name)
+{
+    cu_SharedMemory* region = nullptr;
+    const cu_ErrorCode code = cu_SharedMemory_open(&region, name, nullptr);
+    const bool missing = code == cu_ERROR_SHM_OPEN_FAILED && ku_getSystemErrorCode() == ENOENT;
+    if (code == 0)
+        DeleteRegion{}(region);
+    return missing;
+}
+
+/// Takes the memory of a region from the system: where there is too little, touching it would end the process.
+/// @return 0 or the system's error code
+int reserve(const char* name, uint32_t size)
+{
+    const int descriptor = shm_open((std::string("/") + name).c_str(), O_RDWR | O_CLOEXEC, 0);
+    if (descriptor == -1)
+        return errno;
+    const int error = posix_fallocate(descriptor, 0, static_cast<off_t>(size));
+    close(descriptor);
+    return error;
+}
+
+int formatRing(const char* name, uint32_t size, Opened& opened)
+{
+    if (const int error = reserve(name, cu_RingBuffer_getRegionSize(size)); error != 0)
+        return fail("%s: %s", name, strerror(error));
+    Memory memory;
+    cu_ErrorCode code = memoryOf(opened.region, memory);
+    // The ring outlives this process. So the object that formats it is never deleted: it would end the ring's locks.
+    static cu_RingBuffer* formatter = nullptr;
+    if (code == 0)
+        code = cu_RingBuffer_create(&formatter, memory.base, size, true, true, nullptr);
+    cu_RingBuffer* ring = nullptr;
+    if (code == 0)
+        code = cu_RingBuffer_open(&ring, memory.base, nullptr);
+    opened.ring.reset(ring);
+    return code == 0 ? done : failByRecord(code, name);
+}
+
+int createRing(const char* name, uint32_t size, Opened& opened)
+{
+    cu_SharedMemory* region = nullptr;
+    cu_ErrorCode code = cu_SharedMemory_create(&region, name, cu_RingBuffer_getRegionSize(size), nullptr, nullptr,
+                                               permissions, false, nullptr);
+    if (code != 0)
+        return failByRecord(code, name);
+    opened.region.reset(region);
+    const int result = formatRing(name, size, opened);
+    if (result != done) {
+        region = opened.region.release();
+        code = cu_SharedMemory_delete(&region, true);
+        if (code != 0)
+            static_cast<void>(failByRecord(code, "removing the region"));
+    }
+    return result;
+}
+
+bool writeAll(const unsigned char* bytes, std::size_t count)
+{
+    while (count != 0) {
+        const ssize_t written = write(STDOUT_FILENO, bytes, count);
+        if (written == -1 && errno != EINTR) // they are out of the ring, so an interruption does not end this
+            return false;
+        if (written > 0) {
+            bytes += written;
+            count -= static_cast<std::size_t>(written);
+        }
+    }
+    return true;
+}
+
+int cat(const char* name, bool once)
+{
+    Opened opened;
+    if (const int result = openRing(name, opened); result != done)
+        return result;
+    cu_RingBuffer* ring = opened.ring.get();
+    uint32_t there = 0;
+    cu_ErrorCode code = cu_RingBuffer_getAvailable(ring, &there);
+    uint32_t left = there; // of what is to be taken with --once
+    catchInterrupts();
+    Block block;
+    while (code == 0 && interrupted == 0 && !(once && left == 0)) {
+        const uint32_t count = std::min({there, blockSize, once ? left : blockSize});
+        bool taken = false;
+        if (count != 0)
+            code = cu_RingBuffer_get(ring, block.data(), count, &taken);
+        if (code != 0)
+            break;
+        if (taken) {
+            if (!writeAll(block.data(), count))
+                return fail("standard output: %s", strerror(errno));
+            left -= once ? count : 0;
+        } else if (once && count != 0) {
+            break; // another process took them
+        } else {
+            pauseForAPoll();
+        }
+        code = cu_RingBuffer_getAvailable(ring, &there);
+        left = std::min(left, there);
+    }
+    return code == 0 ? done : failByRecord(code, name);
+}
+
+/// Puts all, piece by piece as there is room, unless it is interrupted: then @p count tells how many are left.
+cu_ErrorCode putAll(cu_RingBuffer* ring, const unsigned char* bytes, uint32_t& count)
+{
+    while (count != 0 && interrupted == 0) {
+        uint32_t room = 0;
+        cu_ErrorCode code = cu_RingBuffer_putAvailable(ring, &room);
+        const uint32_t piece = std::min(room, count);
+        bool written = false;
+        if (code == 0 && piece != 0)
+            code = cu_RingBuffer_put(ring, bytes, piece, &written);
+        if (code != 0)
+            return code;
+        if (written) {
+            bytes += piece;
+            count -= piece;
+        } else {
+            pauseForAPoll();
+        }
+    }
+    return 0;
+}
+
+int put(const char* name, uint32_t size)
+{
+    Opened opened;
+    const bool create = size != 0 && regionIsMissing(name);
+    if (const int result = create ? createRing(name, size, opened) : openRing(name, opened); result != done)
+        return result;
+    catchInterrupts();
+    Block block;
+    while (interrupted == 0) {
+        const ssize_t got = read(STDIN_FILENO, block.data(), block.size());
+        if (got == -1 && errno == EINTR)
+            continue;
+        if (got == -1)
+            return fail("standard input: %s", strerror(errno));
+        if (got == 0)
+            return done;
+        auto count = static_cast<uint32_t>(got);
+        if (const cu_ErrorCode code = putAll(opened.ring.get(), block.data(), count); code != 0)
+            return failByRecord(code, name);
+        if (count != 0)
+            return fail("%s: interrupted with %u bytes that found no room", name, count);
+    }
+    return done;
+}
+
+bool toRingSize(std::string_view text, uint32_t& size)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
+    return error == std::errc{} && end == text.data() + text.size() && std::has_single_bit(size) &&
+           size >= smallestRing && size <= largestRing;
+}
+
+int run(Arguments arguments)
+{
+    if (arguments.empty())
+        return misuse(ringCommand, "cat or put?");
+    const std::string_view action = arguments[0];
+    if (action != "cat" && action != "put")
+        return misuse(ringCommand, "there is no '%s'", arguments[0]);
+    const bool isCat = action == "cat";
+    const char* name = nullptr;
+    bool once = false;
+    uint32_t size = 0;
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        const std::string_view word = arguments[i];
+        if (isCat && word == "--once") {
+            once = true;
+        } else if (!isCat && word == "--size") {
+            if (++i == arguments.size() || !toRingSize(arguments[i], size))
+                return misuse(ringCommand, "'--size' takes a power of two from 2 to 1073741824");
+        } else if (word.starts_with('-')) {
+            return misuse(ringCommand, "unknown option '%s'", arguments[i]);
+        } else if (name != nullptr || word.empty()) {
+            return misuse(ringCommand, "'%s' takes one name", arguments[0]);
+        } else {
+            name = arguments[i];
+        }
+    }
+    if (name == nullptr)
+        return misuse(ringCommand, "'%s' takes one name", arguments[0]);
+    return isCat ? cat(name, once) : put(name, size);
+}
+
+} // namespace
+
+constinit const Command ringCommand = {"ring", "copies bytes out of a ring buffer, or into one", usage, run};
+
+} // namespace cutil
