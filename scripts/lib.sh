@@ -45,7 +45,10 @@ need() {
             board) packages+=(g++-arm-linux-gnueabihf qemu-system-arm cpio kmod xz-utils netbase) ;;
             lint) packages+=(clang-format clang-tidy shellcheck pkg-config) ;;
             docs) packages+=(doxygen graphviz) ;;
-            bench) packages+=(libbenchmark-dev libboost-dev libglib2.0-dev pkg-config python3) ;;
+            bench)
+                packages+=(libbenchmark-dev libboost-dev libglib2.0-dev libconcurrentqueue-dev libtbb-dev libasio-dev)
+                packages+=(pkg-config python3)
+                ;;
             *) fail "no packages are known for $purpose" ;;
         esac
     done

@@ -1,5 +1,6 @@
 #include "internal/pointerBufferLayout.h"
 #include "support/record.h"
+#include "support/scale.h"
 #include "support/signalStorm.h"
 #include "support/sweep.h"
 
@@ -13,6 +14,7 @@ namespace
 {
 
 constexpr char file[] = "src/cUtil/pointerBuffer";
+constexpr char invalidArgument[] = "errno[22]='Invalid argument'";
 
 void* pointer(uintptr_t number)
 {
@@ -124,6 +126,26 @@ TEST(PointerBuffer, deadlinesPassWithoutAnError)
     EXPECT_EQ(value, nullptr);
 }
 
+TEST(PointerBuffer, whatFailsMovesNothing)
+{
+    const Buffer buffer(1);
+    const cu_TimeValue invalid = {0, 1'000'000'000};
+    bool done = false;
+    void* value = nullptr;
+    EXPECT_SYSTEM_FAILURE(cu_PointerBuffer_timedPut(buffer.get(), pointer(1), &invalid, &done),
+                          cu_ERROR_SEM_LOCK_FAILED, EINVAL, "cu_PointerBuffer_timedPut", file, invalidArgument);
+    EXPECT_EQ(buffer.tryGet(), 0U);
+    {
+        const support::Injection injection("sem_wait", EINVAL);
+        EXPECT_SYSTEM_FAILURE(cu_PointerBuffer_get(buffer.get(), &value), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
+                              "cu_PointerBuffer_get", file, invalidArgument);
+    }
+    EXPECT_TRUE(buffer.tryPut(1));
+    EXPECT_SYSTEM_FAILURE(cu_PointerBuffer_timedGet(buffer.get(), &value, &invalid, &done), cu_ERROR_SEM_LOCK_FAILED,
+                          EINVAL, "cu_PointerBuffer_timedGet", file, invalidArgument);
+    EXPECT_EQ(buffer.tryGet(), 1U);
+}
+
 // A thread that has drawn its place and is interrupted before it goes on is not overtaken.
 TEST(PointerBuffer, aPlaceThatIsDrawnButNotFilledIsNotRead)
 {
@@ -185,11 +207,7 @@ void exchange(uint32_t capacity, unsigned producers, unsigned consumers, uint32_
 
 TEST(PointerBuffer, everyValueIsTakenExactlyOnce)
 {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(__arm__)
-    constexpr uint32_t each = 12'500;
-#else
-    constexpr uint32_t each = 125'000;
-#endif
+    constexpr auto each = static_cast<uint32_t>(support::scaled(125'000));
     for (const uint32_t capacity : {1U, 2U, 1024U})
         exchange(capacity, 8, 8, each);
     exchange(64, 1, 8, each);

@@ -179,7 +179,7 @@ TEST_F(Runnable, failedWaitsAreReportedAndDoNotKeepTheRunnableLocked)
 TEST(RunnableRace, deleteComesRightAfterTheLastExecutionOfMany)
 {
     constexpr int threads = 3;
-    const int rounds = support::scaled(20000);
+    const int rounds = support::scaled(5000);
     std::atomic<int> ended = 0;
     std::function<uintptr_t(void*)> function = [&](void*) { return static_cast<uintptr_t>(++ended); };
     std::atomic<cu_Runnable*> runnables[threads] = {};
@@ -212,8 +212,8 @@ TEST(RunnableRace, deleteComesRightAfterTheLastExecutionOfMany)
         }
         // Waits from the beginning, or comes at the moment at which the last one leaves.
         if (round % 4 != 0) {
-            while (ended != 3 * threads)
-                cu::internal::relaxProcessor();
+            for (int looks = 0; ended != 3 * threads; ++looks)
+                looks < 1000 ? cu::internal::relaxProcessor() : std::this_thread::yield();
             for (int delay = round % 64; delay != 0; --delay)
                 cu::internal::relaxProcessor();
         }

@@ -5,6 +5,7 @@
 #include "internal/spin.h"
 
 #include <bit>
+#include <cerrno>
 #include <sched.h>
 
 namespace
@@ -103,7 +104,8 @@ int sleepAndMove(cu_PointerBuffer* me, const End& end, void** value, const times
             sched_yield();
         else
             clock_nanosleep(CLOCK_MONOTONIC, 0, &nap, nullptr);
-        *moved = move(me, end, value);
+        if (error == 0) // otherwise the caller takes nothing for moved
+            *moved = move(me, end, value);
     }
     gate.leave();
     return error;
@@ -113,6 +115,9 @@ int sleepAndMove(cu_PointerBuffer* me, const End& end, void** value, const times
 cu_ErrorCode transfer(cu_PointerBuffer* me, const End& end, void** value, const timespec* deadline, bool* moved,
                       internal::Place here)
 {
+    // A semaphore refuses such a deadline even while it is free.
+    if (deadline != nullptr && (deadline->tv_nsec < 0 || deadline->tv_nsec >= 1'000'000'000))
+        return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, EINVAL, here);
     *moved = move(me, end, value);
     if (!*moved) {
         internal::Spin spin = deadline != nullptr ? internal::Spin(*deadline) : internal::Spin();

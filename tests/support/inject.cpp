@@ -25,6 +25,7 @@ struct Plan {
     unsigned callsLeft = 0; // until the one that fails; 0: none is to fail
     int error = ENOMEM;
     bool persists = false; // every call fails
+    const char* except = nullptr;
 };
 
 thread_local Plan plan;
@@ -42,7 +43,8 @@ bool comesFromLibrary(const void* caller)
 bool mustFail(const char* function, const void* caller)
 {
     if (plan.callsLeft == 0 || (plan.function != nullptr && strcmp(plan.function, function) != 0) ||
-        !comesFromLibrary(caller) || (!plan.persists && --plan.callsLeft != 0))
+        (plan.except != nullptr && strcmp(plan.except, function) == 0) || !comesFromLibrary(caller) ||
+        (!plan.persists && --plan.callsLeft != 0))
         return false;
     plan.fired = function;
     errno = plan.error;
@@ -64,16 +66,16 @@ void sleepWithoutTime(const timespec& end)
 namespace support
 {
 
-Injection::Injection(unsigned nth)
+Injection::Injection(unsigned nth, const char* except)
 {
-    plan = {nullptr, nullptr, nth, ENOMEM};
+    plan = {nullptr, nullptr, nth, ENOMEM, false, except};
 }
 
 Injection::Injection(const char* function, int error, unsigned nth) : Injection(function, error, nth, false) {}
 
 Injection::Injection(const char* function, int error, unsigned nth, bool persists)
 {
-    plan = {function, nullptr, nth, error, persists};
+    plan = {function, nullptr, nth, error, persists, nullptr};
 }
 
 Injection Injection::ofEvery(const char* function, int error)

@@ -11,8 +11,8 @@ namespace support
 class Injection
 {
 public:
-    /// The n-th intercepted call of any kind, counted from 1.
-    explicit Injection(unsigned nth);
+    /// The n-th intercepted call of any kind, counted from 1; calls of the function `except` do not count.
+    explicit Injection(unsigned nth, const char* except = nullptr);
     /// The n-th call of one function; its 64-bit name where it has one ("mmap64").
     explicit Injection(const char* function, int error, unsigned nth = 1);
     /// Every call of one function.

@@ -1,0 +1,392 @@
+#include "internal/threadPoolLayout.h"
+#include "support/process.h"
+#include "support/record.h"
+#include "support/scale.h"
+#include "support/sweep.h"
+
+#include <cUtil/threadPool.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr char file[] = "src/cUtil/threadPool";
+
+// The names of this process's threads.
+std::multiset<std::string> threadNames()
+{
+    std::multiset<std::string> names;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        if (std::getline(std::ifstream(task.path() / "comm"), name))
+            names.insert(name);
+    }
+    return names;
+}
+
+std::multiset<std::string> poolNames()
+{
+    auto names = threadNames();
+    std::erase_if(names, [](const std::string& name) { return !name.starts_with("cu-pool-"); });
+    return names;
+}
+
+// A runnable around a function of the running flag.
+class Job
+{
+public:
+    using Function = std::function<void(const void*)>;
+
+    explicit Job(Function function) : function_(std::move(function))
+    {
+        EXPECT_EQ(cu_Runnable_new(&runnable_, call, this, nullptr), 0U);
+    }
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
+    ~Job()
+    {
+        EXPECT_EQ(cu_Runnable_delete(&runnable_), 0U); // waits as long as an execution is pending
+    }
+
+    cu_Runnable* get() const { return runnable_; }
+    int begun() const { return begun_; }
+
+    // What ends an execution that was not announced is refused.
+    bool isPending() const
+    {
+        const bool wasPending = cu_Runnable_unlock(runnable_) == 0;
+        if (wasPending)
+            cu_Runnable_lock(runnable_);
+        return wasPending;
+    }
+
+private:
+    static uintptr_t call(void* flag, void* context)
+    {
+        auto* me = static_cast<Job*>(context);
+        ++me->begun_;
+        me->function_(flag);
+        return 0;
+    }
+
+    Function function_;
+    std::atomic<int> begun_ = 0;
+    cu_Runnable* runnable_ = nullptr;
+};
+
+void runUntilStopped(const void* flag)
+{
+    while (cu_Thread_isRunning(flag))
+        std::this_thread::sleep_for(1ms);
+}
+
+class Pool
+{
+public:
+    Pool(uint32_t threads, uint32_t queue) { EXPECT_EQ(cu_ThreadPool_new(&me_, threads, queue, nullptr), 0U); }
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
+    ~Pool() { end(); }
+
+    cu_ThreadPool* get() const { return me_; }
+    cu_ThreadPool* operator->() const { return me_; }
+
+    void insert(const Job& job) const { EXPECT_EQ(cu_ThreadPool_insert(me_, job.get()), 0U); }
+
+    // Gives every worker a job that runs until something ends it.
+    void occupy(const Job& job) const
+    {
+        const int count = static_cast<int>(me_->workerCount);
+        for (int one = 0; one < count; ++one)
+            insert(job);
+        ASSERT_TRUE(support::comesTrue([&] { return job.begun() == count; }));
+    }
+
+    void end()
+    {
+        if (me_ != nullptr) {
+            EXPECT_EQ(cu_ThreadPool_delete(&me_), 0U);
+        }
+        EXPECT_EQ(me_, nullptr);
+    }
+
+private:
+    cu_ThreadPool* me_ = nullptr;
+};
+
+TEST(ThreadPool, constructorLeavesNothingBehind)
+{
+    const auto names = threadNames();
+    support::sweep<cu_ThreadPool>(
+        "cu_ThreadPool_new", [](auto** me, auto* allocator) { return cu_ThreadPool_new(me, 2, 4, allocator); },
+        cu_ThreadPool_delete, {"sem_trywait", "pthread_mutex_trylock", "clock_gettime", "sysconf"},
+        "pthread_mutex_unlock");
+
+    support::WatchfulAllocator allocator;
+    cu_ThreadPool* none = nullptr;
+    EXPECT_FAILURE(cu_ThreadPool_new(&none, 2, 12, allocator.get()), cu_ERROR_COM_INVALID_ARGUMENT,
+                   "cu_PointerBuffer_new", "src/cUtil/pointerBuffer", "");
+    EXPECT_NE(support::trace().find("cu_ThreadPool_new  -  src/cUtil/threadPool:"), std::string::npos);
+    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(allocator.live(), 0U);
+    EXPECT_TRUE(support::comesTrue([&] { return threadNames() == names; }));
+}
+
+TEST(ThreadPool, badArgumentsAreRefused)
+{
+    const Pool pool(1, 1);
+    const Job job([](const void*) {});
+    cu_ThreadPool* some = pool.get();
+    cu_ThreadPool* none = nullptr;
+    const cu_TimeValue deadline = {};
+    bool inserted = false;
+    EXPECT_REFUSED(cu_ThreadPool_new(nullptr, 1, 1, nullptr), "cu_ThreadPool_new", file);
+    EXPECT_REFUSED(cu_ThreadPool_new(&some, 1, 1, nullptr), "cu_ThreadPool_new", file);
+    EXPECT_REFUSED(cu_ThreadPool_new(&none, 0, 1, nullptr), "cu_ThreadPool_new", file);
+    EXPECT_REFUSED(cu_ThreadPool_new(&none, 1, 0, nullptr), "cu_ThreadPool_new", file);
+    EXPECT_REFUSED(cu_ThreadPool_delete(nullptr), "cu_ThreadPool_delete", file);
+    EXPECT_REFUSED(cu_ThreadPool_delete(&none), "cu_ThreadPool_delete", file);
+    EXPECT_REFUSED(cu_ThreadPool_insert(nullptr, job.get()), "cu_ThreadPool_insert", file);
+    EXPECT_REFUSED(cu_ThreadPool_insert(some, nullptr), "cu_ThreadPool_insert", file);
+    EXPECT_REFUSED(cu_ThreadPool_tryInsert(nullptr, job.get(), &inserted), "cu_ThreadPool_tryInsert", file);
+    EXPECT_REFUSED(cu_ThreadPool_tryInsert(some, nullptr, &inserted), "cu_ThreadPool_tryInsert", file);
+    EXPECT_REFUSED(cu_ThreadPool_tryInsert(some, job.get(), nullptr), "cu_ThreadPool_tryInsert", file);
+    EXPECT_REFUSED(cu_ThreadPool_timedInsert(nullptr, job.get(), &deadline, &inserted), "cu_ThreadPool_timedInsert",
+                   file);
+    EXPECT_REFUSED(cu_ThreadPool_timedInsert(some, nullptr, &deadline, &inserted), "cu_ThreadPool_timedInsert", file);
+    EXPECT_REFUSED(cu_ThreadPool_timedInsert(some, job.get(), nullptr, &inserted), "cu_ThreadPool_timedInsert", file);
+    EXPECT_REFUSED(cu_ThreadPool_timedInsert(some, job.get(), &deadline, nullptr), "cu_ThreadPool_timedInsert", file);
+    EXPECT_FALSE(job.isPending());
+}
+
+TEST(ThreadPool, everyJobRunsAsOftenAsItIsInserted)
+{
+    constexpr unsigned producers = 4;
+    constexpr unsigned kinds = 8;
+    const int each = support::scaled(10'000);
+    const Pool pool(4, 16);
+    std::vector<std::unique_ptr<Job>> jobs;
+    for (unsigned kind = 0; kind < kinds; ++kind)
+        jobs.push_back(std::make_unique<Job>([](const void* flag) { EXPECT_TRUE(cu_Thread_isRunning(flag)); }));
+    std::vector<std::thread> threads;
+    for (unsigned producer = 0; producer < producers; ++producer)
+        threads.emplace_back([&] {
+            cu_TimeValue deadline = {};
+            EXPECT_EQ(cu_makeTimeoutMilliSecond(&deadline, 60'000, CLOCK_REALTIME), 0U);
+            for (int round = 0; round < each; ++round)
+                for (unsigned kind = 0; kind < kinds; ++kind) {
+                    cu_Runnable* job = jobs[kind]->get();
+                    bool inserted = false;
+                    cu_ErrorCode code = kind % 2 == 0 ? cu_ThreadPool_tryInsert(pool.get(), job, &inserted) : 0;
+                    if (!inserted && code == 0)
+                        code = kind % 4 < 2 ? cu_ThreadPool_insert(pool.get(), job)
+                                            : cu_ThreadPool_timedInsert(pool.get(), job, &deadline, &inserted);
+                    EXPECT_EQ(code, 0U);
+                }
+        });
+    for (auto& thread : threads)
+        thread.join();
+    for (const auto& job : jobs) {
+        EXPECT_EQ(cu_Runnable_wait(job->get()), 0U);
+        EXPECT_EQ(job->begun(), static_cast<int>(producers) * each);
+    }
+    EXPECT_TRUE(support::comesTrue([&] { return pool->idleCount == pool->workerCount; }));
+}
+
+TEST(ThreadPool, growsUnderLongJobsAndShrinksAfterThemOnceASecond)
+{
+    const auto start = Clock::now();
+    const Pool pool(2, 4);
+    EXPECT_EQ(poolNames(), (std::multiset<std::string>{"cu-pool-0", "cu-pool-1", "cu-pool-ctl"}));
+    std::atomic<bool> over = false;
+    const Job job([&](const void*) { support::comesTrue([&] { return over.load(); }); });
+    for (int one = 0; one < 3; ++one)
+        pool.insert(job);
+    const auto becomes = [&](uint32_t count, std::chrono::seconds earliest) {
+        EXPECT_TRUE(support::comesTrue([&] { return pool->workerCount == count; })) << count;
+        EXPECT_GE(Clock::now() - start, earliest) << count;
+    };
+    becomes(3, 1s);
+    EXPECT_TRUE(support::comesTrue([&] { return job.begun() == 3; }));
+    becomes(4, 2s);
+    EXPECT_EQ(poolNames(),
+              (std::multiset<std::string>{"cu-pool-0", "cu-pool-1", "cu-pool-2", "cu-pool-3", "cu-pool-ctl"}));
+    over = true;
+    becomes(3, 3s);
+    becomes(2, 4s);
+    EXPECT_TRUE(support::comesTrue([&] { return pool->idleCount == 2 && poolNames().size() == 3; }));
+}
+
+TEST(ThreadPool, aBusyWorkerRetiresAfterItsJob)
+{
+    const Pool pool(2, 4);
+    std::atomic<int> toEnd = 0;
+    std::atomic<cu_ThreadID> ended = {};
+    const Job job([&](const void* flag) {
+        for (;;) {
+            int left = toEnd;
+            if (left > 0 && toEnd.compare_exchange_strong(left, left - 1)) {
+                ended = cu_Thread_getCurrentThreadID();
+                return;
+            }
+            if (!cu_Thread_isRunning(flag))
+                return;
+            std::this_thread::sleep_for(100us);
+        }
+    });
+    pool.occupy(job);
+    pool->retireRequest = 1;
+    std::this_thread::sleep_for(30ms);
+    EXPECT_EQ(pool->retireRequest, 1U);
+    toEnd = 1;
+    EXPECT_TRUE(support::comesTrue([&] { return pool->retireRequest == 0; }));
+    EXPECT_EQ(cu_Semaphore_p(pool->retired), 0U);
+    EXPECT_EQ(pool->retiringWorker, ended.load());
+    EXPECT_EQ(pool->idleCount, 1U); // the controller subtracts the retired one
+    const Job next([](const void*) {});
+    pool.insert(next);
+    std::this_thread::sleep_for(30ms);
+    EXPECT_EQ(next.begun(), 0);
+    toEnd = 1;
+    EXPECT_TRUE(support::comesTrue([&] { return next.begun() == 1; }));
+}
+
+TEST(ThreadPool, endsWhileTheControllerWaitsForAWorkerAndAllAreBusy)
+{
+    Pool pool(2, 2);
+    const Job job(runUntilStopped);
+    pool.occupy(job);
+    pool->idleCount += 3; // as if workers had become busy after the controller looked
+    EXPECT_TRUE(support::comesTrue([&] { return pool->retireRequest == 1; }));
+    pool.end();
+    EXPECT_FALSE(job.isPending());
+}
+
+TEST(ThreadPool, jobsThatNobodyHasBegunAreGivenBack)
+{
+    Pool pool(2, 4);
+    const Job busy(runUntilStopped);
+    const Job queued([](const void*) {});
+    pool.occupy(busy);
+    for (int one = 0; one < 3; ++one)
+        pool.insert(queued);
+    EXPECT_TRUE(queued.isPending());
+    pool.end();
+    EXPECT_EQ(queued.begun(), 0);
+    EXPECT_EQ(cu_Runnable_wait(queued.get()), 0U);
+    EXPECT_FALSE(busy.isPending());
+}
+
+// Some of the jobs are taken, some run and some wait when the end comes.
+TEST(ThreadPool, endsAtAnyMomentOfItsJobs)
+{
+    const int rounds = support::scaled(20);
+    for (int round = 0; round < rounds; ++round) {
+        const Job job([](const void*) {});
+        Pool pool(3, 64);
+        for (int one = 0; one < 50 + round; ++one)
+            pool.insert(job);
+        pool.end();
+        EXPECT_FALSE(job.isPending());
+        EXPECT_LE(job.begun(), 50 + round);
+    }
+}
+
+TEST(ThreadPool, refusedInsertionsLeaveTheCountAsItWas)
+{
+    const Pool pool(1, 1);
+    std::atomic<bool> over = false;
+    const Job busy([&](const void*) { support::comesTrue([&] { return over.load(); }); });
+    const Job queued([](const void*) {});
+    const Job job([](const void*) {});
+    pool.occupy(busy);
+    pool.insert(queued);
+
+    bool inserted = true;
+    EXPECT_EQ(cu_ThreadPool_tryInsert(pool.get(), job.get(), &inserted), 0U);
+    EXPECT_FALSE(inserted);
+    EXPECT_FALSE(job.isPending());
+    cu_TimeValue deadline = {};
+    ASSERT_EQ(cu_makeTimeoutMilliSecond(&deadline, 20, CLOCK_REALTIME), 0U);
+    inserted = true;
+    EXPECT_EQ(cu_ThreadPool_timedInsert(pool.get(), job.get(), &deadline, &inserted), 0U);
+    EXPECT_FALSE(inserted);
+    EXPECT_FALSE(job.isPending());
+    cu_TimeValue now = {};
+    ASSERT_EQ(cu_getTime(&now, CLOCK_REALTIME), 0U);
+    EXPECT_GE(std::pair(now.tv_sec, now.tv_nsec), std::pair(deadline.tv_sec, deadline.tv_nsec));
+    {
+        const support::Injection injection("sem_wait", EINVAL);
+        EXPECT_EQ(cu_ThreadPool_insert(pool.get(), job.get()), cu_ERROR_SEM_LOCK_FAILED);
+        EXPECT_NE(support::trace().find("cu_ThreadPool_insert  -  src/cUtil/threadPool:"), std::string::npos);
+    }
+    EXPECT_FALSE(job.isPending());
+
+    std::thread blocked([&] { pool.insert(job); });
+    EXPECT_TRUE(support::comesTrue([&] { return job.isPending(); }));
+    EXPECT_EQ(job.begun(), 0);
+    over = true;
+    blocked.join();
+    EXPECT_TRUE(support::comesTrue([&] { return job.begun() == 1; }));
+}
+
+TEST(ThreadPool, theDefaultPoolIsOneUntilItIsCleanedUp)
+{
+    const auto before = threadNames();
+    {
+        const support::Injection injection("pthread_create", EAGAIN, 5);
+        EXPECT_EQ(cu_ThreadPool_default(), nullptr);
+    }
+    EXPECT_EQ(cu_ThreadPool_cleanup(), 0U);
+    for (int life = 0; life < 2; ++life) {
+        cu_ThreadPool* pools[4] = {};
+        std::vector<std::thread> threads;
+        for (auto& pool : pools)
+            threads.emplace_back([&pool] { pool = cu_ThreadPool_default(); });
+        for (auto& thread : threads)
+            thread.join();
+        ASSERT_NE(pools[0], nullptr);
+        for (const auto* pool : pools)
+            EXPECT_EQ(pool, pools[0]);
+        EXPECT_EQ(poolNames().size(), 17U);
+        EXPECT_EQ(pools[0]->configuredIdle, 16U);
+        const Job job([](const void*) {});
+        EXPECT_EQ(cu_ThreadPool_insert(pools[0], job.get()), 0U);
+        EXPECT_EQ(cu_Runnable_wait(job.get()), 0U);
+        EXPECT_EQ(job.begun(), 1);
+        EXPECT_EQ(cu_ThreadPool_cleanup(), 0U);
+        EXPECT_TRUE(support::comesTrue([&] { return threadNames() == before; }));
+    }
+}
+
+TEST(ThreadPool, costsNextToNothingWhileIdle)
+{
+    if (support::scaled(100) != 100)
+        GTEST_SKIP() << "what watches or emulates every step costs too much itself";
+    const Pool pool(16, 32);
+    const auto processorTime = [] {
+        timespec time = {};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    };
+    std::this_thread::sleep_for(50ms); // the workers get under way
+    const auto start = Clock::now();
+    const auto before = processorTime();
+    std::this_thread::sleep_for(500ms);
+    const std::chrono::duration<double> spent = processorTime() - before;
+    const double share = spent / std::chrono::duration<double>(Clock::now() - start);
+    RecordProperty("percentOfAProcessor", std::to_string(share * 100));
+    EXPECT_LT(share, 0.05);
+}
+
+} // namespace
