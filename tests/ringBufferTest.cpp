@@ -37,7 +37,7 @@ class Region
 {
 public:
     explicit Region(uint32_t size)
-        : length_((cu_RingBuffer_getRegionSize(size) + page - 1) / page * page + 2 * page), size_(size),
+        : length_((cu_RingBuffer_getRegionSize(size) + page - 1) / page * page + 2 * page),
           memory_(static_cast<char*>(mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
     {
         mprotect(memory_, page, PROT_NONE);
@@ -67,7 +67,6 @@ private:
     uint32_t& address(Word at) const { return *static_cast<uint32_t*>(static_cast<void*>(get() + at)); }
 
     std::size_t length_;
-    uint32_t size_;
     char* memory_;
 };
 

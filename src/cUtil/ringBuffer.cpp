@@ -113,7 +113,7 @@ template <typename Word>
 // memcpy() with the lengths of most records in line: the call would cost as much as the copy.
 [[gnu::always_inline]] inline void copyBytes(std::byte* to, const std::byte* from, uint32_t length)
 {
-    using Word16 = uint8_t [[gnu::vector_size(16)]];
+    typedef uint8_t Word16 __attribute__((vector_size(16)));
     if (length > 64 || length < 4) {
         memcpy(to, from, length);
     } else if (length > 32) {

@@ -82,18 +82,20 @@ void nameThread(cu_Thread* thread, const char* name)
         pthread_setname_np(id, name);
 }
 
-// Makes a worker, not started yet, and puts it at the head of the list.
-cu_ErrorCode addWorker(cu_ThreadPool* me)
+cu_ErrorCode makeWorker(cu_ThreadPool* me, cu_Thread** worker)
 {
-    cu_Thread* worker = nullptr;
-    CU_TRY(cu_Thread_new(&worker, me->allocator));
+    CU_TRY(cu_Thread_new(worker, me->allocator));
     char name[16];
     snprintf(name, sizeof(name), "cu-pool-%u", me->namedWorkers++);
-    nameThread(worker, name);
+    nameThread(*worker, name);
+    return 0;
+}
+
+void addToList(cu_ThreadPool* me, cu_Thread* worker)
+{
     worker->next = me->workers;
     me->workers = worker;
     me->workerCount.fetch_add(1, std::memory_order_relaxed);
-    return 0;
 }
 
 // Takes a worker out of the list and deletes it; its place is that of the link to it.
@@ -109,11 +111,12 @@ cu_ErrorCode removeWorker(cu_ThreadPool* me, cu_Thread** link)
 
 cu_ErrorCode grow(cu_ThreadPool* me)
 {
-    CU_TRY(addWorker(me));
-    if (const cu_ErrorCode code = cu_Thread_start(me->workers, me->workerRunnable); code != 0) {
-        CU_MUST(removeWorker(me, &me->workers));
-        return internal::passOn(code, CU_HERE);
-    }
+    cu_Thread* worker = nullptr;
+    CU_TRY(makeWorker(me, &worker));
+    CU_ROLLBACK(undo, cu_Thread_delete(&worker));
+    CU_TRY(cu_Thread_start(worker, me->workerRunnable));
+    undo.dismiss();
+    addToList(me, worker);
     me->idleCount.fetch_add(1, std::memory_order_relaxed);
     return 0;
 }
@@ -239,8 +242,11 @@ cu_ErrorCode cu_ThreadPool_new(cu_ThreadPool** me, uint32_t threadCount, uint32_
     CU_TRY(pool.allocate(allocator));
     CU_ROLLBACK(undo, endParts(pool.get()));
     pool->configuredIdle = threadCount;
-    for (uint32_t worker = 0; worker < threadCount; ++worker)
-        CU_TRY(addWorker(pool.get()));
+    for (uint32_t count = 0; count < threadCount; ++count) {
+        cu_Thread* worker = nullptr;
+        CU_TRY(makeWorker(pool.get(), &worker));
+        addToList(pool.get(), worker);
+    }
     pool->idleCount = threadCount;
     CU_TRY(cu_Semaphore_new(&pool->retired, 0, pool->allocator));
     CU_TRY(cu_Thread_new(&pool->controller, pool->allocator));

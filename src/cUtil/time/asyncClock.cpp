@@ -23,7 +23,7 @@ uint64_t tickOf(const cu_AsyncClock* clock)
 bool isFinerThan(uint32_t microSeconds, const cu_TimeValue& precision)
 {
     const int64_t seconds = microSeconds / cu_USEC_PER_SEC;
-    const int64_t nanoSeconds = microSeconds % cu_USEC_PER_SEC * cu_NSEC_PER_USEC;
+    const int64_t nanoSeconds = int64_t{microSeconds % cu_USEC_PER_SEC} * cu_NSEC_PER_USEC;
     return seconds < precision.tv_sec || (seconds == precision.tv_sec && nanoSeconds < precision.tv_nsec);
 }
 
