@@ -254,9 +254,14 @@ cu_ErrorCode cu_ThreadPool_new(cu_ThreadPool** me, uint32_t threadCount, uint32_
     CU_TRY(cu_Runnable_new(&pool->controllerRunnable, controllerLoop, pool.get(), pool->allocator));
     CU_TRY(cu_PointerBuffer_new(&pool->jobs, queueSize, pool->allocator));
     CU_TRY(cu_Runnable_new(&pool->workerRunnable, workerLoop, pool.get(), pool->allocator));
+    // From its start on the list is the controller's, and each worker from its own.
+    cu_Thread* next = pool->workers;
     CU_TRY(cu_Thread_start(pool->controller, pool->controllerRunnable));
-    for (cu_Thread* worker = pool->workers; worker != nullptr; worker = worker->next)
+    while (next != nullptr) {
+        cu_Thread* worker = next;
+        next = worker->next;
         CU_TRY(cu_Thread_start(worker, pool->workerRunnable));
+    }
     undo.dismiss();
     *me = pool.release();
     return 0;
