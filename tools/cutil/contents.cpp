@@ -53,7 +53,7 @@ std::optional<int> findQueue(void* region, uint32_t size)
         !std::all_of(bytes + reservedOffset, bytes + CU_RPC_QUEUE_HEADER_SIZE, isZero))
         return std::nullopt;
     int signals = -1;
-    if (sem_getvalue(reinterpret_cast<sem_t*>(bytes + semaphoreOffset), &signals) != 0 || signals < 0)
+    if (sem_getvalue(static_cast<sem_t*>(static_cast<void*>(bytes + semaphoreOffset)), &signals) != 0 || signals < 0)
         return std::nullopt;
     return signals;
 }
