@@ -30,14 +30,17 @@ target_compile_options(koCUtilLibraryFlags INTERFACE
     -fstack-protector-strong)
 set(KOCUTIL_NO_UNDEFINED LINKER:--no-undefined)
 
-# asan: AddressSanitizer, UndefinedBehaviorSanitizer and leak check; tsan: ThreadSanitizer.
-set(KOCUTIL_SANITIZER "" CACHE STRING "asan, tsan or nothing")
+# asan: AddressSanitizer, UndefinedBehaviorSanitizer and leak check; tsan: ThreadSanitizer; fuzz: asan, and Clang's
+# fuzzer is told which branches an input takes.
+set(KOCUTIL_SANITIZER "" CACHE STRING "asan, tsan, fuzz or nothing")
 if(KOCUTIL_SANITIZER STREQUAL "asan")
     set(sanitizer -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
 elseif(KOCUTIL_SANITIZER STREQUAL "tsan")
     set(sanitizer -fsanitize=thread)
+elseif(KOCUTIL_SANITIZER STREQUAL "fuzz")
+    set(sanitizer -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
 elseif(NOT KOCUTIL_SANITIZER STREQUAL "")
-    message(FATAL_ERROR "KOCUTIL_SANITIZER must be asan, tsan or empty")
+    message(FATAL_ERROR "KOCUTIL_SANITIZER must be asan, tsan, fuzz or empty")
 endif()
 if(KOCUTIL_SANITIZER)
     add_compile_options(${sanitizer})

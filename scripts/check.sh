@@ -22,7 +22,7 @@ lint() {
     cmake --preset clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "$PWD/src/cUtil/.*"
 }
 
-need native clang arm board lint docs
+need native clang arm board lint docs fuzz
 
 check "format" format
 check "shell scripts" shellScripts
@@ -34,6 +34,7 @@ check "shared object" scripts/check/sharedObject.sh readelf build/release/libkoC
 check "installed copy" scripts/check/installed.sh build/release
 scripts/docs.sh || failures+=("docs")
 check "lint" lint
+scripts/fuzz.sh || failures+=("fuzz")
 scripts/test.sh clang asan tsan arm vm || failures+=("tests")
 
 if ((${#failures[@]})); then

@@ -41,6 +41,7 @@ need() {
         case $purpose in
             native) packages+=(cmake ninja-build g++ googletest tzdata) ;;
             clang) packages+=(clang) ;;
+            fuzz) packages+=(cmake ninja-build clang libclang-rt-dev llvm) ;; # llvm: lines in stack traces
             arm) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
             board) packages+=(g++-arm-linux-gnueabihf qemu-system-arm cpio kmod xz-utils netbase) ;;
             lint) packages+=(clang-format clang-tidy shellcheck pkg-config) ;;
@@ -66,6 +67,14 @@ need() {
     step "packages" "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}" || exit
 }
+
+# What a program with a sanitizer is started with: the compilers' sanitizers cannot place their shadow memory where a
+# kernel randomises more than 28 bits.
+fixedAddresses=()
+if (($(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0) > 28)); then
+    # shellcheck disable=SC2034 # used by those who source this
+    fixedAddresses=(setarch "$(uname -m)" --addr-no-randomize)
+fi
 
 # build PRESET [TARGET...]: configures and compiles, everything when no target is named.
 build() {

@@ -12,12 +12,6 @@ countCases() {
         END { printf "%d passed, %d failed, %d skipped\n", passed, failed, skipped }' "$1"
 }
 
-# The sanitizers of this compiler cannot place their shadow memory where a kernel randomises more than 28 bits.
-fixedAddresses=()
-if (($(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0) > 28)); then
-    fixedAddresses=(setarch "$(uname -m)" --addr-no-randomize)
-fi
-
 # runCases FLAVOUR PRESET [PREFIX...]
 runCases() {
     local flavour=$1 preset=$2 status=0
