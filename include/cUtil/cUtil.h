@@ -5,6 +5,7 @@
 #define CUTIL_CUTIL_H
 
 #include <cUtil/allocator.h>
+#include <cUtil/argumentArray.h>
 #include <cUtil/atomicLock.h>
 #include <cUtil/conditionVariable.h>
 #include <cUtil/conditionWait.h>
