@@ -7,6 +7,7 @@
 #include <cUtil/allocator.h>
 #include <cUtil/argumentArray.h>
 #include <cUtil/atomicLock.h>
+#include <cUtil/commandLine.h>
 #include <cUtil/conditionVariable.h>
 #include <cUtil/conditionWait.h>
 #include <cUtil/errorCodes.h>
