@@ -7,6 +7,7 @@
 #include <bit>
 #include <cerrno>
 #include <sched.h>
+#include <type_traits>
 
 namespace
 {
@@ -46,51 +47,42 @@ constexpr End producing = {&cu_PointerBuffer::writeCounter, &cu_PointerBuffer::n
 constexpr End consuming = {&cu_PointerBuffer::readCounter, &cu_PointerBuffer::notEmpty, &cu_PointerBuffer::notFull,
                            true};
 
-// Draws the next slot if its turn has come.
-bool draw(cu_PointerBuffer* me, const End& end, Slot** slot, uint32_t* turn)
+// What a put takes, and where a get leaves it.
+template <const End& end>
+using Item = std::conditional_t<end.isReader, void**, void*>;
+
+// Moves one value, if the next slot's turn has come.
+template <const End& end>
+[[gnu::always_inline]] inline bool move(cu_PointerBuffer* me, Item<end> item)
 {
     std::atomic<uint32_t>& counter = me->*end.counter;
     uint32_t number = counter.load(std::memory_order_relaxed);
     for (;;) {
-        Slot& next = me->slots[number & (me->capacity - 1)];
+        Slot& slot = me->slots[number & (me->capacity - 1)];
         const uint32_t wanted = 2 * number + (end.isReader ? 1 : 0);
-        const uint32_t is = next.turn.load(std::memory_order_acquire);
-        if (is == wanted) {
-            // Sequentially consistent for the gates: see mayDraw().
-            if (counter.compare_exchange_weak(number, number + 1, std::memory_order_seq_cst,
-                                              std::memory_order_relaxed)) {
-                *slot = &next;
-                *turn = wanted;
-                return true;
-            }
-        } else {
+        if (slot.turn.load(std::memory_order_acquire) != wanted) {
             const uint32_t now = counter.load(std::memory_order_relaxed);
             if (now == number)
                 return false;
             number = now;
+            // Sequentially consistent for the gates: see mayDraw().
+        } else if (counter.compare_exchange_weak(number, number + 1, std::memory_order_seq_cst,
+                                                 std::memory_order_relaxed)) {
+            if constexpr (end.isReader) {
+                *item = slot.value;
+                slot.turn.store(wanted - 1 + 2 * me->capacity, std::memory_order_release);
+            } else {
+                slot.value = item;
+                slot.turn.store(wanted + 1, std::memory_order_release);
+            }
+            return true;
         }
     }
 }
 
-// Moves one value, if the next slot's turn has come.
-bool move(cu_PointerBuffer* me, const End& end, void** value)
-{
-    Slot* slot = nullptr;
-    uint32_t turn = 0;
-    if (!draw(me, end, &slot, &turn))
-        return false;
-    if (end.isReader) {
-        *value = slot->value;
-        slot->turn.store(turn - 1 + 2 * me->capacity, std::memory_order_release);
-    } else {
-        slot->value = *value;
-        slot->turn.store(turn + 1, std::memory_order_release);
-    }
-    return true;
-}
-
 // Sleeps until there is something to draw, and draws. Null deadline: without limit. Gives an error number.
-int sleepAndMove(cu_PointerBuffer* me, const End& end, void** value, const timespec* deadline, bool* moved)
+template <const End& end>
+int sleepAndMove(cu_PointerBuffer* me, Item<end> item, const timespec* deadline, bool* moved)
 {
     Gate& gate = me->*end.waiting;
     bool inTime = true;
@@ -105,48 +97,64 @@ int sleepAndMove(cu_PointerBuffer* me, const End& end, void** value, const times
         else
             clock_nanosleep(CLOCK_MONOTONIC, 0, &nap, nullptr);
         if (error == 0) // otherwise the caller takes nothing for moved
-            *moved = move(me, end, value);
+            *moved = move<end>(me, item);
     }
     gate.leave();
     return error;
 }
 
-// A put or get of the exported function whose place it is given. Null deadline: without limit.
-cu_ErrorCode transfer(cu_PointerBuffer* me, const End& end, void** value, const timespec* deadline, bool* moved,
-                      internal::Place here)
+template <const End& end>
+cu_ErrorCode wakeOpposite(cu_PointerBuffer* me, internal::Place here)
 {
-    // A semaphore refuses such a deadline even while it is free.
-    if (deadline != nullptr && (deadline->tv_nsec < 0 || deadline->tv_nsec >= 1'000'000'000))
-        return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, EINVAL, here);
-    *moved = move(me, end, value);
-    if (!*moved) {
-        internal::Spin spin = deadline != nullptr ? internal::Spin(*deadline) : internal::Spin();
-        *moved = spin.spinUntil([&] { return move(me, end, value); });
-        if (!*moved) {
-            spin.asleep();
-            if (const int error = sleepAndMove(me, end, value, deadline, moved); error != 0)
-                return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, error, here);
-            if (*moved)
-                spin.awake();
-            // Of several things to draw only the first woke anybody.
-            if (end.mayDraw(me))
-                if (const int error = (me->*end.waiting).wake(); error != 0)
-                    return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
-        }
-    }
-    if (*moved)
-        if (const int error = (me->*end.opposite).wake(); error != 0)
-            return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
-    return 0;
+    const int error = (me->*end.opposite).wake();
+    return error == 0 ? 0 : internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
 }
 
-cu_ErrorCode tryTransfer(cu_PointerBuffer* me, const End& end, void** value, bool* moved, internal::Place here)
+// A put or get of the exported function whose place it is given, when the first look was in vain. Null deadline:
+// without limit.
+template <const End& end>
+[[gnu::noinline]] cu_ErrorCode await(cu_PointerBuffer* me, Item<end> item, const timespec* deadline, bool* moved,
+                                     internal::Place here)
 {
-    *moved = move(me, end, value);
-    if (*moved)
-        if (const int error = (me->*end.opposite).wake(); error != 0)
-            return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
-    return 0;
+    internal::Spin spin = deadline != nullptr ? internal::Spin(*deadline) : internal::Spin();
+    *moved = spin.spinUntil([&] { return move<end>(me, item); });
+    if (!*moved) {
+        spin.asleep();
+        if (const int error = sleepAndMove<end>(me, item, deadline, moved); error != 0)
+            return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, error, here);
+        if (*moved)
+            spin.awake();
+        // Of several things to draw only the first woke anybody.
+        if (end.mayDraw(me))
+            if (const int error = (me->*end.waiting).wake(); error != 0)
+                return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
+    }
+    return *moved ? wakeOpposite<end>(me, here) : 0;
+}
+
+// The same for a function without deadline, after its first look.
+template <const End& end>
+[[gnu::cold]] cu_ErrorCode finish(cu_PointerBuffer* me, Item<end> item, bool moved, internal::Place here)
+{
+    return moved ? wakeOpposite<end>(me, here) : await<end>(me, item, nullptr, &moved, here);
+}
+
+template <const End& end>
+cu_ErrorCode tryTransfer(cu_PointerBuffer* me, Item<end> item, bool* moved, internal::Place here)
+{
+    *moved = move<end>(me, item);
+    return *moved ? wakeOpposite<end>(me, here) : 0;
+}
+
+template <const End& end>
+cu_ErrorCode timedTransfer(cu_PointerBuffer* me, Item<end> item, const timespec* deadline, bool* moved,
+                           internal::Place here)
+{
+    // A semaphore refuses such a deadline even while it is free.
+    if (deadline->tv_nsec < 0 || deadline->tv_nsec >= 1'000'000'000)
+        return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, EINVAL, here);
+    *moved = move<end>(me, item);
+    return *moved ? wakeOpposite<end>(me, here) : await<end>(me, item, deadline, moved, here);
 }
 
 } // namespace
@@ -199,8 +207,8 @@ cu_ErrorCode cu_PointerBuffer_put(cu_PointerBuffer* me, void* value)
 {
     CU_REQUIRE(me != nullptr);
 
-    bool put = false;
-    return transfer(me, producing, &value, nullptr, &put, CU_HERE);
+    const bool put = move<producing>(me, value);
+    return put && me->notEmpty.isQuiet() ? 0 : finish<producing>(me, value, put, CU_HERE);
 }
 
 cu_ErrorCode cu_PointerBuffer_tryPut(cu_PointerBuffer* me, void* value, bool* put)
@@ -208,7 +216,7 @@ cu_ErrorCode cu_PointerBuffer_tryPut(cu_PointerBuffer* me, void* value, bool* pu
     CU_REQUIRE(me != nullptr);
     CU_REQUIRE(put != nullptr);
 
-    return tryTransfer(me, producing, &value, put, CU_HERE);
+    return tryTransfer<producing>(me, value, put, CU_HERE);
 }
 
 cu_ErrorCode cu_PointerBuffer_timedPut(cu_PointerBuffer* me, void* value, const cu_TimeValue* deadline, bool* put)
@@ -217,7 +225,7 @@ cu_ErrorCode cu_PointerBuffer_timedPut(cu_PointerBuffer* me, void* value, const 
     CU_REQUIRE(deadline != nullptr);
     CU_REQUIRE(put != nullptr);
 
-    return transfer(me, producing, &value, deadline, put, CU_HERE);
+    return timedTransfer<producing>(me, value, deadline, put, CU_HERE);
 }
 
 cu_ErrorCode cu_PointerBuffer_get(cu_PointerBuffer* me, void** value)
@@ -225,8 +233,8 @@ cu_ErrorCode cu_PointerBuffer_get(cu_PointerBuffer* me, void** value)
     CU_REQUIRE(me != nullptr);
     CU_REQUIRE(value != nullptr);
 
-    bool got = false;
-    return transfer(me, consuming, value, nullptr, &got, CU_HERE);
+    const bool got = move<consuming>(me, value);
+    return got && me->notFull.isQuiet() ? 0 : finish<consuming>(me, value, got, CU_HERE);
 }
 
 cu_ErrorCode cu_PointerBuffer_tryGet(cu_PointerBuffer* me, void** value, bool* got)
@@ -235,7 +243,7 @@ cu_ErrorCode cu_PointerBuffer_tryGet(cu_PointerBuffer* me, void** value, bool* g
     CU_REQUIRE(value != nullptr);
     CU_REQUIRE(got != nullptr);
 
-    return tryTransfer(me, consuming, value, got, CU_HERE);
+    return tryTransfer<consuming>(me, value, got, CU_HERE);
 }
 
 cu_ErrorCode cu_PointerBuffer_timedGet(cu_PointerBuffer* me, void** value, const cu_TimeValue* deadline, bool* got)
@@ -245,5 +253,5 @@ cu_ErrorCode cu_PointerBuffer_timedGet(cu_PointerBuffer* me, void** value, const
     CU_REQUIRE(deadline != nullptr);
     CU_REQUIRE(got != nullptr);
 
-    return transfer(me, consuming, value, deadline, got, CU_HERE);
+    return timedTransfer<consuming>(me, value, deadline, got, CU_HERE);
 }

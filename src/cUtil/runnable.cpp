@@ -3,6 +3,7 @@
 #include "internal/owned.h"
 #include "internal/report.h"
 #include "internal/rollback.h"
+#include "internal/spin.h"
 
 #include <cUtil/conditionWait.h>
 #include <cUtil/mutex.h>
@@ -35,10 +36,17 @@ uint32_t countOf(const cu_Runnable* me)
     return me->pending.load(std::memory_order_acquire) & ~awaited;
 }
 
-// Waits by `waitOnce` while executions are pending.
+// Waits by `waitOnce` while executions are pending. Does without the mutex where the last one ends unawaited, so that
+// its step of the count was its last access.
 template <typename WaitOnce>
 cu_ErrorCode waitForLast(cu_Runnable* me, WaitOnce waitOnce)
 {
+    const auto endedUnawaited = [me] { return me->pending.load(std::memory_order_acquire) == 0; };
+    if (endedUnawaited())
+        return 0;
+    internal::Spin spin;
+    if (spin.spinUntil(endedUnawaited))
+        return 0;
     if (cu_ErrorCode code = cu_Mutex_lock(me->mutex); code != 0)
         return code;
     CU_ROLLBACK(unlock, cu_Mutex_unlock(me->mutex));
@@ -46,8 +54,10 @@ cu_ErrorCode waitForLast(cu_Runnable* me, WaitOnce waitOnce)
     // The mutex orders this against the last execution's end.
     me->pending.fetch_or(awaited, std::memory_order_relaxed);
     cu_ErrorCode code = 0;
+    spin.asleep();
     while (code == 0 && countOf(me) != 0)
         code = waitOnce();
+    spin.awake();
     if (--me->waiters == 0)
         me->pending.fetch_and(~awaited, std::memory_order_relaxed);
     if (code != 0)

@@ -32,10 +32,12 @@ public:
         return error;
     }
 
+    bool isQuiet() const { return sleepers_.load(std::memory_order_seq_cst) == 0; }
+
     /// Wakes one sleeper, if there is any and none is being woken. Gives an error number.
     int wake()
     {
-        if (sleepers_.load(std::memory_order_seq_cst) == 0) [[likely]]
+        if (isQuiet()) [[likely]]
             return 0;
         return wakeUnderWay_.exchange(true, std::memory_order_seq_cst) ? 0 : postSemaphore(&semaphore_);
     }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <sched.h>
 
 namespace cu::internal
 {
@@ -34,19 +35,21 @@ public:
     /// With a normalised point on the real-time clock beyond which the spin must not last.
     explicit Spin(const timespec& deadline);
 
-    /// Looks again and again whether a condition comes true, with pauses of most of a short spin in between: whoever is
-    /// to make it true is not disturbed all the time by a processor that wants the same cache line, and does several
-    /// things at a stretch where there are several to do.
+    /// Looks again and again whether a condition comes true. Before each look it lets others run, for whoever is to
+    /// make it true may be waiting for this very processor. After it comes a pause of most of a short spin: whoever is
+    /// at it on another one is not disturbed all the time by a processor that wants the same cache line, and does
+    /// several things at a stretch where there are several to do.
     template <typename Condition>
     bool spinUntil(Condition condition)
     {
         for (uint32_t spent = 0; spent < budget_; spent += pause_) {
-            for (uint32_t turn = 0; turn < pause_; ++turn)
-                relaxProcessor();
+            sched_yield();
             if (condition()) {
                 note(false);
                 return true;
             }
+            for (uint32_t turn = 0; turn < pause_; ++turn)
+                relaxProcessor();
         }
         if (budget_ != 0)
             note(true);
