@@ -28,24 +28,26 @@ struct cu_CommandLine {
 namespace
 {
 
-// Links a new entry in where the list ends, and moves the end on.
-cu_ErrorCode append(cu_allocator* allocator, Entry**& end, uint32_t option, const char* text)
+// Links a new entry in where the list ends, and moves the end on. The place is that of the exported function.
+cu_ErrorCode append(internal::Place place, cu_allocator* allocator, Entry**& end, uint32_t option, const char* text)
 {
     void* block = nullptr;
     if (const cu_ErrorCode code = cu_allocator_alloc(allocator, &block, sizeof(Entry)); code != 0)
         return code;
-    auto* entry = new (block) Entry{nullptr, option, nullptr};
+    CU_ROLLBACK(memory, cu_allocator_free(allocator, &block));
+    void* copy = nullptr;
     if (text != nullptr) {
-        void* copy = nullptr;
-        const std::size_t size = strlen(text) + 1;
-        if (const cu_ErrorCode code = cu_allocator_alloc(allocator, &copy, static_cast<uint32_t>(size)); code != 0) {
-            CU_MUST(cu_allocator_free(allocator, &block));
+        const std::size_t length = strlen(text);
+        if (length >= UINT32_MAX)
+            return internal::report(cu_ERROR_COM_MALLOC_FAILED, 0, place, nullptr);
+        const auto size = static_cast<uint32_t>(length + 1);
+        if (const cu_ErrorCode code = cu_allocator_alloc(allocator, &copy, size); code != 0)
             return code;
-        }
-        entry->text = static_cast<char*>(memcpy(copy, text, size));
+        memcpy(copy, text, size);
     }
-    *end = entry;
-    end = &entry->next;
+    memory.dismiss();
+    *end = new (block) Entry{nullptr, option, static_cast<char*>(copy)};
+    end = &(*end)->next;
     return 0;
 }
 
@@ -108,11 +110,11 @@ cu_ErrorCode cu_CommandLine_newFromArgs(cu_CommandLine** commandLine, int32_t ar
             return CU_REPORT(cu_ERROR_MISSING_CMDLINE_OPTION, 0, "Option '%c' requires an argument.", option);
         if (option == '?')
             return CU_REPORT(cu_ERROR_UNKNOWN_CMDLINE_OPTION, 0, "Unknown option '%c'.", option);
-        CU_TRY(append(object->allocator, end, static_cast<unsigned char>(option), optarg));
+        CU_TRY(append(CU_HERE, object->allocator, end, static_cast<unsigned char>(option), optarg));
     }
     end = &object->additional;
     for (int i = optind; i < argc; ++i) {
-        CU_TRY(append(object->allocator, end, 0, argv[i]));
+        CU_TRY(append(CU_HERE, object->allocator, end, 0, argv[i]));
         ++object->additionalCount;
     }
     entries.dismiss();
