@@ -231,7 +231,7 @@ TEST_F(CutilRing, TakesAndGivesWhatIsThere)
                                                                  "  free:      4\n"
                                                                  "  locks:     reader and writer\n"));
     EXPECT_EQ(run(cat + " --once").output, "hello world");
-    const Result empty = run(cat + " --once");
+    const Result empty = run(cutil + "ring -o cat " + name);
     EXPECT_EQ(empty.status, 0);
     EXPECT_EQ(empty.output, "");
 }
@@ -278,6 +278,7 @@ TEST(Cutil, TellsHowItIsUsed)
         const Result help = run(cutil + command + " --help 2>/dev/null");
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_THAT(help.output, StartsWith("usage: cutil " + command));
+        EXPECT_EQ(run(cutil + command + " word -h").output, help.output) << command;
     }
 }
 
@@ -288,7 +289,10 @@ TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
                                     "--bogus",
                                     "error",
                                     "error --all 1",
+                                    "-x",
+                                    "--",
                                     "error --bogus",
+                                    "error -ax",
                                     "hexdump a b",
                                     "hexdump --bogus",
                                     "shm",
@@ -303,6 +307,8 @@ TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
                                     "ring cat a --size 8",
                                     "ring put a --once",
                                     "ring put a --size",
+                                    "ring put a -s",
+                                    "ring put a --size --once",
                                     "ring put a --size 9",
                                     "ring put a --size 1",
                                     "ring put a --size 2147483648",
@@ -318,7 +324,7 @@ TEST(Cutil, AnswersFailureOnTheErrorStreamWithStatus1)
 {
     for (const std::string words :
          {"hexdump /nonexistent", "hexdump /", "shm show nonexistent-region", "ring cat nonexistent-region",
-          "ring put nonexistent-region", "error 9", "error --all >/dev/full"}) {
+          "ring put nonexistent-region", "ring cat -o -- --once", "error 9", "error --all >/dev/full"}) {
         const Result result = run('(' + cutil + words + ") 2>&1");
         EXPECT_EQ(result.status, 1) << words;
         EXPECT_THAT(result.output, HasSubstr("cutil: ")) << words;

@@ -36,7 +36,7 @@ constexpr Clock clocks[] = {
     {CLOCK_TAI, "atomic time"},
 };
 
-int run(Arguments arguments)
+int run(const Arguments& arguments)
 {
     if (!arguments.empty())
         return misuse(clockCommand, "no arguments are taken");

@@ -1,8 +1,10 @@
 // What the commands of cutil share.
 #pragma once
 
+#include <cUtil/commandLine.h>
 #include <cUtil/types.h>
 
+#include <memory>
 #include <span>
 
 namespace cutil
@@ -14,14 +16,43 @@ enum ExitStatus : int {
     misused = 2, // the command line makes no sense
 };
 
-/// The words of the command line behind the command's name.
-using Arguments = std::span<char* const>;
+struct Command;
+
+struct DeleteCommandLine {
+    void operator()(cu_CommandLine* commandLine) const;
+};
+
+/// What stands behind a command's name: options, by their first letters, and other words, by their numbers.
+class Arguments
+{
+public:
+    /// Reads words of which the first one is a name. @return #done, or another status and the reason is told
+    [[nodiscard]] int read(const Command& command, std::span<char* const> words);
+
+    bool has(char option) const;
+    const char* valueOf(char option) const; ///< null when it was not given
+
+    bool empty() const { return size() == 0; }
+    uint32_t size() const;
+    const char* operator[](uint32_t index) const;
+
+private:
+    std::unique_ptr<cu_CommandLine, DeleteCommandLine> line_;
+};
+
+/// "--name", or "-n".
+struct Option {
+    const char* name;
+    bool takesValue = false; ///< The value is the next word.
+};
 
 struct Command {
     const char* name;
     const char* summary; ///< A few words for the list of commands.
     const char* usage;   ///< The whole help text.
-    int (*run)(Arguments arguments);
+    int (*run)(const Arguments& arguments);
+    std::span<const Option> options = {}; ///< Besides "--help".
+    bool optionsFirst = false;            ///< A word that is no option ends the options.
 };
 
 extern const Command errorCommand;

@@ -77,27 +77,25 @@ void show(cu_ErrorCode code)
            code, code, cu_GetErrorName(code), cu_GetErrorCategory(code), cu_GetErrorDescription(code));
 }
 
-int run(Arguments arguments)
+constexpr Option options[] = {{"all"}};
+
+int run(const Arguments& arguments)
 {
-    if (arguments.empty())
-        return misuse(errorCommand, "which code?");
-    if (arguments[0] == std::string_view("--all")) {
-        if (arguments.size() > 1)
-            return misuse(errorCommand, "nothing may follow --all");
+    if (arguments.has('a')) {
+        if (!arguments.empty())
+            return misuse(errorCommand, "either codes and names or --all");
         list();
         return done;
     }
-    for (const char* word : arguments) {
-        if (word[0] == '-' || word[0] == '\0')
-            return misuse(errorCommand, "'%s' is neither a code nor a name", word);
-    }
+    if (arguments.empty())
+        return misuse(errorCommand, "which code?");
 
     int status = done;
     bool first = true;
-    for (const char* word : arguments) {
-        const Entry* entry = find(word);
+    for (uint32_t i = 0; i < arguments.size(); ++i) {
+        const Entry* entry = find(arguments[i]);
         if (entry == nullptr) {
-            status = fail("unknown error code: %s", word);
+            status = fail("unknown error code: %s", arguments[i]);
             continue;
         }
         if (!first)
@@ -110,6 +108,6 @@ int run(Arguments arguments)
 
 } // namespace
 
-constinit const Command errorCommand = {"error", "explains error codes, by number or by name", usage, run};
+constinit const Command errorCommand = {"error", "explains error codes, by number or by name", usage, run, options};
 
 } // namespace cutil

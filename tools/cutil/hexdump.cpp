@@ -94,15 +94,12 @@ bool dump(int descriptor)
     return true;
 }
 
-int run(Arguments arguments)
+int run(const Arguments& arguments)
 {
     if (arguments.size() > 1)
         return misuse(hexdumpCommand, "one file at a time");
     const char* path = arguments.empty() ? "-" : arguments[0];
     const bool fromInput = path == std::string_view("-");
-    if (!fromInput && path[0] == '-')
-        return misuse(hexdumpCommand, "unknown option '%s'", path);
-
     const int descriptor = fromInput ? STDIN_FILENO : open(path, O_RDONLY | O_CLOEXEC);
     if (descriptor == -1 || !dump(descriptor))
         return fail("%s: %s", fromInput ? "standard input" : path, strerror(errno));

@@ -28,38 +28,40 @@ void printUsage(FILE* stream)
     for (const Command* command : commands)
         fprintf(stream, "  %-8s  %s\n", command->name, command->summary);
     fputs("\n'cutil COMMAND --help' tells more about a command.\n"
+          "An option may be shortened to one dash and its first letter.\n"
           "Exit status: 0 done, 1 failed, 2 wrong usage.\n",
           stream);
 }
 
-bool asksForHelp(Arguments arguments)
-{
-    return !arguments.empty() && (arguments[0] == std::string_view("--help") || arguments[0] == std::string_view("-h"));
-}
+constexpr cutil::Option options[] = {{"version"}};
+constexpr Command tool = {"", nullptr, nullptr, nullptr, options, true};
 
-int dispatch(Arguments arguments)
+int dispatch(std::span<char* const> words)
 {
+    Arguments arguments;
+    if (const int status = arguments.read(tool, words); status != cutil::done)
+        return status;
+    if (arguments.has('h')) {
+        printUsage(stdout);
+        return cutil::done;
+    }
+    if (arguments.has('v')) {
+        puts("cutil " CU_VERSION_STRING);
+        return cutil::done;
+    }
     if (arguments.empty()) {
         printUsage(stderr);
         return cutil::misused;
     }
-    if (asksForHelp(arguments)) {
-        printUsage(stdout);
-        return cutil::done;
-    }
-    const std::string_view name = arguments[0];
-    if (name == "--version") {
-        puts("cutil " CU_VERSION_STRING);
-        return cutil::done;
-    }
-    const auto found = std::find_if(std::begin(commands), std::end(commands), [&](auto* c) { return name == c->name; });
-    if (found == std::end(commands)) {
-        fprintf(stderr, "cutil: there is no command '%s'\nTry 'cutil --help'.\n", arguments[0]);
-        return cutil::misused;
-    }
+    words = words.last(arguments.size()); // the command's name first
+    const auto found = std::find_if(std::begin(commands), std::end(commands),
+                                    [&](auto* c) { return c->name == std::string_view(words[0]); });
+    if (found == std::end(commands))
+        return cutil::misuse(tool, "there is no command '%s'", words[0]);
     const Command& command = **found;
-    arguments = arguments.subspan(1);
-    if (asksForHelp(arguments)) {
+    if (const int status = arguments.read(command, words); status != cutil::done)
+        return status;
+    if (arguments.has('h')) {
         fputs(command.usage, stdout);
         return cutil::done;
     }
@@ -70,7 +72,9 @@ int dispatch(Arguments arguments)
 
 int main(int count, char** words)
 {
-    const int status = dispatch(Arguments(words, static_cast<std::size_t>(count)).subspan(count > 0 ? 1 : 0));
+    if (count == 0)
+        return cutil::misused;
+    const int status = dispatch({words, static_cast<std::size_t>(count)});
     // A result that did not arrive (a full disk) is none.
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return cutil::fail("standard output: %s", strerror(errno));

@@ -34,9 +34,10 @@ int misuse(const Command& command, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    fprintf(stderr, "cutil %s: ", command.name);
+    const char* space = command.name[0] != '\0' ? " " : "";
+    fprintf(stderr, "cutil%s%s: ", space, command.name);
     vfprintf(stderr, format, arguments);
-    fprintf(stderr, "\nTry 'cutil %s --help'.\n", command.name);
+    fprintf(stderr, "\nTry 'cutil%s%s --help'.\n", space, command.name);
     va_end(arguments);
     return misused;
 }

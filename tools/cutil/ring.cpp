@@ -252,39 +252,28 @@ bool toRingSize(std::string_view text, uint32_t& size)
            size >= smallestRing && size <= largestRing;
 }
 
-int run(Arguments arguments)
+constexpr Option options[] = {{"once"}, {"size", true}};
+
+int run(const Arguments& arguments)
 {
     if (arguments.empty())
         return misuse(ringCommand, "cat or put?");
     const std::string_view action = arguments[0];
     if (action != "cat" && action != "put")
         return misuse(ringCommand, "there is no '%s'", arguments[0]);
-    const bool isCat = action == "cat";
-    const char* name = nullptr;
-    bool once = false;
-    uint32_t size = 0;
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
-        const std::string_view word = arguments[i];
-        if (isCat && word == "--once") {
-            once = true;
-        } else if (!isCat && word == "--size") {
-            if (++i == arguments.size() || !toRingSize(arguments[i], size))
-                return misuse(ringCommand, "'--size' takes a power of two from 2 to 1073741824");
-        } else if (word.starts_with('-')) {
-            return misuse(ringCommand, "unknown option '%s'", arguments[i]);
-        } else if (name != nullptr || word.empty()) {
-            return misuse(ringCommand, "'%s' takes one name", arguments[0]);
-        } else {
-            name = arguments[i];
-        }
-    }
-    if (name == nullptr)
+    if (arguments.size() != 2 || arguments[1][0] == '\0')
         return misuse(ringCommand, "'%s' takes one name", arguments[0]);
-    return isCat ? cat(name, once) : put(name, size);
+    const bool isCat = action == "cat";
+    if (arguments.has(isCat ? 's' : 'o'))
+        return misuse(ringCommand, "'--%s' is not for '%s'", isCat ? "size" : "once", arguments[0]);
+    uint32_t size = 0;
+    if (arguments.has('s') && !toRingSize(arguments.valueOf('s'), size))
+        return misuse(ringCommand, "'--size' takes a power of two from 2 to 1073741824");
+    return isCat ? cat(arguments[1], arguments.has('o')) : put(arguments[1], size);
 }
 
 } // namespace
 
-constinit const Command ringCommand = {"ring", "copies bytes out of a ring buffer, or into one", usage, run};
+constinit const Command ringCommand = {"ring", "copies bytes out of a ring buffer, or into one", usage, run, options};
 
 } // namespace cutil

@@ -127,7 +127,7 @@ int show(const char* name)
     return showContents(memory);
 }
 
-int run(Arguments arguments)
+int run(const Arguments& arguments)
 {
     if (arguments.empty())
         return misuse(shmCommand, "list or show?");
