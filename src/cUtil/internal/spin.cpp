@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <sched.h>
 #include <unistd.h>
 
 namespace
@@ -16,11 +17,12 @@ constexpr uint32_t unknown = UINT32_MAX;
 // Turns within a short spin; threads that find it out at the same time find much the same.
 constinit std::atomic<uint32_t> shortBudget{unknown};
 
-// How often a kind of spin that was in vain is left out.
+// How often something is left out that was in vain. What was not halves that so many times.
 struct Reluctance {
-    uint8_t most;
-    uint8_t leftOut = 0;
-    uint8_t stillToLeaveOut = 0;
+    uint16_t most;
+    uint8_t halvings;
+    uint16_t leftOut = 0;
+    uint16_t stillToLeaveOut = 0;
 
     bool lets()
     {
@@ -32,14 +34,16 @@ struct Reluctance {
 
     void note(bool inVain)
     {
-        leftOut = inVain ? std::min<uint8_t>(static_cast<uint8_t>(2 * leftOut + 1), most) : 0;
+        leftOut = inVain ? std::min(static_cast<uint16_t>(2 * leftOut + 1), most)
+                         : static_cast<uint16_t>(leftOut >> halvings);
         stillToLeaveOut = leftOut;
     }
 };
 
 struct History {
-    Reluctance shortSpins{15};
-    Reluctance longSpins{127};
+    Reluctance shortSpins{15, 4};
+    Reluctance longSpins{127, 7};
+    Reluctance yields{32767, 1};
     bool sleptBriefly = false;
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local History history;
@@ -97,6 +101,15 @@ cu::internal::Spin::Spin(const timespec& deadline) : Spin()
     const int64_t left = (seconds - now.tv_sec) * second + deadline.tv_nsec - now.tv_nsec;
     if (left < (isLong_ ? longSpin : shortSpin))
         budget_ = 0;
+}
+
+void cu::internal::Spin::letOthersRun()
+{
+    if (!history.yields.lets())
+        return;
+    const int64_t start = nanoSecondsOf(CLOCK_MONOTONIC);
+    sched_yield();
+    history.yields.note(nanoSecondsOf(CLOCK_MONOTONIC) - start > longSpin);
 }
 
 void cu::internal::Spin::note(bool inVain)

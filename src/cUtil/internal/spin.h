@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <ctime>
-#include <sched.h>
 
 namespace cu::internal
 {
@@ -43,7 +42,7 @@ public:
     bool spinUntil(Condition condition)
     {
         for (uint32_t spent = 0; spent < budget_; spent += pause_) {
-            sched_yield();
+            letOthersRun();
             if (condition()) {
                 note(false);
                 return true;
@@ -60,6 +59,7 @@ public:
     void awake();
 
 private:
+    void letOthersRun();
     void note(bool inVain);
 
     uint32_t budget_; // turns of relaxProcessor(), like the next
