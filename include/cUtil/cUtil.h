@@ -10,6 +10,7 @@
 #include <cUtil/commandLine.h>
 #include <cUtil/conditionVariable.h>
 #include <cUtil/conditionWait.h>
+#include <cUtil/convert.h>
 #include <cUtil/errorCodes.h>
 #include <cUtil/errorInfo.h>
 #include <cUtil/fifo.h>

@@ -270,11 +270,34 @@ TEST(CutilClock, ListsTheClocks)
     EXPECT_THAT(result.output, HasSubstr("\n    1  monotonic "));
 }
 
+TEST(CutilConvert, PrintsTheValueOrWhyThereIsNone)
+{
+    struct Case {
+        const char* words;
+        const char* output;
+    };
+    for (const Case c : {Case{"bool True", "1"},
+                         {"char xyz", "x"},
+                         {"sint8 -0x80", "-128"},
+                         {"uint16 ' -4294967295'", "1"},
+                         {"--base 36 sint64 -zz.0", "-1295"},
+                         {"uint64 18446744073709551615", "18446744073709551615"},
+                         {"ieee32 0.1", "0.100000001"},
+                         {"ieee64 -1e-1", "-0.10000000000000001"}}) {
+        const Result result = run(cutil + "convert " + c.words + " 2>&1");
+        EXPECT_EQ(result.status, 0) << c.words;
+        EXPECT_EQ(result.output, c.output + std::string(1, '\n')) << c.words;
+    }
+    const Result failed = run(cutil + "convert --base 16 uint8 100.0 2>&1");
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_EQ(failed.output, "cutil: uint8: source='100.0' base='16 (cu_ERROR_CONVERSION_FAILED)\n");
+}
+
 TEST(Cutil, TellsHowItIsUsed)
 {
     EXPECT_EQ(run(cutil + "--version").output, "cutil " CU_VERSION_STRING "\n");
     EXPECT_THAT(run(cutil + "--help").output, StartsWith("usage: cutil COMMAND"));
-    for (const std::string command : {"error", "hexdump", "shm", "ring", "clock"}) {
+    for (const std::string command : {"error", "hexdump", "shm", "ring", "clock", "convert"}) {
         const Result help = run(cutil + command + " --help 2>/dev/null");
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_THAT(help.output, StartsWith("usage: cutil " + command));
@@ -312,7 +335,13 @@ TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
                                     "ring put a --size 9",
                                     "ring put a --size 1",
                                     "ring put a --size 2147483648",
-                                    "clock x"}) {
+                                    "clock x",
+                                    "convert",
+                                    "convert sint8",
+                                    "convert sint8 1 2",
+                                    "convert sint9 1",
+                                    "convert --base 37 sint8 1",
+                                    "convert --base 1x sint8 1"}) {
         EXPECT_EQ(run(cutil + words + " 2>/dev/null").output, "") << words;
         const Result result = run(cutil + words + " 2>&1 >/dev/null");
         EXPECT_EQ(result.status, 2) << words;

@@ -9,6 +9,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <locale.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <semaphore.h>
@@ -239,6 +240,9 @@ INTERCEPT_AS(int, pthread_cond_timedwait,
              (condition, mutex, deadline), errno)
 
 INTERCEPT(dlclose, (void* library), (library))
+
+INTERCEPT_AS(locale_t, newlocale, (int categories, const char* name, locale_t base), (categories, name, base), nullptr,
+             noexcept)
 
 extern "C" __attribute__((visibility("default"))) int clock_nanosleep(clockid_t clock, int flags, const timespec* time,
                                                                       timespec* rest)

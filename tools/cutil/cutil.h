@@ -60,6 +60,7 @@ extern const Command hexdumpCommand;
 extern const Command shmCommand;
 extern const Command ringCommand;
 extern const Command clockCommand;
+extern const Command convertCommand;
 
 /// Says on the standard error stream what failed. @return #failed
 [[nodiscard]] int fail(const char* format, ...) CU_PRINTF(1, 2);

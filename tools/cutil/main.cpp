@@ -17,6 +17,7 @@ using cutil::Command;
 
 constexpr const Command* commands[] = {
     &cutil::errorCommand, &cutil::hexdumpCommand, &cutil::shmCommand, &cutil::ringCommand, &cutil::clockCommand,
+    &cutil::convertCommand,
 };
 
 void printUsage(FILE* stream)
