@@ -277,10 +277,10 @@ TEST(CutilConvert, PrintsTheValueOrWhyThereIsNone)
         const char* output;
     };
     for (const Case c : {Case{"bool True", "1"},
-                         {"char xyz", "x"},
+                         {"char -h", "-"},
                          {"sint8 -0x80", "-128"},
                          {"uint16 ' -4294967295'", "1"},
-                         {"--base 36 sint64 -zz.0", "-1295"},
+                         {"-b 36 sint64 -zz.0", "-1295"},
                          {"uint64 18446744073709551615", "18446744073709551615"},
                          {"ieee32 0.1", "0.100000001"},
                          {"ieee64 -1e-1", "-0.10000000000000001"}}) {
@@ -301,7 +301,9 @@ TEST(Cutil, TellsHowItIsUsed)
         const Result help = run(cutil + command + " --help 2>/dev/null");
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_THAT(help.output, StartsWith("usage: cutil " + command));
-        EXPECT_EQ(run(cutil + command + " word -h").output, help.output) << command;
+        if (command != "convert") { // takes everything behind the type as it is
+            EXPECT_EQ(run(cutil + command + " word -h").output, help.output) << command;
+        }
     }
 }
 
