@@ -47,6 +47,7 @@
 #include <cUtil/tools/string.h>
 #include <cUtil/tools/stringTokenizer.h>
 #include <cUtil/types.h>
+#include <cUtil/variant.h>
 #include <cUtil/version.h>
 
 #endif

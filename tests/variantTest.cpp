@@ -1,0 +1,512 @@
+#include "variantCases.h"
+
+#include <cerrno>
+#include <cmath>
+#include <limits>
+#include <sstream>
+
+namespace
+{
+
+using support::Value;
+
+constexpr char file[] = "src/cUtil/variant";
+
+using Member = cu_ErrorCode(cu_Variant*);
+struct Type {
+    const char* name;
+    Member* convert;
+};
+const Type types[] = {
+    {"null", cu_Variant_convert_null},     {"bool", cu_Variant_convert_bool},     {"sint8", cu_Variant_convert_sint8},
+    {"uint8", cu_Variant_convert_uint8},   {"sint16", cu_Variant_convert_sint16}, {"uint16", cu_Variant_convert_uint16},
+    {"sint32", cu_Variant_convert_sint32}, {"uint32", cu_Variant_convert_uint32}, {"sint64", cu_Variant_convert_sint64},
+    {"uint64", cu_Variant_convert_uint64}, {"ieee32", cu_Variant_convert_ieee32}, {"ieee64", cu_Variant_convert_ieee64},
+    {"string", cu_Variant_convert_string}, {"binary", cu_Variant_convert_binary}, {"vector", cu_Variant_convert_vector},
+};
+
+// What a value becomes as each type from bool on; - where it does not, ! where the text cannot be read.
+struct Row {
+    Value source;
+    const char* results;
+};
+const Row rows[] = {
+    // clang-format off
+    {{}, "- - - - - - - - - - - - - -"},
+    //                           bool sint8 uint8 sint16 uint16 sint32 uint32 sint64 uint64 ieee32 ieee64 string binary vector
+    {{cu_Variant_set_bool, false}, "0 0 0 0 0 0 0 0 0 0 0 false - -"},
+    {{cu_Variant_set_bool, true}, "1 1 1 1 1 1 1 1 1 1 1 true - -"},
+    {{cu_Variant_set_sint8, INT8_MIN}, "1 -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
+    {{cu_Variant_set_sint8, -1}, "1 -1 - -1 - -1 - -1 - -1 -1 -1 - -"},
+    {{cu_Variant_set_sint8, INT8_MAX}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint8, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint8, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_uint8, UINT8_MAX}, "1 - 255 255 255 255 255 255 255 255 255 255 - -"},
+    {{cu_Variant_set_sint16, INT16_MIN}, "1 - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
+    {{cu_Variant_set_sint16, -129}, "1 - - -129 - -129 - -129 - -129 -129 -129 - -"},
+    {{cu_Variant_set_sint16, -128}, "1 -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
+    {{cu_Variant_set_sint16, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_sint16, 256}, "1 - - 256 256 256 256 256 256 256 256 256 - -"},
+    {{cu_Variant_set_sint16, INT16_MAX}, "1 - - 32767 32767 32767 32767 32767 32767 32767 32767 32767 - -"},
+    {{cu_Variant_set_uint16, 0}, "0 0 0 0 0 0 0 0 0 0 0 0 - -"},
+    {{cu_Variant_set_uint16, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint16, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_uint16, 256}, "1 - - 256 256 256 256 256 256 256 256 256 - -"},
+    {{cu_Variant_set_uint16, 0x8000}, "1 - - - 32768 32768 32768 32768 32768 32768 32768 32768 - -"},
+    {{cu_Variant_set_uint16, UINT16_MAX}, "1 - - - 65535 65535 65535 65535 65535 65535 65535 65535 - -"},
+    {{cu_Variant_set_sint32, INT32_MIN}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
+    {{cu_Variant_set_sint32, -32769}, "1 - - - - -32769 - -32769 - -32769 -32769 -32769 - -"},
+    {{cu_Variant_set_sint32, -32768}, "1 - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
+    {{cu_Variant_set_sint32, 65536}, "1 - - - - 65536 65536 65536 65536 65536 65536 65536 - -"},
+    {{cu_Variant_set_sint32, INT32_MAX}, "1 - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
+    {{cu_Variant_set_uint32, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint32, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_uint32, 0x7FFF'FFFF}, "1 - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
+    {{cu_Variant_set_uint32, 0x8000'0000}, "1 - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
+    {{cu_Variant_set_uint32, UINT32_MAX}, "1 - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
+    {{cu_Variant_set_sint64, INT64_MIN}, "1 - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808 - -"},
+    {{cu_Variant_set_sint64, -0x8000'0001LL}, "1 - - - - - - -2147483649 - -2.14748365e+09 -2147483649 -2147483649 - -"},
+    {{cu_Variant_set_sint64, -0x8000'0000LL}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
+    {{cu_Variant_set_sint64, -128}, "1 -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
+    {{cu_Variant_set_sint64, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_sint64, 0x8000'0000LL}, "1 - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
+    {{cu_Variant_set_sint64, 0x1'0000'0000LL}, "1 - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
+    {{cu_Variant_set_sint64, 0x4000'0040'0000'0001LL}, "1 - - - - - - 4611686293305294849 4611686293305294849 4.61168657e+18 4.6116862933052948e+18 4611686293305294849 - -"},
+    {{cu_Variant_set_sint64, -0x4000'0040'0000'0001LL}, "1 - - - - - - -4611686293305294849 - -4.61168657e+18 -4.6116862933052948e+18 -4611686293305294849 - -"},
+    {{cu_Variant_set_sint64, INT64_MAX}, "1 - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
+    {{cu_Variant_set_uint64, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint64, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_uint64, UINT32_MAX}, "1 - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
+    {{cu_Variant_set_uint64, 0x1'0000'0000ULL}, "1 - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
+    {{cu_Variant_set_uint64, INT64_MAX}, "1 - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
+    {{cu_Variant_set_uint64, 0x8000'0000'0000'0000ULL}, "1 - - - - - - - 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808 - -"},
+    {{cu_Variant_set_uint64, 0x8000'0080'0000'0001ULL}, "1 - - - - - - - 9223372586610589697 9.22337314e+18 9.2233725866105897e+18 9223372586610589697 - -"},
+    {{cu_Variant_set_uint64, UINT64_MAX}, "1 - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551615 - -"},
+    {{cu_Variant_set_ieee32, -0.0F}, "0 0 0 0 0 0 0 0 0 -0 -0 -0.000000 - -"},
+    {{cu_Variant_set_ieee32, 0.5F}, "1 0 0 0 0 0 0 0 0 0.5 0.5 0.500000 - -"},
+    {{cu_Variant_set_ieee32, -0.5F}, "1 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
+    {{cu_Variant_set_ieee32, 1.5F}, "1 1 1 1 1 1 1 1 1 1.5 1.5 1.500000 - -"},
+    {{cu_Variant_set_ieee32, -1.5F}, "1 -1 - -1 - -1 - -1 - -1.5 -1.5 -1.500000 - -"},
+    {{cu_Variant_set_ieee32, 127.0F}, "1 127 127 127 127 127 127 127 127 127 127 127.000000 - -"},
+    {{cu_Variant_set_ieee32, 127.5F}, "1 - 127 127 127 127 127 127 127 127.5 127.5 127.500000 - -"},
+    {{cu_Variant_set_ieee32, -128.0F}, "1 -128 - -128 - -128 - -128 - -128 -128 -128.000000 - -"},
+    {{cu_Variant_set_ieee32, -128.5F}, "1 - - -128 - -128 - -128 - -128.5 -128.5 -128.500000 - -"},
+    {{cu_Variant_set_ieee32, 255.5F}, "1 - - 255 255 255 255 255 255 255.5 255.5 255.500000 - -"},
+    {{cu_Variant_set_ieee32, -32768.5F}, "1 - - - - -32768 - -32768 - -32768.5 -32768.5 -32768.500000 - -"},
+    {{cu_Variant_set_ieee32, 32767.5F}, "1 - - - 32767 32767 32767 32767 32767 32767.5 32767.5 32767.500000 - -"},
+    {{cu_Variant_set_ieee32, 65535.5F}, "1 - - - - 65535 65535 65535 65535 65535.5 65535.5 65535.500000 - -"},
+    {{cu_Variant_set_ieee32, -0x1p31F}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.fffffep30F}, "1 - - - - 2147483520 2147483520 2147483520 2147483520 2.14748352e+09 2147483520 2147483520.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p31F}, "1 - - - - 2147483647 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p31F}, "1 - - - - - 2147483904 2147483904 2147483904 2.1474839e+09 2147483904 2147483904.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p32F}, "1 - - - - - 4294967295 4294967296 4294967296 4.2949673e+09 4294967296 4294967296.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p32F}, "1 - - - - - - 4294967808 4294967808 4.29496781e+09 4294967808 4294967808.000000 - -"},
+    {{cu_Variant_set_ieee32, -0x1p63F}, "1 - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee32, -0x1.000002p63F}, "1 - - - - - - - - -9.22337314e+18 -9.2233731363664036e+18 -9223373136366403584.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p63F}, "1 - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p63F}, "1 - - - - - - - 9223373136366403584 9.22337314e+18 9.2233731363664036e+18 9223373136366403584.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p64F}, "1 - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p64F}, "1 - - - - - - - - 1.84467463e+19 1.8446746272732807e+19 18446746272732807168.000000 - -"},
+    {{cu_Variant_set_ieee32, INFINITY}, "1 - - - - - - - - inf inf inf - -"},
+    {{cu_Variant_set_ieee32, -INFINITY}, "1 - - - - - - - - -inf -inf -inf - -"},
+    {{cu_Variant_set_ieee32, NAN}, "1 0 0 0 0 0 0 0 0 nan nan nan - -"},
+    {{cu_Variant_set_ieee64, 0.1}, "1 0 0 0 0 0 0 0 0 0.100000001 0.10000000000000001 0.100000 - -"},
+    {{cu_Variant_set_ieee64, -0.9}, "1 0 - 0 - 0 - 0 - -0.899999976 -0.90000000000000002 -0.900000 - -"},
+    {{cu_Variant_set_ieee64, 127.0}, "1 127 127 127 127 127 127 127 127 127 127 127.000000 - -"},
+    {{cu_Variant_set_ieee64, 127.9}, "1 - 127 127 127 127 127 127 127 127.900002 127.90000000000001 127.900000 - -"},
+    {{cu_Variant_set_ieee64, -127.9}, "1 -127 - -127 - -127 - -127 - -127.900002 -127.90000000000001 -127.900000 - -"},
+    {{cu_Variant_set_ieee64, -128.9}, "1 - - -128 - -128 - -128 - -128.899994 -128.90000000000001 -128.900000 - -"},
+    {{cu_Variant_set_ieee64, 255.1}, "1 - - 255 255 255 255 255 255 255.100006 255.09999999999999 255.100000 - -"},
+    {{cu_Variant_set_ieee64, 254.9}, "1 - 254 254 254 254 254 254 254 254.899994 254.90000000000001 254.900000 - -"},
+    {{cu_Variant_set_ieee64, 32767.0}, "1 - - 32767 32767 32767 32767 32767 32767 32767 32767 32767.000000 - -"},
+    {{cu_Variant_set_ieee64, -32768.1}, "1 - - - - -32768 - -32768 - -32768.1016 -32768.099999999999 -32768.100000 - -"},
+    {{cu_Variant_set_ieee64, 65535.0}, "1 - - - 65535 65535 65535 65535 65535 65535 65535 65535.000000 - -"},
+    {{cu_Variant_set_ieee64, 65535.1}, "1 - - - - 65535 65535 65535 65535 65535.1016 65535.099999999999 65535.100000 - -"},
+    {{cu_Variant_set_ieee64, -2147483648.0}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
+    {{cu_Variant_set_ieee64, -2147483648.5}, "1 - - - - - - -2147483648 - -2.14748365e+09 -2147483648.5 -2147483648.500000 - -"},
+    {{cu_Variant_set_ieee64, 2147483647.0}, "1 - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647.000000 - -"},
+    {{cu_Variant_set_ieee64, 2147483647.5}, "1 - - - - - 2147483647 2147483647 2147483647 2.14748365e+09 2147483647.5 2147483647.500000 - -"},
+    {{cu_Variant_set_ieee64, 4294967295.0}, "1 - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295.000000 - -"},
+    {{cu_Variant_set_ieee64, 4294967295.5}, "1 - - - - - - 4294967295 4294967295 4.2949673e+09 4294967295.5 4294967295.500000 - -"},
+    {{cu_Variant_set_ieee64, 0x1.fffffffffffffp62}, "1 - - - - - - 9223372036854774784 9223372036854774784 9.22337204e+18 9.2233720368547748e+18 9223372036854774784.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1p63}, "1 - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1.0000000000001p63}, "1 - - - - - - - 9223372036854777856 9.22337204e+18 9.2233720368547779e+18 9223372036854777856.000000 - -"},
+    {{cu_Variant_set_ieee64, -0x1p63}, "1 - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee64, -0x1.0000000000001p63}, "1 - - - - - - - - -9.22337204e+18 -9.2233720368547779e+18 -9223372036854777856.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1p64}, "1 - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1.0000000000001p64}, "1 - - - - - - - - 1.84467441e+19 1.8446744073709556e+19 18446744073709555712.000000 - -"},
+    {{cu_Variant_set_ieee64, 1e39}, "1 - - - - - - - - inf 9.9999999999999994e+38 999999999999999939709166371603178586112.000000 - -"},
+    {{cu_Variant_set_ieee64, 1e-50}, "1 0 0 0 0 0 0 0 0 0 1e-50 0.000000 - -"},
+    {{cu_Variant_set_ieee64, INFINITY}, "1 - - - - - - - - inf inf inf - -"},
+    {{cu_Variant_set_ieee64, -INFINITY}, "1 - - - - - - - - -inf -inf -inf - -"},
+    {{cu_Variant_set_ieee64, NAN}, "1 0 0 0 0 0 0 0 0 nan nan nan - -"},
+    {{cu_Variant_set_string, "1"}, "1 1 1 1 1 1 1 1 1 1 1 1 [31] -"},
+    {{cu_Variant_set_string, "TRUE"}, "1 ! ! ! ! ! ! ! ! ! ! TRUE [54525545] -"},
+    {{cu_Variant_set_string, "-128"}, "! -128 ! -128 ! -128 ! -128 ! -128 -128 -128 [2D313238] -"},
+    {{cu_Variant_set_string, "128"}, "! ! 128 128 128 128 128 128 128 128 128 128 [313238] -"},
+    {{cu_Variant_set_string, "0x10"}, "! 16 16 16 16 16 16 16 16 16 16 0x10 [30783130] -"},
+    {{cu_Variant_set_string, "12.0"}, "! 12 12 12 12 12 12 12 12 12 12 12.0 [31322E30] -"},
+    {{cu_Variant_set_string, "12.5"}, "! ! ! ! ! ! ! ! ! 12.5 12.5 12.5 [31322E35] -"},
+    {{cu_Variant_set_string, "1e39"}, "! ! ! ! ! ! ! ! ! inf 9.9999999999999994e+38 1e39 [31653339] -"},
+    {{cu_Variant_set_string, "1e999"}, "! ! ! ! ! ! ! ! ! ! ! 1e999 [3165393939] -"},
+    {Value::bytes({"1\0", 2}), "- - - - - - - - - - - - [3100] -"},
+    {Value::vector({Value()}), "- - - - - - - - - - - - - (null)"},
+    // clang-format on
+};
+
+TEST(Variant, becomesAnyOtherTypeOrStaysAsItIs)
+{
+    for (const Row& row : rows) {
+        std::istringstream results(row.results);
+        std::string expected;
+        for (uint32_t type = cu_VARIANT_BOOL; results >> expected; ++type) {
+            for (const bool dispatched : {false, true}) {
+                SCOPED_TRACE(row.source.shown() + " to " + types[type].name + (dispatched ? ", dispatched" : ""));
+                const std::string member = std::string("cu_Variant_convert_") + types[type].name;
+                Value value(row.source);
+                const char* owned = value->string;
+                cu_ErrorCode code = ~0U;
+                const support::Failure failure = support::failureOf([&] {
+                    code = dispatched ? cu_Variant_convert(value, type) : types[type].convert(value);
+                    return code;
+                });
+                std::string path = dispatched ? "cu_Variant_convert  -  " : "";
+                if (expected == "-") {
+                    EXPECT_EQ(failure, (support::Failure{cu_ERROR_CONVERSION_FAILED, member, file, ""}));
+                } else if (expected == "!") {
+                    EXPECT_EQ(failure.file, "src/cUtil/convert");
+                    path = member + "  -  ";
+                } else {
+                    EXPECT_EQ(code, 0U);
+                    EXPECT_EQ(value.shown(), types[type].name + (' ' + expected));
+                    if (type >= cu_VARIANT_STRING && row.source.shown().find(types[type].name) == 0) {
+                        EXPECT_EQ(value->string, owned) << "nothing is copied";
+                    }
+                    continue;
+                }
+                EXPECT_NE(support::trace().find(path), std::string::npos) << support::trace();
+                EXPECT_EQ(value.shown(), row.source.shown());
+            }
+        }
+        Value value(row.source);
+        EXPECT_EQ(cu_Variant_convert(value, cu_VARIANT_NULL), 0U);
+        EXPECT_EQ(value.shown(), "null");
+    }
+}
+
+TEST(Variant, aTextBecomesBytesWhereItIs)
+{
+    Value value(cu_Variant_set_string, "abc");
+    const void* text = value->string;
+    EXPECT_EQ(cu_Variant_convert_binary(value), 0U);
+    const cu_VariantBinary* binary = nullptr;
+    EXPECT_EQ(cu_Variant_get_binary(value, &binary), 0U);
+    EXPECT_EQ(binary->data, text);
+    EXPECT_EQ(binary->length, 3U);
+}
+
+template <typename T>
+void expectRoundTrip(cu_ErrorCode (*set)(cu_Variant*, T), cu_ErrorCode (*get)(const cu_Variant*, T*), uint32_t type)
+{
+    SCOPED_TRACE(types[type].name);
+    for (const T given : {std::numeric_limits<T>::min(), std::numeric_limits<T>::max()}) {
+        Value value(cu_Variant_set_string, "what was there before");
+        EXPECT_EQ(set(value, given), 0U);
+        T got = {};
+        EXPECT_EQ(get(value, &got), 0U);
+        EXPECT_EQ(got, given);
+        uint32_t is = 0;
+        EXPECT_EQ(cu_Variant_getType(value, &is), 0U);
+        EXPECT_EQ(is, type);
+    }
+    const std::string getter = std::string("cu_Variant_get_") + types[type].name;
+    T untouched = 1;
+    Value value;
+    for (uint32_t other = 0; other < std::size(types) + 1; ++other) {
+        static_cast<cu_Variant*>(value)->type = other;
+        if (other != type) {
+            EXPECT_FAILURE(get(value, &untouched), cu_ERROR_COM_INVARIANT, getter, file, "");
+        }
+    }
+    static_cast<cu_Variant*>(value)->type = 0;
+    EXPECT_EQ(untouched, T{1});
+    EXPECT_REFUSED(get(nullptr, &untouched), getter, file);
+    EXPECT_REFUSED(get(value, nullptr), getter, file);
+    EXPECT_REFUSED(set(nullptr, untouched), "cu_Variant_free", file);
+    EXPECT_EQ(support::trace().find(std::string("cu_Variant_set_") + types[type].name + "  -  "), 0U);
+    EXPECT_REFUSED(types[type].convert(nullptr), std::string("cu_Variant_convert_") + types[type].name, file);
+}
+
+TEST(Variant, givesBackANumberAsTheTypeThatItWasSetAs)
+{
+    expectRoundTrip<bool>(cu_Variant_set_bool, cu_Variant_get_bool, cu_VARIANT_BOOL);
+    expectRoundTrip<int8_t>(cu_Variant_set_sint8, cu_Variant_get_sint8, cu_VARIANT_SINT8);
+    expectRoundTrip<uint8_t>(cu_Variant_set_uint8, cu_Variant_get_uint8, cu_VARIANT_UINT8);
+    expectRoundTrip<int16_t>(cu_Variant_set_sint16, cu_Variant_get_sint16, cu_VARIANT_SINT16);
+    expectRoundTrip<uint16_t>(cu_Variant_set_uint16, cu_Variant_get_uint16, cu_VARIANT_UINT16);
+    expectRoundTrip<int32_t>(cu_Variant_set_sint32, cu_Variant_get_sint32, cu_VARIANT_SINT32);
+    expectRoundTrip<uint32_t>(cu_Variant_set_uint32, cu_Variant_get_uint32, cu_VARIANT_UINT32);
+    expectRoundTrip<int64_t>(cu_Variant_set_sint64, cu_Variant_get_sint64, cu_VARIANT_SINT64);
+    expectRoundTrip<uint64_t>(cu_Variant_set_uint64, cu_Variant_get_uint64, cu_VARIANT_UINT64);
+    expectRoundTrip<float>(cu_Variant_set_ieee32, cu_Variant_get_ieee32, cu_VARIANT_IEEE32);
+    expectRoundTrip<double>(cu_Variant_set_ieee64, cu_Variant_get_ieee64, cu_VARIANT_IEEE64);
+}
+
+TEST(Variant, refusesBadArguments)
+{
+    Value value(cu_Variant_set_string, "kept");
+    const cu_Variant* null = nullptr;
+    const char* text = nullptr;
+    const cu_VariantBinary* binary = nullptr;
+    const cu_VariantVector* vector = nullptr;
+    cu_VariantType type = 0;
+    bool less = false;
+    EXPECT_REFUSED(cu_Variant_init(nullptr), "cu_Variant_init", file);
+    EXPECT_REFUSED(cu_Variant_free(nullptr), "cu_Variant_free", file);
+    EXPECT_REFUSED(cu_Variant_getType(nullptr, &type), "cu_Variant_getType", file);
+    EXPECT_REFUSED(cu_Variant_getType(value, nullptr), "cu_Variant_getType", file);
+    EXPECT_REFUSED(cu_Variant_clone(nullptr, value), "cu_Variant_clone", file);
+    EXPECT_REFUSED(cu_Variant_clone(value, nullptr), "cu_Variant_clone", file);
+    EXPECT_REFUSED(cu_Variant_set_string(value, nullptr), "cu_Variant_set_string", file);
+    EXPECT_REFUSED(cu_Variant_set_vector(value, nullptr, 1), "cu_Variant_set_vector", file);
+    EXPECT_REFUSED(cu_Variant_set_vector(value, value, 0), "cu_Variant_set_vector", file);
+    EXPECT_REFUSED(cu_Variant_set_string(nullptr, ""), "cu_Variant_free", file);
+    EXPECT_REFUSED(cu_Variant_set_binary(nullptr, nullptr, 0), "cu_Variant_free", file);
+    EXPECT_REFUSED(cu_Variant_set_vector(nullptr, value, 1), "cu_Variant_free", file);
+    EXPECT_REFUSED(cu_Variant_get_string(nullptr, &text), "cu_Variant_get_string", file);
+    EXPECT_REFUSED(cu_Variant_get_string(value, nullptr), "cu_Variant_get_string", file);
+    EXPECT_FAILURE(cu_Variant_get_binary(value, &binary), cu_ERROR_COM_INVARIANT, "cu_Variant_get_binary", file, "");
+    EXPECT_FAILURE(cu_Variant_get_vector(value, &vector), cu_ERROR_COM_INVARIANT, "cu_Variant_get_vector", file, "");
+    EXPECT_REFUSED(cu_Variant_convert(nullptr, 0), "cu_Variant_convert", file);
+    EXPECT_REFUSED(cu_Variant_convert_string(nullptr), "cu_Variant_convert_string", file);
+    EXPECT_REFUSED(cu_Variant_lessThan(nullptr, value, value), "cu_Variant_lessThan", file);
+    EXPECT_REFUSED(cu_Variant_lessThan(&less, null, value), "cu_Variant_lessThan", file);
+    EXPECT_REFUSED(cu_Variant_lessThan(&less, value, null), "cu_Variant_lessThan", file);
+    EXPECT_EQ(cu_Variant_get_string(value, &text), 0U);
+    EXPECT_STREQ(text, "kept");
+}
+
+TEST(Variant, tellsOfTypesThatDoNotExist)
+{
+    constexpr char unexpected[] = "Unexpected variant type of 15";
+    cu_Variant strange = {15, {}};
+    for (uint32_t type = cu_VARIANT_BOOL; type <= cu_VARIANT_VECTOR; ++type) {
+        EXPECT_FAILURE(types[type].convert(&strange), cu_ERROR_COM_INVARIANT,
+                       std::string("cu_Variant_convert_") + types[type].name, file, unexpected);
+    }
+    Value value(cu_Variant_set_sint8, 1);
+    EXPECT_FAILURE(cu_Variant_convert(value, 15), cu_ERROR_COM_INVARIANT, "cu_Variant_convert", file,
+                   "Unexpected variant type of 2");
+    EXPECT_FAILURE(cu_Variant_clone(value, &strange), cu_ERROR_COM_INVARIANT, "cu_Variant_clone", file, unexpected);
+    EXPECT_EQ(value.shown(), "null");
+
+    // A vector of them is cloned and compared up to there.
+    cu_Variant items[] = {{cu_VARIANT_NULL, {}}, strange};
+    const cu_Variant vector = {cu_VARIANT_VECTOR, {.vector = {items, 2}}};
+    EXPECT_EQ(cu_Variant_clone(value, &vector), cu_ERROR_COM_INVARIANT);
+    EXPECT_EQ(value.shown(), "null");
+    bool less = true;
+    EXPECT_FAILURE(cu_Variant_lessThan(&less, &vector, &vector), cu_ERROR_COM_INVARIANT, "cu_Variant_lessThan", file,
+                   unexpected);
+    EXPECT_EQ(support::trace().find("cu_Variant_lessThan  -  "), 0U);
+
+    EXPECT_EQ(cu_Variant_free(&strange), 0U);
+    EXPECT_EQ(strange.type, 0U);
+}
+
+TEST(Variant, aVectorThatCannotBeReleasedStays)
+{
+    cu_Variant broken = {cu_VARIANT_VECTOR, {.vector = {nullptr, 1}}};
+    EXPECT_REFUSED(cu_Variant_free(&broken), "cu_Variant_free", file);
+    EXPECT_EQ(support::trace().find("cu_Variant_free  -  "), 0U);
+    EXPECT_REFUSED(cu_Variant_set_string(&broken, "text"), "cu_Variant_free", file);
+    EXPECT_EQ(broken.type, cu_VARIANT_VECTOR);
+}
+
+TEST(Variant, bytesThatAreNotThereHaveALengthAllTheSame)
+{
+    Value value(cu_Variant_set_string, "before");
+    EXPECT_EQ(cu_Variant_set_binary(value, nullptr, 5), 0U);
+    EXPECT_EQ(value.shown(), "binary none/5");
+    EXPECT_EQ(Value(value).shown(), "binary none/5");
+    const uint8_t byte = 1;
+    EXPECT_EQ(cu_Variant_set_binary(value, &byte, 0), 0U);
+    EXPECT_EQ(value.shown(), "binary none/0");
+}
+
+TEST(Variant, mayBeSetFromWhatItHolds)
+{
+    const std::string longText(100, 'x');
+    Value value(cu_Variant_set_string, ("skipped " + longText).c_str());
+    EXPECT_EQ(cu_Variant_set_string(value, value->string + 8), 0U);
+    EXPECT_EQ(value.shown(), "string " + longText);
+    EXPECT_EQ(cu_Variant_clone(value, value), 0U);
+    EXPECT_EQ(value.shown(), "string " + longText);
+    EXPECT_EQ(cu_Variant_set_vector(value, value, 1), 0U);
+    EXPECT_EQ(value.shown(), "vector (string " + longText + ")");
+    EXPECT_EQ(cu_Variant_set_string(value, value->vector.items[0].value.string), 0U);
+    EXPECT_EQ(value.shown(), "string " + longText);
+
+    Value bytes(Value::bytes("abcdef"));
+    EXPECT_EQ(cu_Variant_set_binary(bytes, bytes->binary.data + 2, 3), 0U);
+    EXPECT_EQ(bytes.shown(), "binary [636465]");
+
+    Value tree(Value::vector({value, bytes, Value::vector({bytes, value})}));
+    EXPECT_EQ(cu_Variant_set_vector(tree, &tree->vector.items[1], 2), 0U);
+    EXPECT_EQ(tree.shown(), "vector (" + bytes.shown() + ", vector (" + bytes.shown() + ", " + value.shown() + "))");
+    EXPECT_EQ(cu_Variant_clone(tree, &tree->vector.items[1].value.vector.items[0]), 0U);
+    EXPECT_EQ(tree.shown(), bytes.shown());
+}
+
+TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)
+{
+    const Value number(cu_Variant_set_sint32, 4711);
+    const Value text(cu_Variant_set_string, "text");
+    const Value inner(Value::vector({text, Value::bytes("bytes"), number}));
+    const Value tree(Value::vector({text, inner, Value::vector({inner, text}), inner}));
+    const uint8_t bytes[] = {1, 2};
+    const auto expect = [](const Value& before, auto call, const std::string& afterFailure, const std::string& after,
+                           unsigned requests) {
+        SCOPED_TRACE(after);
+        Value value(before);
+        const unsigned refused = support::exhaust([&] { return call(value); },
+                                                  [&] {
+                                                      EXPECT_EQ(value.shown(), afterFailure);
+                                                      cu_Variant_clone(value, before);
+                                                  });
+        EXPECT_EQ(refused, requests);
+        EXPECT_EQ(value.shown(), after);
+    };
+    expect(
+        text, [&](cu_Variant* v) { return cu_Variant_set_string(v, "other"); }, "null", "string other", 1);
+    expect(
+        text, [&](cu_Variant* v) { return cu_Variant_set_binary(v, bytes, 2); }, "null", "binary [0102]", 1);
+    expect(
+        inner, [&](cu_Variant* v) { return cu_Variant_set_vector(v, tree, 1); }, "null",
+        "vector (" + tree.shown() + ")", 14);
+    expect(
+        inner, [&](cu_Variant* v) { return cu_Variant_clone(v, tree); }, "null", tree.shown(), 13);
+    expect(number, cu_Variant_convert_string, "sint32 4711", "string 4711", 1);
+}
+
+TEST(Variant, aFailureInTheDepthNamesTheWayThere)
+{
+    const Value tree(Value::vector({Value(cu_Variant_set_string, "text")}));
+    Value copy;
+    const support::Injection exhausted("strdup", ENOMEM);
+    EXPECT_FAILURE(cu_Variant_clone(copy, tree), cu_ERROR_COM_MALLOC_FAILED, "cu_Variant_set_string", file, "");
+    std::size_t at = 0;
+    for (const char* function : {"cu_Variant_clone", "cu_Variant_set_vector", "cu_Variant_clone"}) {
+        at = support::trace().find(std::string(function) + "  -  ", at);
+        ASSERT_NE(at, std::string::npos) << support::trace();
+        ++at;
+    }
+}
+
+TEST(Variant, aVectorTooLargeForItsSizeIsRefused)
+{
+    // Its bytes are a multiple of 2^32 and a few.
+    Value value(cu_Variant_set_sint8, 1);
+    EXPECT_FAILURE(cu_Variant_set_vector(value, value, static_cast<uint32_t>((1ULL << 32) / sizeof(cu_Variant)) + 1),
+                   cu_ERROR_COM_MALLOC_FAILED, "cu_Variant_set_vector", file, "");
+    EXPECT_EQ(value.shown(), "null");
+}
+
+bool less(const cu_Variant* a, const cu_Variant* b)
+{
+    bool result = false;
+    EXPECT_EQ(cu_Variant_lessThan(&result, a, b), 0U);
+    return result;
+}
+
+TEST(Variant, comesBeforeAnotherByTypeAndThenByValue)
+{
+    const Value text(cu_Variant_set_string, "b");
+    const Value notANumber(cu_Variant_set_ieee64, NAN);
+    Value noBytes;
+    EXPECT_EQ(cu_Variant_set_binary(noBytes, nullptr, 2), 0U);
+    const Value ascending[] = {
+        {},
+        {cu_Variant_set_bool, false},
+        {cu_Variant_set_bool, true},
+        {cu_Variant_set_sint8, -2},
+        {cu_Variant_set_sint8, 1},
+        {cu_Variant_set_uint8, 0},
+        {cu_Variant_set_uint8, 200},
+        {cu_Variant_set_sint16, INT16_MIN},
+        {cu_Variant_set_sint16, -1},
+        {cu_Variant_set_uint16, 1},
+        {cu_Variant_set_uint16, UINT16_MAX},
+        {cu_Variant_set_sint32, INT32_MIN},
+        {cu_Variant_set_sint32, INT32_MAX},
+        {cu_Variant_set_uint32, 1},
+        {cu_Variant_set_uint32, UINT32_MAX},
+        {cu_Variant_set_sint64, INT64_MIN},
+        {cu_Variant_set_sint64, -1},
+        {cu_Variant_set_sint64, 5},
+        {cu_Variant_set_uint64, 1},
+        {cu_Variant_set_uint64, UINT64_MAX},
+        {cu_Variant_set_ieee32, -INFINITY},
+        {cu_Variant_set_ieee32, -0.5F},
+        {cu_Variant_set_ieee32, 0.25F},
+        {cu_Variant_set_ieee64, -1.5},
+        {cu_Variant_set_ieee64, -1.25},
+        {cu_Variant_set_string, ""},
+        text,
+        {cu_Variant_set_string, "ba"},
+        {cu_Variant_set_string, "b\x80"},
+        Value::bytes("z"),
+        noBytes,
+        Value::bytes({"\0\xFF", 2}),
+        Value::bytes({"\1\0", 2}),
+        Value::bytes("\x80z"),
+        Value::vector({{cu_Variant_set_string, "z"}}),
+        Value::vector({notANumber, {cu_Variant_set_sint8, 1}}),
+        Value::vector({notANumber, {cu_Variant_set_sint8, 2}}),
+        Value::vector({text, text}),
+        Value::vector({text, {cu_Variant_set_string, "c"}}),
+        Value::vector({text, Value::vector({text})}),
+    };
+    for (const Value& a : ascending) {
+        for (const Value& b : ascending)
+            EXPECT_EQ(less(a, b), &a < &b) << a << " and " << b;
+        if (a.shown().starts_with("ieee64")) {
+            EXPECT_FALSE(less(a, notANumber) || less(notANumber, a));
+        }
+    }
+    EXPECT_FALSE(less(notANumber, notANumber));
+}
+
+TEST(Variant, comparingTakesTimeWithTheDepthAndNotWithItsPower)
+{
+    Value a(cu_Variant_set_sint8, 1);
+    Value b(cu_Variant_set_sint8, 2);
+    for (int depth = 0; depth < 100; ++depth) {
+        EXPECT_EQ(cu_Variant_set_vector(a, a, 1), 0U);
+        EXPECT_EQ(cu_Variant_set_vector(b, b, 1), 0U);
+    }
+    EXPECT_TRUE(less(a, b));
+    EXPECT_FALSE(less(b, a));
+    EXPECT_FALSE(less(a, a));
+}
+
+TEST(Variant, twoVectorsWithoutElementsLeaveTheAnswerAsItIs)
+{
+    cu_Variant empty = {cu_VARIANT_VECTOR, {.vector = {nullptr, 0}}};
+    for (bool result : {false, true}) {
+        const bool before = result;
+        EXPECT_EQ(cu_Variant_lessThan(&result, &empty, &empty), 0U);
+        EXPECT_EQ(result, before);
+    }
+    EXPECT_TRUE(less(&empty, Value::vector({Value()})));
+    EXPECT_FALSE(less(Value::vector({Value()}), &empty));
+
+    // Within vectors they are equal.
+    cu_Variant items[2][2] = {{empty, {cu_VARIANT_SINT8, {.sint8 = 1}}}, {empty, {cu_VARIANT_SINT8, {.sint8 = 2}}}};
+    const cu_Variant a = {cu_VARIANT_VECTOR, {.vector = {items[0], 2}}};
+    const cu_Variant b = {cu_VARIANT_VECTOR, {.vector = {items[1], 2}}};
+    EXPECT_TRUE(less(&a, &b));
+    EXPECT_FALSE(less(&b, &a));
+}
+
+} // namespace
