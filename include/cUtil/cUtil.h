@@ -19,6 +19,7 @@
 #include <cUtil/mappedFile.h>
 #include <cUtil/mutex.h>
 #include <cUtil/pointerBuffer.h>
+#include <cUtil/propertyMap.h>
 #include <cUtil/ringBuffer.h>
 #include <cUtil/rpcChannel.h>
 #include <cUtil/rpcQueue.h>
