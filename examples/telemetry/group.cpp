@@ -29,6 +29,12 @@ int64_t elapsed(int64_t from, int64_t to)
     return static_cast<int64_t>(static_cast<uint64_t>(to) - static_cast<uint64_t>(from));
 }
 
+// Per second. An interface that went away takes its bytes along.
+double rate(uint64_t before, uint64_t after, double seconds)
+{
+    return seconds > 0 && after > before ? static_cast<double>(after - before) / seconds : 0;
+}
+
 } // namespace
 
 Group::Group(const Table& table, const Record& base, uint64_t records)
@@ -62,19 +68,41 @@ uintptr_t Group::run(void*, void* me)
 
 void Group::work()
 {
-    Showing showing;
-    showing.base = base_;
-    showing.records = records();
-    for (const Taken& taken : taken_) {
-        showing.last = checked(taken.record);
+    for (Taken& taken : taken_) {
+        taken.record = checked(taken.record);
         latencies_.add(elapsed(taken.record.putAt, taken.takenAt));
-        ++showing.count;
-        showing.busy += showing.last.busy;
-        for (uint32_t i = 0; i < showing.last.coreCount; ++i)
-            showing.busyOfCore[i] += showing.last.busyOfCore[i];
     }
-    if (isComplete())
-        text_ = table_.compose(showing);
+    if (!isComplete())
+        return;
+    Properties shown;
+    summarize(shown);
+    text_ = table_.compose(shown);
+}
+
+// Shares are means over the records, rates are over the time since the last record of the group before.
+void Group::summarize(Properties& shown) const
+{
+    const Record& last = taken_.back().record;
+    const double thousandths = 1000.0 * static_cast<double>(taken_.size());
+    double busy = 0;
+    std::vector<double> busyOfCore(last.coreCount);
+    for (const Taken& taken : taken_) {
+        busy += taken.record.busy / thousandths;
+        for (std::size_t i = 0; i < std::min<std::size_t>(taken.record.coreCount, busyOfCore.size()); ++i)
+            busyOfCore[i] += taken.record.busyOfCore[i] / thousandths;
+    }
+    const double seconds = static_cast<double>(elapsed(base_.putAt, last.putAt)) / 1e9;
+
+    shown.set("time", cu_Variant_set_sint64, last.realTime / 1'000'000'000);
+    shown.set("records", cu_Variant_set_uint64, records());
+    shown.set("lost", cu_Variant_set_uint32, last.lost);
+    shown.set("busy", cu_Variant_set_ieee64, busy);
+    shown.setList("cores", busyOfCore);
+    shown.setList("load", {last.load[0] / 100.0, last.load[1] / 100.0, last.load[2] / 100.0});
+    shown.set("memory.used", cu_Variant_set_uint64, last.memoryUsed);
+    shown.set("memory.total", cu_Variant_set_uint64, last.memoryTotal);
+    shown.set("received", cu_Variant_set_ieee64, rate(base_.received, last.received, seconds));
+    shown.set("sent", cu_Variant_set_ieee64, rate(base_.sent, last.sent, seconds));
 }
 
 } // namespace telemetry

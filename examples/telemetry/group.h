@@ -2,6 +2,7 @@
 #pragma once
 
 #include "latency.h"
+#include "properties.h"
 #include "record.h"
 #include "table.h"
 
@@ -48,6 +49,7 @@ private:
 
     static uintptr_t run(void* runningFlag, void* me);
     void work();
+    void summarize(Properties& shown) const;
 
     const Table& table_;
     Record base_;

@@ -35,9 +35,9 @@ std::string bar(double share, int width)
     return '[' + std::string(filled, '#') + std::string(static_cast<std::size_t>(width) - filled, '.') + ']';
 }
 
-std::string timeOfDay(int64_t nanoseconds)
+std::string timeOfDay(double time)
 {
-    const auto seconds = static_cast<time_t>(nanoseconds / 1'000'000'000);
+    const auto seconds = static_cast<time_t>(static_cast<int64_t>(time));
     tm local{};
     char text[16] = "--:--:--";
     if (localtime_r(&seconds, &local) != nullptr)
@@ -46,10 +46,8 @@ std::string timeOfDay(int64_t nanoseconds)
 }
 
 /// Ten characters.
-std::string rate(uint64_t before, uint64_t after, double seconds)
+std::string rate(double value)
 {
-    // An interface that went away takes its bytes along.
-    double value = seconds > 0 && after > before ? static_cast<double>(after - before) / seconds : 0;
     const char* unit = " B/s";
     for (const char* larger : {"kB/s", "MB/s", "GB/s"}) {
         if (value < 1000)
@@ -62,61 +60,51 @@ std::string rate(uint64_t before, uint64_t after, double seconds)
     return text;
 }
 
-double shareOf(uint64_t used, uint64_t total)
+double gibibytes(double bytes)
 {
-    return total == 0 ? 0 : static_cast<double>(used) / static_cast<double>(total);
+    return bytes / (1U << 30);
 }
 
-double gibibytes(uint64_t bytes)
+std::string composeLine(const Properties& shown)
 {
-    return static_cast<double>(bytes) / (1U << 30);
-}
-
-double secondsBetween(const Record& first, const Record& last)
-{
-    return static_cast<double>(static_cast<uint64_t>(last.putAt) - static_cast<uint64_t>(first.putAt)) / 1e9;
-}
-
-std::string composeLine(const Showing& showing)
-{
-    const Record& record = showing.last;
-    const double busy = static_cast<double>(showing.busy) / 1000 / showing.count;
-    const double seconds = secondsBetween(showing.base, record);
+    const double busy = shown.number("busy");
     std::string text;
-    append(text, "%s  %s %5.1f%%  %5.1f of %5.1f GiB  %s %s\n", timeOfDay(record.realTime).c_str(),
-           bar(busy, 15).c_str(), busy * 100, gibibytes(record.memoryUsed), gibibytes(record.memoryTotal),
-           rate(showing.base.received, record.received, seconds).c_str(),
-           rate(showing.base.sent, record.sent, seconds).c_str());
+    append(text, "%s  %s %5.1f%%  %5.1f of %5.1f GiB  %s %s\n", timeOfDay(shown.number("time")).c_str(),
+           bar(busy, 15).c_str(), busy * 100, gibibytes(shown.number("memory.used")),
+           gibibytes(shown.number("memory.total")), rate(shown.number("received")).c_str(),
+           rate(shown.number("sent")).c_str());
     return text;
 }
 
-std::string composeDrawing(const Showing& showing)
+std::string composeDrawing(const Properties& shown)
 {
     constexpr int width = 46;
-    constexpr uint32_t coresInLine = 12;
+    constexpr std::size_t coresInLine = 12;
     constexpr char endOfLine[] = "\033[K\n"; // clears what an earlier drawing left there
-    const Record& record = showing.last;
-    const double busy = static_cast<double>(showing.busy) / 1000 / showing.count;
-    const double seconds = secondsBetween(showing.base, record);
+    const double busy = shown.number("busy");
+    const double used = shown.number("memory.used");
+    const double total = shown.number("memory.total");
 
     std::string text;
-    append(text, "time       %s   %" PRIu64 " records, %" PRIu32 " lost%s", timeOfDay(record.realTime).c_str(),
-           showing.records, record.lost, endOfLine);
+    append(text, "time       %s   %s records, %s lost%s", timeOfDay(shown.number("time")).c_str(),
+           shown.text("records").c_str(), shown.text("lost").c_str(), endOfLine);
     append(text, "processor  %s %5.1f%%%s", bar(busy, width).c_str(), busy * 100, endOfLine);
-    for (uint32_t i = 0; i < record.coreCount; ++i) {
+    const std::vector<double> cores = shown.list("cores");
+    for (std::size_t i = 0; i < cores.size(); ++i) {
         if (i % coresInLine == 0)
             text += i == 0 ? "  cores    " : "           ";
-        append(text, "%4.0f%%", static_cast<double>(showing.busyOfCore[i]) / 10 / showing.count);
-        if (i % coresInLine == coresInLine - 1 || i == record.coreCount - 1U)
+        append(text, "%4.0f%%", cores[i] * 100);
+        if (i % coresInLine == coresInLine - 1 || i == cores.size() - 1)
             text += endOfLine;
     }
-    append(text, "memory     %s %5.1f of %5.1f GiB%s",
-           bar(shareOf(record.memoryUsed, record.memoryTotal), width).c_str(), gibibytes(record.memoryUsed),
-           gibibytes(record.memoryTotal), endOfLine);
-    append(text, "load       %.2f  %.2f  %.2f%s", record.load[0] / 100.0, record.load[1] / 100.0,
-           record.load[2] / 100.0, endOfLine);
-    append(text, "network    %s received  %s sent%s", rate(showing.base.received, record.received, seconds).c_str(),
-           rate(showing.base.sent, record.sent, seconds).c_str(), endOfLine);
+    append(text, "memory     %s %5.1f of %5.1f GiB%s", bar(total > 0 ? used / total : 0, width).c_str(),
+           gibibytes(used), gibibytes(total), endOfLine);
+    text += "load     ";
+    for (const double load : shown.list("load"))
+        append(text, "  %.2f", load);
+    text += endOfLine;
+    append(text, "network    %s received  %s sent%s", rate(shown.number("received")).c_str(),
+           rate(shown.number("sent")).c_str(), endOfLine);
     return text;
 }
 
@@ -133,9 +121,9 @@ int64_t Table::period() const
     return inPlace_ ? inPlacePeriod : linePeriod;
 }
 
-std::string Table::compose(const Showing& showing) const
+std::string Table::compose(const Properties& shown) const
 {
-    return inPlace_ ? composeDrawing(showing) : composeLine(showing);
+    return inPlace_ ? composeDrawing(shown) : composeLine(shown);
 }
 
 void Table::print(const std::string& text)

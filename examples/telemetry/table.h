@@ -1,23 +1,13 @@
 // The values on the screen: drawn in place on a terminal, else one line each second.
 #pragma once
 
-#include "record.h"
+#include "properties.h"
 
 #include <cstdint>
 #include <string>
 
 namespace telemetry
 {
-
-/// What one showing tells: the means over some records in succession.
-struct Showing {
-    Record base{};        ///< What the rates are reckoned from: the last record of the showing before.
-    Record last{};        ///< The newest record.
-    uint64_t records = 0; ///< Of the run, up to the newest.
-    uint32_t count = 0;   ///< Records that the sums are of.
-    uint64_t busy = 0;    ///< Sums of thousandths.
-    uint64_t busyOfCore[maxCores] = {};
-};
 
 class Table
 {
@@ -27,8 +17,10 @@ public:
     /// Nanoseconds from showing to showing.
     int64_t period() const;
 
-    /// Composes what is to be shown. Any thread may call it.
-    std::string compose(const Showing& showing) const;
+    /// Composes what is to be shown: "time" in seconds since the epoch, "records" and "lost" of the run, "busy" and
+    /// "cores" as shares of 1, "memory.used" and "memory.total" in bytes, "load" as three averages, "received" and
+    /// "sent" in bytes per second. Any thread may call it.
+    std::string compose(const Properties& shown) const;
 
     /// Writes what was composed. In order, by one thread.
     void print(const std::string& text);
