@@ -19,56 +19,50 @@
 namespace support
 {
 
-/// The type and the value in one line: "sint8 -128", "binary [616263]", "vector (null, bool 1)".
+inline constexpr const char* typeNames[] = {"null",   "bool",   "sint8",  "uint8",  "sint16",
+                                            "uint16", "sint32", "uint32", "sint64", "uint64",
+                                            "ieee32", "ieee64", "string", "binary", "vector"};
+
+/// The type and the value in one line: "sint8 -128", "binary [616263]", "vector (null, bool true)".
 inline std::string show(const cu_Variant& variant)
 {
     const cu_VariantValue& value = variant.value;
     std::ostringstream text;
+    text << typeNames[variant.type] << (variant.type != cu_VARIANT_NULL ? " " : "");
     switch (variant.type) {
     case cu_VARIANT_NULL:
-        return "null";
-    case cu_VARIANT_BOOL:
-        return "bool " + std::to_string(value.boolean);
-    case cu_VARIANT_SINT8:
-        return "sint8 " + std::to_string(value.sint8);
-    case cu_VARIANT_UINT8:
-        return "uint8 " + std::to_string(value.uint8);
-    case cu_VARIANT_SINT16:
-        return "sint16 " + std::to_string(value.sint16);
-    case cu_VARIANT_UINT16:
-        return "uint16 " + std::to_string(value.uint16);
-    case cu_VARIANT_SINT32:
-        return "sint32 " + std::to_string(value.sint32);
-    case cu_VARIANT_UINT32:
-        return "uint32 " + std::to_string(value.uint32);
-    case cu_VARIANT_SINT64:
-        return "sint64 " + std::to_string(value.sint64);
-    case cu_VARIANT_UINT64:
-        return "uint64 " + std::to_string(value.uint64);
+        break;
     case cu_VARIANT_IEEE32:
-        text << "ieee32 " << std::setprecision(9) << value.ieee32;
+        text << std::setprecision(9) << value.ieee32;
         break;
     case cu_VARIANT_IEEE64:
-        text << "ieee64 " << std::setprecision(17) << value.ieee64;
+        text << std::setprecision(17) << value.ieee64;
         break;
     case cu_VARIANT_STRING:
-        return std::string("string ") + value.string;
+        text << value.string;
+        break;
     case cu_VARIANT_BINARY:
-        if (value.binary.data == nullptr)
-            return "binary none/" + std::to_string(value.binary.length);
-        text << "binary [" << std::hex << std::uppercase << std::setfill('0');
+        if (value.binary.data == nullptr) {
+            text << "none/" << value.binary.length;
+            break;
+        }
+        text << '[' << std::hex << std::uppercase << std::setfill('0');
         for (uint32_t at = 0; at < value.binary.length; ++at)
             text << std::setw(2) << unsigned{value.binary.data[at]};
         text << ']';
         break;
     case cu_VARIANT_VECTOR:
-        text << "vector (";
+        text << '(';
         for (uint32_t at = 0; at < value.vector.count; ++at)
             text << (at != 0 ? ", " : "") << show(value.vector.items[at]);
         text << ')';
         break;
-    default:
-        text << "type " << variant.type;
+    default: {
+        cu_Variant copy = variant; // a boolean or an integer owns nothing
+        EXPECT_EQ(cu_Variant_convert_string(&copy), 0U);
+        text << copy.value.string;
+        EXPECT_EQ(cu_Variant_free(&copy), 0U);
+    }
     }
     return text.str();
 }

@@ -1,6 +1,5 @@
 #include "variantCases.h"
 
-#include <cerrno>
 #include <cmath>
 #include <limits>
 #include <sstream>
@@ -8,22 +7,16 @@
 namespace
 {
 
+using support::typeNames;
 using support::Value;
 
 constexpr char file[] = "src/cUtil/variant";
 
-using Member = cu_ErrorCode(cu_Variant*);
-struct Type {
-    const char* name;
-    Member* convert;
-};
-const Type types[] = {
-    {"null", cu_Variant_convert_null},     {"bool", cu_Variant_convert_bool},     {"sint8", cu_Variant_convert_sint8},
-    {"uint8", cu_Variant_convert_uint8},   {"sint16", cu_Variant_convert_sint16}, {"uint16", cu_Variant_convert_uint16},
-    {"sint32", cu_Variant_convert_sint32}, {"uint32", cu_Variant_convert_uint32}, {"sint64", cu_Variant_convert_sint64},
-    {"uint64", cu_Variant_convert_uint64}, {"ieee32", cu_Variant_convert_ieee32}, {"ieee64", cu_Variant_convert_ieee64},
-    {"string", cu_Variant_convert_string}, {"binary", cu_Variant_convert_binary}, {"vector", cu_Variant_convert_vector},
-};
+cu_ErrorCode (*const conversions[])(cu_Variant*) = {
+    cu_Variant_convert_null,   cu_Variant_convert_bool,   cu_Variant_convert_sint8,  cu_Variant_convert_uint8,
+    cu_Variant_convert_sint16, cu_Variant_convert_uint16, cu_Variant_convert_sint32, cu_Variant_convert_uint32,
+    cu_Variant_convert_sint64, cu_Variant_convert_uint64, cu_Variant_convert_ieee32, cu_Variant_convert_ieee64,
+    cu_Variant_convert_string, cu_Variant_convert_binary, cu_Variant_convert_vector};
 
 // What a value becomes as each type from bool on; - where it does not, ! where the text cannot be read.
 struct Row {
@@ -34,125 +27,103 @@ const Row rows[] = {
     // clang-format off
     {{}, "- - - - - - - - - - - - - -"},
     //                           bool sint8 uint8 sint16 uint16 sint32 uint32 sint64 uint64 ieee32 ieee64 string binary vector
-    {{cu_Variant_set_bool, false}, "0 0 0 0 0 0 0 0 0 0 0 false - -"},
-    {{cu_Variant_set_bool, true}, "1 1 1 1 1 1 1 1 1 1 1 true - -"},
-    {{cu_Variant_set_sint8, INT8_MIN}, "1 -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
-    {{cu_Variant_set_sint8, -1}, "1 -1 - -1 - -1 - -1 - -1 -1 -1 - -"},
-    {{cu_Variant_set_sint8, INT8_MAX}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint8, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint8, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
-    {{cu_Variant_set_uint8, UINT8_MAX}, "1 - 255 255 255 255 255 255 255 255 255 255 - -"},
-    {{cu_Variant_set_sint16, INT16_MIN}, "1 - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
-    {{cu_Variant_set_sint16, -129}, "1 - - -129 - -129 - -129 - -129 -129 -129 - -"},
-    {{cu_Variant_set_sint16, -128}, "1 -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
-    {{cu_Variant_set_sint16, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
-    {{cu_Variant_set_sint16, 256}, "1 - - 256 256 256 256 256 256 256 256 256 - -"},
-    {{cu_Variant_set_sint16, INT16_MAX}, "1 - - 32767 32767 32767 32767 32767 32767 32767 32767 32767 - -"},
-    {{cu_Variant_set_uint16, 0}, "0 0 0 0 0 0 0 0 0 0 0 0 - -"},
-    {{cu_Variant_set_uint16, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint16, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
-    {{cu_Variant_set_uint16, 256}, "1 - - 256 256 256 256 256 256 256 256 256 - -"},
-    {{cu_Variant_set_uint16, 0x8000}, "1 - - - 32768 32768 32768 32768 32768 32768 32768 32768 - -"},
-    {{cu_Variant_set_uint16, UINT16_MAX}, "1 - - - 65535 65535 65535 65535 65535 65535 65535 65535 - -"},
-    {{cu_Variant_set_sint32, INT32_MIN}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
-    {{cu_Variant_set_sint32, -32769}, "1 - - - - -32769 - -32769 - -32769 -32769 -32769 - -"},
-    {{cu_Variant_set_sint32, -32768}, "1 - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
-    {{cu_Variant_set_sint32, 65536}, "1 - - - - 65536 65536 65536 65536 65536 65536 65536 - -"},
-    {{cu_Variant_set_sint32, INT32_MAX}, "1 - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
-    {{cu_Variant_set_uint32, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint32, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
-    {{cu_Variant_set_uint32, 0x7FFF'FFFF}, "1 - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
-    {{cu_Variant_set_uint32, 0x8000'0000}, "1 - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
-    {{cu_Variant_set_uint32, UINT32_MAX}, "1 - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
-    {{cu_Variant_set_sint64, INT64_MIN}, "1 - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808 - -"},
-    {{cu_Variant_set_sint64, -0x8000'0001LL}, "1 - - - - - - -2147483649 - -2.14748365e+09 -2147483649 -2147483649 - -"},
-    {{cu_Variant_set_sint64, -0x8000'0000LL}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
-    {{cu_Variant_set_sint64, -128}, "1 -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
-    {{cu_Variant_set_sint64, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_sint64, 0x8000'0000LL}, "1 - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
-    {{cu_Variant_set_sint64, 0x1'0000'0000LL}, "1 - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
-    {{cu_Variant_set_sint64, 0x4000'0040'0000'0001LL}, "1 - - - - - - 4611686293305294849 4611686293305294849 4.61168657e+18 4.6116862933052948e+18 4611686293305294849 - -"},
-    {{cu_Variant_set_sint64, -0x4000'0040'0000'0001LL}, "1 - - - - - - -4611686293305294849 - -4.61168657e+18 -4.6116862933052948e+18 -4611686293305294849 - -"},
-    {{cu_Variant_set_sint64, INT64_MAX}, "1 - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
-    {{cu_Variant_set_uint64, 127}, "1 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint64, 128}, "1 - 128 128 128 128 128 128 128 128 128 128 - -"},
-    {{cu_Variant_set_uint64, UINT32_MAX}, "1 - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
-    {{cu_Variant_set_uint64, 0x1'0000'0000ULL}, "1 - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
-    {{cu_Variant_set_uint64, INT64_MAX}, "1 - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
-    {{cu_Variant_set_uint64, 0x8000'0000'0000'0000ULL}, "1 - - - - - - - 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808 - -"},
-    {{cu_Variant_set_uint64, 0x8000'0080'0000'0001ULL}, "1 - - - - - - - 9223372586610589697 9.22337314e+18 9.2233725866105897e+18 9223372586610589697 - -"},
-    {{cu_Variant_set_uint64, UINT64_MAX}, "1 - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551615 - -"},
-    {{cu_Variant_set_ieee32, -0.0F}, "0 0 0 0 0 0 0 0 0 -0 -0 -0.000000 - -"},
-    {{cu_Variant_set_ieee32, 0.5F}, "1 0 0 0 0 0 0 0 0 0.5 0.5 0.500000 - -"},
-    {{cu_Variant_set_ieee32, -0.5F}, "1 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
-    {{cu_Variant_set_ieee32, 1.5F}, "1 1 1 1 1 1 1 1 1 1.5 1.5 1.500000 - -"},
-    {{cu_Variant_set_ieee32, -1.5F}, "1 -1 - -1 - -1 - -1 - -1.5 -1.5 -1.500000 - -"},
-    {{cu_Variant_set_ieee32, 127.0F}, "1 127 127 127 127 127 127 127 127 127 127 127.000000 - -"},
-    {{cu_Variant_set_ieee32, 127.5F}, "1 - 127 127 127 127 127 127 127 127.5 127.5 127.500000 - -"},
-    {{cu_Variant_set_ieee32, -128.0F}, "1 -128 - -128 - -128 - -128 - -128 -128 -128.000000 - -"},
-    {{cu_Variant_set_ieee32, -128.5F}, "1 - - -128 - -128 - -128 - -128.5 -128.5 -128.500000 - -"},
-    {{cu_Variant_set_ieee32, 255.5F}, "1 - - 255 255 255 255 255 255 255.5 255.5 255.500000 - -"},
-    {{cu_Variant_set_ieee32, -32768.5F}, "1 - - - - -32768 - -32768 - -32768.5 -32768.5 -32768.500000 - -"},
-    {{cu_Variant_set_ieee32, 32767.5F}, "1 - - - 32767 32767 32767 32767 32767 32767.5 32767.5 32767.500000 - -"},
-    {{cu_Variant_set_ieee32, 65535.5F}, "1 - - - - 65535 65535 65535 65535 65535.5 65535.5 65535.500000 - -"},
-    {{cu_Variant_set_ieee32, -0x1p31F}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.fffffep30F}, "1 - - - - 2147483520 2147483520 2147483520 2147483520 2.14748352e+09 2147483520 2147483520.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1p31F}, "1 - - - - 2147483647 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p31F}, "1 - - - - - 2147483904 2147483904 2147483904 2.1474839e+09 2147483904 2147483904.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1p32F}, "1 - - - - - 4294967295 4294967296 4294967296 4.2949673e+09 4294967296 4294967296.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p32F}, "1 - - - - - - 4294967808 4294967808 4.29496781e+09 4294967808 4294967808.000000 - -"},
-    {{cu_Variant_set_ieee32, -0x1p63F}, "1 - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee32, -0x1.000002p63F}, "1 - - - - - - - - -9.22337314e+18 -9.2233731363664036e+18 -9223373136366403584.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1p63F}, "1 - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p63F}, "1 - - - - - - - 9223373136366403584 9.22337314e+18 9.2233731363664036e+18 9223373136366403584.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1p64F}, "1 - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p64F}, "1 - - - - - - - - 1.84467463e+19 1.8446746272732807e+19 18446746272732807168.000000 - -"},
-    {{cu_Variant_set_ieee32, INFINITY}, "1 - - - - - - - - inf inf inf - -"},
-    {{cu_Variant_set_ieee32, -INFINITY}, "1 - - - - - - - - -inf -inf -inf - -"},
-    {{cu_Variant_set_ieee32, NAN}, "1 0 0 0 0 0 0 0 0 nan nan nan - -"},
-    {{cu_Variant_set_ieee64, 0.1}, "1 0 0 0 0 0 0 0 0 0.100000001 0.10000000000000001 0.100000 - -"},
-    {{cu_Variant_set_ieee64, -0.9}, "1 0 - 0 - 0 - 0 - -0.899999976 -0.90000000000000002 -0.900000 - -"},
-    {{cu_Variant_set_ieee64, 127.0}, "1 127 127 127 127 127 127 127 127 127 127 127.000000 - -"},
-    {{cu_Variant_set_ieee64, 127.9}, "1 - 127 127 127 127 127 127 127 127.900002 127.90000000000001 127.900000 - -"},
-    {{cu_Variant_set_ieee64, -127.9}, "1 -127 - -127 - -127 - -127 - -127.900002 -127.90000000000001 -127.900000 - -"},
-    {{cu_Variant_set_ieee64, -128.9}, "1 - - -128 - -128 - -128 - -128.899994 -128.90000000000001 -128.900000 - -"},
-    {{cu_Variant_set_ieee64, 255.1}, "1 - - 255 255 255 255 255 255 255.100006 255.09999999999999 255.100000 - -"},
-    {{cu_Variant_set_ieee64, 254.9}, "1 - 254 254 254 254 254 254 254 254.899994 254.90000000000001 254.900000 - -"},
-    {{cu_Variant_set_ieee64, 32767.0}, "1 - - 32767 32767 32767 32767 32767 32767 32767 32767 32767.000000 - -"},
-    {{cu_Variant_set_ieee64, -32768.1}, "1 - - - - -32768 - -32768 - -32768.1016 -32768.099999999999 -32768.100000 - -"},
-    {{cu_Variant_set_ieee64, 65535.0}, "1 - - - 65535 65535 65535 65535 65535 65535 65535 65535.000000 - -"},
-    {{cu_Variant_set_ieee64, 65535.1}, "1 - - - - 65535 65535 65535 65535 65535.1016 65535.099999999999 65535.100000 - -"},
-    {{cu_Variant_set_ieee64, -2147483648.0}, "1 - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
-    {{cu_Variant_set_ieee64, -2147483648.5}, "1 - - - - - - -2147483648 - -2.14748365e+09 -2147483648.5 -2147483648.500000 - -"},
-    {{cu_Variant_set_ieee64, 2147483647.0}, "1 - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647.000000 - -"},
-    {{cu_Variant_set_ieee64, 2147483647.5}, "1 - - - - - 2147483647 2147483647 2147483647 2.14748365e+09 2147483647.5 2147483647.500000 - -"},
-    {{cu_Variant_set_ieee64, 4294967295.0}, "1 - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295.000000 - -"},
-    {{cu_Variant_set_ieee64, 4294967295.5}, "1 - - - - - - 4294967295 4294967295 4.2949673e+09 4294967295.5 4294967295.500000 - -"},
-    {{cu_Variant_set_ieee64, 0x1.fffffffffffffp62}, "1 - - - - - - 9223372036854774784 9223372036854774784 9.22337204e+18 9.2233720368547748e+18 9223372036854774784.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1p63}, "1 - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1.0000000000001p63}, "1 - - - - - - - 9223372036854777856 9.22337204e+18 9.2233720368547779e+18 9223372036854777856.000000 - -"},
-    {{cu_Variant_set_ieee64, -0x1p63}, "1 - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee64, -0x1.0000000000001p63}, "1 - - - - - - - - -9.22337204e+18 -9.2233720368547779e+18 -9223372036854777856.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1p64}, "1 - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1.0000000000001p64}, "1 - - - - - - - - 1.84467441e+19 1.8446744073709556e+19 18446744073709555712.000000 - -"},
-    {{cu_Variant_set_ieee64, 1e39}, "1 - - - - - - - - inf 9.9999999999999994e+38 999999999999999939709166371603178586112.000000 - -"},
-    {{cu_Variant_set_ieee64, 1e-50}, "1 0 0 0 0 0 0 0 0 0 1e-50 0.000000 - -"},
-    {{cu_Variant_set_ieee64, INFINITY}, "1 - - - - - - - - inf inf inf - -"},
-    {{cu_Variant_set_ieee64, -INFINITY}, "1 - - - - - - - - -inf -inf -inf - -"},
-    {{cu_Variant_set_ieee64, NAN}, "1 0 0 0 0 0 0 0 0 nan nan nan - -"},
-    {{cu_Variant_set_string, "1"}, "1 1 1 1 1 1 1 1 1 1 1 1 [31] -"},
-    {{cu_Variant_set_string, "TRUE"}, "1 ! ! ! ! ! ! ! ! ! ! TRUE [54525545] -"},
+    {{cu_Variant_set_bool, false}, "false 0 0 0 0 0 0 0 0 0 0 false - -"},
+    {{cu_Variant_set_bool, true}, "true 1 1 1 1 1 1 1 1 1 1 true - -"},
+    {{cu_Variant_set_sint8, INT8_MIN}, "true -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
+    {{cu_Variant_set_sint8, -1}, "true -1 - -1 - -1 - -1 - -1 -1 -1 - -"},
+    {{cu_Variant_set_sint8, INT8_MAX}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint8, 128}, "true - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_uint8, UINT8_MAX}, "true - 255 255 255 255 255 255 255 255 255 255 - -"},
+    {{cu_Variant_set_sint16, INT16_MIN}, "true - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
+    {{cu_Variant_set_sint16, -129}, "true - - -129 - -129 - -129 - -129 -129 -129 - -"},
+    {{cu_Variant_set_sint16, 128}, "true - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_sint16, INT16_MAX}, "true - - 32767 32767 32767 32767 32767 32767 32767 32767 32767 - -"},
+    {{cu_Variant_set_uint16, 0}, "false 0 0 0 0 0 0 0 0 0 0 0 - -"},
+    {{cu_Variant_set_uint16, 256}, "true - - 256 256 256 256 256 256 256 256 256 - -"},
+    {{cu_Variant_set_uint16, 0x8000}, "true - - - 32768 32768 32768 32768 32768 32768 32768 32768 - -"},
+    {{cu_Variant_set_uint16, UINT16_MAX}, "true - - - 65535 65535 65535 65535 65535 65535 65535 65535 - -"},
+    {{cu_Variant_set_sint32, INT32_MIN}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
+    {{cu_Variant_set_sint32, -32769}, "true - - - - -32769 - -32769 - -32769 -32769 -32769 - -"},
+    {{cu_Variant_set_sint32, INT32_MAX}, "true - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
+    {{cu_Variant_set_uint32, 0x8000'0000}, "true - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
+    {{cu_Variant_set_uint32, UINT32_MAX}, "true - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
+    {{cu_Variant_set_sint64, INT64_MIN}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808 - -"},
+    {{cu_Variant_set_sint64, -0x8000'0001LL}, "true - - - - - - -2147483649 - -2.14748365e+09 -2147483649 -2147483649 - -"},
+    {{cu_Variant_set_sint64, -0x8000'0000LL}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
+    {{cu_Variant_set_sint64, 0x8000'0000LL}, "true - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
+    {{cu_Variant_set_sint64, 0x1'0000'0000LL}, "true - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
+    {{cu_Variant_set_sint64, 0x4000'0040'0000'0001LL}, "true - - - - - - 4611686293305294849 4611686293305294849 4.61168657e+18 4.6116862933052948e+18 4611686293305294849 - -"},
+    {{cu_Variant_set_sint64, -0x4000'0040'0000'0001LL}, "true - - - - - - -4611686293305294849 - -4.61168657e+18 -4.6116862933052948e+18 -4611686293305294849 - -"},
+    {{cu_Variant_set_sint64, INT64_MAX}, "true - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
+    {{cu_Variant_set_uint64, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint64, 128}, "true - 128 128 128 128 128 128 128 128 128 128 - -"},
+    {{cu_Variant_set_uint64, 0x1'0000'0000ULL}, "true - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
+    {{cu_Variant_set_uint64, 0x8000'0000'0000'0000ULL}, "true - - - - - - - 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808 - -"},
+    {{cu_Variant_set_uint64, 0x8000'0080'0000'0001ULL}, "true - - - - - - - 9223372586610589697 9.22337314e+18 9.2233725866105897e+18 9223372586610589697 - -"},
+    {{cu_Variant_set_uint64, UINT64_MAX}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551615 - -"},
+    {{cu_Variant_set_ieee32, -0.0F}, "false 0 0 0 0 0 0 0 0 -0 -0 -0.000000 - -"},
+    {{cu_Variant_set_ieee32, 0.5F}, "true 0 0 0 0 0 0 0 0 0.5 0.5 0.500000 - -"},
+    {{cu_Variant_set_ieee32, -0.5F}, "true 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
+    {{cu_Variant_set_ieee32, 1.5F}, "true 1 1 1 1 1 1 1 1 1.5 1.5 1.500000 - -"},
+    {{cu_Variant_set_ieee32, 127.5F}, "true - 127 127 127 127 127 127 127 127.5 127.5 127.500000 - -"},
+    {{cu_Variant_set_ieee32, -128.5F}, "true - - -128 - -128 - -128 - -128.5 -128.5 -128.500000 - -"},
+    {{cu_Variant_set_ieee32, 32767.5F}, "true - - - 32767 32767 32767 32767 32767 32767.5 32767.5 32767.500000 - -"},
+    {{cu_Variant_set_ieee32, -0x1p31F}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.fffffep30F}, "true - - - - 2147483520 2147483520 2147483520 2147483520 2.14748352e+09 2147483520 2147483520.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p31F}, "true - - - - 2147483647 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p31F}, "true - - - - - 2147483904 2147483904 2147483904 2.1474839e+09 2147483904 2147483904.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p32F}, "true - - - - - 4294967295 4294967296 4294967296 4.2949673e+09 4294967296 4294967296.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p32F}, "true - - - - - - 4294967808 4294967808 4.29496781e+09 4294967808 4294967808.000000 - -"},
+    {{cu_Variant_set_ieee32, -0x1p63F}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee32, -0x1.000002p63F}, "true - - - - - - - - -9.22337314e+18 -9.2233731363664036e+18 -9223373136366403584.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p63F}, "true - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p63F}, "true - - - - - - - 9223373136366403584 9.22337314e+18 9.2233731363664036e+18 9223373136366403584.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1p64F}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
+    {{cu_Variant_set_ieee32, 0x1.000002p64F}, "true - - - - - - - - 1.84467463e+19 1.8446746272732807e+19 18446746272732807168.000000 - -"},
+    {{cu_Variant_set_ieee32, INFINITY}, "true - - - - - - - - inf inf inf - -"},
+    {{cu_Variant_set_ieee32, -INFINITY}, "true - - - - - - - - -inf -inf -inf - -"},
+    {{cu_Variant_set_ieee32, NAN}, "true 0 0 0 0 0 0 0 0 nan nan nan - -"},
+    {{cu_Variant_set_ieee64, 0.1}, "true 0 0 0 0 0 0 0 0 0.100000001 0.10000000000000001 0.100000 - -"},
+    {{cu_Variant_set_ieee64, -0.9}, "true 0 - 0 - 0 - 0 - -0.899999976 -0.90000000000000002 -0.900000 - -"},
+    {{cu_Variant_set_ieee64, 127.0}, "true 127 127 127 127 127 127 127 127 127 127 127.000000 - -"},
+    {{cu_Variant_set_ieee64, 127.9}, "true - 127 127 127 127 127 127 127 127.900002 127.90000000000001 127.900000 - -"},
+    {{cu_Variant_set_ieee64, -128.9}, "true - - -128 - -128 - -128 - -128.899994 -128.90000000000001 -128.900000 - -"},
+    {{cu_Variant_set_ieee64, 255.1}, "true - - 255 255 255 255 255 255 255.100006 255.09999999999999 255.100000 - -"},
+    {{cu_Variant_set_ieee64, -32768.1}, "true - - - - -32768 - -32768 - -32768.1016 -32768.099999999999 -32768.100000 - -"},
+    {{cu_Variant_set_ieee64, 65535.1}, "true - - - - 65535 65535 65535 65535 65535.1016 65535.099999999999 65535.100000 - -"},
+    {{cu_Variant_set_ieee64, -2147483648.0}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
+    {{cu_Variant_set_ieee64, -2147483648.5}, "true - - - - - - -2147483648 - -2.14748365e+09 -2147483648.5 -2147483648.500000 - -"},
+    {{cu_Variant_set_ieee64, 2147483647.0}, "true - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647.000000 - -"},
+    {{cu_Variant_set_ieee64, 2147483647.5}, "true - - - - - 2147483647 2147483647 2147483647 2.14748365e+09 2147483647.5 2147483647.500000 - -"},
+    {{cu_Variant_set_ieee64, 4294967295.0}, "true - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295.000000 - -"},
+    {{cu_Variant_set_ieee64, 4294967295.5}, "true - - - - - - 4294967295 4294967295 4.2949673e+09 4294967295.5 4294967295.500000 - -"},
+    {{cu_Variant_set_ieee64, 0x1.fffffffffffffp62}, "true - - - - - - 9223372036854774784 9223372036854774784 9.22337204e+18 9.2233720368547748e+18 9223372036854774784.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1p63}, "true - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1.0000000000001p63}, "true - - - - - - - 9223372036854777856 9.22337204e+18 9.2233720368547779e+18 9223372036854777856.000000 - -"},
+    {{cu_Variant_set_ieee64, -0x1p63}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
+    {{cu_Variant_set_ieee64, -0x1.0000000000001p63}, "true - - - - - - - - -9.22337204e+18 -9.2233720368547779e+18 -9223372036854777856.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1p64}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
+    {{cu_Variant_set_ieee64, 0x1.0000000000001p64}, "true - - - - - - - - 1.84467441e+19 1.8446744073709556e+19 18446744073709555712.000000 - -"},
+    {{cu_Variant_set_ieee64, 1e39}, "true - - - - - - - - inf 9.9999999999999994e+38 999999999999999939709166371603178586112.000000 - -"},
+    {{cu_Variant_set_ieee64, 1e-50}, "true 0 0 0 0 0 0 0 0 0 1e-50 0.000000 - -"},
+    {{cu_Variant_set_ieee64, INFINITY}, "true - - - - - - - - inf inf inf - -"},
+    {{cu_Variant_set_ieee64, NAN}, "true 0 0 0 0 0 0 0 0 nan nan nan - -"},
+    {{cu_Variant_set_string, "1"}, "true 1 1 1 1 1 1 1 1 1 1 1 [31] -"},
+    {{cu_Variant_set_string, "TRUE"}, "true ! ! ! ! ! ! ! ! ! ! TRUE [54525545] -"},
     {{cu_Variant_set_string, "-128"}, "! -128 ! -128 ! -128 ! -128 ! -128 -128 -128 [2D313238] -"},
-    {{cu_Variant_set_string, "128"}, "! ! 128 128 128 128 128 128 128 128 128 128 [313238] -"},
     {{cu_Variant_set_string, "0x10"}, "! 16 16 16 16 16 16 16 16 16 16 0x10 [30783130] -"},
     {{cu_Variant_set_string, "12.0"}, "! 12 12 12 12 12 12 12 12 12 12 12.0 [31322E30] -"},
     {{cu_Variant_set_string, "12.5"}, "! ! ! ! ! ! ! ! ! 12.5 12.5 12.5 [31322E35] -"},
     {{cu_Variant_set_string, "1e39"}, "! ! ! ! ! ! ! ! ! inf 9.9999999999999994e+38 1e39 [31653339] -"},
-    {{cu_Variant_set_string, "1e999"}, "! ! ! ! ! ! ! ! ! ! ! 1e999 [3165393939] -"},
     {Value::bytes({"1\0", 2}), "- - - - - - - - - - - - [3100] -"},
     {Value::vector({Value()}), "- - - - - - - - - - - - - (null)"},
     // clang-format on
 };
+
+cu_VariantType is(const cu_Variant* variant)
+{
+    return variant->type;
+}
 
 TEST(Variant, becomesAnyOtherTypeOrStaysAsItIs)
 {
@@ -161,13 +132,13 @@ TEST(Variant, becomesAnyOtherTypeOrStaysAsItIs)
         std::string expected;
         for (uint32_t type = cu_VARIANT_BOOL; results >> expected; ++type) {
             for (const bool dispatched : {false, true}) {
-                SCOPED_TRACE(row.source.shown() + " to " + types[type].name + (dispatched ? ", dispatched" : ""));
-                const std::string member = std::string("cu_Variant_convert_") + types[type].name;
+                SCOPED_TRACE(row.source.shown() + " to " + typeNames[type] + (dispatched ? ", dispatched" : ""));
+                const std::string member = std::string("cu_Variant_convert_") + typeNames[type];
                 Value value(row.source);
                 const char* owned = value->string;
                 cu_ErrorCode code = ~0U;
                 const support::Failure failure = support::failureOf([&] {
-                    code = dispatched ? cu_Variant_convert(value, type) : types[type].convert(value);
+                    code = dispatched ? cu_Variant_convert(value, type) : conversions[type](value);
                     return code;
                 });
                 std::string path = dispatched ? "cu_Variant_convert  -  " : "";
@@ -178,8 +149,8 @@ TEST(Variant, becomesAnyOtherTypeOrStaysAsItIs)
                     path = member + "  -  ";
                 } else {
                     EXPECT_EQ(code, 0U);
-                    EXPECT_EQ(value.shown(), types[type].name + (' ' + expected));
-                    if (type >= cu_VARIANT_STRING && row.source.shown().find(types[type].name) == 0) {
+                    EXPECT_EQ(value.shown(), std::string(typeNames[type]) + ' ' + expected);
+                    if (type >= cu_VARIANT_STRING && is(row.source) >= cu_VARIANT_STRING) {
                         EXPECT_EQ(value->string, owned) << "nothing is copied";
                     }
                     continue;
@@ -194,21 +165,10 @@ TEST(Variant, becomesAnyOtherTypeOrStaysAsItIs)
     }
 }
 
-TEST(Variant, aTextBecomesBytesWhereItIs)
-{
-    Value value(cu_Variant_set_string, "abc");
-    const void* text = value->string;
-    EXPECT_EQ(cu_Variant_convert_binary(value), 0U);
-    const cu_VariantBinary* binary = nullptr;
-    EXPECT_EQ(cu_Variant_get_binary(value, &binary), 0U);
-    EXPECT_EQ(binary->data, text);
-    EXPECT_EQ(binary->length, 3U);
-}
-
 template <typename T>
 void expectRoundTrip(cu_ErrorCode (*set)(cu_Variant*, T), cu_ErrorCode (*get)(const cu_Variant*, T*), uint32_t type)
 {
-    SCOPED_TRACE(types[type].name);
+    SCOPED_TRACE(typeNames[type]);
     for (const T given : {std::numeric_limits<T>::min(), std::numeric_limits<T>::max()}) {
         Value value(cu_Variant_set_string, "what was there before");
         EXPECT_EQ(set(value, given), 0U);
@@ -219,10 +179,10 @@ void expectRoundTrip(cu_ErrorCode (*set)(cu_Variant*, T), cu_ErrorCode (*get)(co
         EXPECT_EQ(cu_Variant_getType(value, &is), 0U);
         EXPECT_EQ(is, type);
     }
-    const std::string getter = std::string("cu_Variant_get_") + types[type].name;
+    const std::string getter = std::string("cu_Variant_get_") + typeNames[type];
     T untouched = 1;
     Value value;
-    for (uint32_t other = 0; other < std::size(types) + 1; ++other) {
+    for (uint32_t other = 0; other < std::size(typeNames) + 1; ++other) {
         static_cast<cu_Variant*>(value)->type = other;
         if (other != type) {
             EXPECT_FAILURE(get(value, &untouched), cu_ERROR_COM_INVARIANT, getter, file, "");
@@ -233,8 +193,8 @@ void expectRoundTrip(cu_ErrorCode (*set)(cu_Variant*, T), cu_ErrorCode (*get)(co
     EXPECT_REFUSED(get(nullptr, &untouched), getter, file);
     EXPECT_REFUSED(get(value, nullptr), getter, file);
     EXPECT_REFUSED(set(nullptr, untouched), "cu_Variant_free", file);
-    EXPECT_EQ(support::trace().find(std::string("cu_Variant_set_") + types[type].name + "  -  "), 0U);
-    EXPECT_REFUSED(types[type].convert(nullptr), std::string("cu_Variant_convert_") + types[type].name, file);
+    EXPECT_EQ(support::trace().find(std::string("cu_Variant_set_") + typeNames[type] + "  -  "), 0U);
+    EXPECT_REFUSED(conversions[type](nullptr), std::string("cu_Variant_convert_") + typeNames[type], file);
 }
 
 TEST(Variant, givesBackANumberAsTheTypeThatItWasSetAs)
@@ -291,8 +251,8 @@ TEST(Variant, tellsOfTypesThatDoNotExist)
     constexpr char unexpected[] = "Unexpected variant type of 15";
     cu_Variant strange = {15, {}};
     for (uint32_t type = cu_VARIANT_BOOL; type <= cu_VARIANT_VECTOR; ++type) {
-        EXPECT_FAILURE(types[type].convert(&strange), cu_ERROR_COM_INVARIANT,
-                       std::string("cu_Variant_convert_") + types[type].name, file, unexpected);
+        EXPECT_FAILURE(conversions[type](&strange), cu_ERROR_COM_INVARIANT,
+                       std::string("cu_Variant_convert_") + typeNames[type], file, unexpected);
     }
     Value value(cu_Variant_set_sint8, 1);
     EXPECT_FAILURE(cu_Variant_convert(value, 15), cu_ERROR_COM_INVARIANT, "cu_Variant_convert", file,
@@ -389,20 +349,6 @@ TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)
     expect(number, cu_Variant_convert_string, "sint32 4711", "string 4711", 1);
 }
 
-TEST(Variant, aFailureInTheDepthNamesTheWayThere)
-{
-    const Value tree(Value::vector({Value(cu_Variant_set_string, "text")}));
-    Value copy;
-    const support::Injection exhausted("strdup", ENOMEM);
-    EXPECT_FAILURE(cu_Variant_clone(copy, tree), cu_ERROR_COM_MALLOC_FAILED, "cu_Variant_set_string", file, "");
-    std::size_t at = 0;
-    for (const char* function : {"cu_Variant_clone", "cu_Variant_set_vector", "cu_Variant_clone"}) {
-        at = support::trace().find(std::string(function) + "  -  ", at);
-        ASSERT_NE(at, std::string::npos) << support::trace();
-        ++at;
-    }
-}
-
 TEST(Variant, aVectorTooLargeForItsSizeIsRefused)
 {
     // Its bytes are a multiple of 2^32 and a few.
@@ -425,41 +371,22 @@ TEST(Variant, comesBeforeAnotherByTypeAndThenByValue)
     const Value notANumber(cu_Variant_set_ieee64, NAN);
     Value noBytes;
     EXPECT_EQ(cu_Variant_set_binary(noBytes, nullptr, 2), 0U);
+    // clang-format off
     const Value ascending[] = {
         {},
-        {cu_Variant_set_bool, false},
-        {cu_Variant_set_bool, true},
-        {cu_Variant_set_sint8, -2},
-        {cu_Variant_set_sint8, 1},
-        {cu_Variant_set_uint8, 0},
-        {cu_Variant_set_uint8, 200},
-        {cu_Variant_set_sint16, INT16_MIN},
-        {cu_Variant_set_sint16, -1},
-        {cu_Variant_set_uint16, 1},
-        {cu_Variant_set_uint16, UINT16_MAX},
-        {cu_Variant_set_sint32, INT32_MIN},
-        {cu_Variant_set_sint32, INT32_MAX},
-        {cu_Variant_set_uint32, 1},
-        {cu_Variant_set_uint32, UINT32_MAX},
-        {cu_Variant_set_sint64, INT64_MIN},
-        {cu_Variant_set_sint64, -1},
-        {cu_Variant_set_sint64, 5},
-        {cu_Variant_set_uint64, 1},
-        {cu_Variant_set_uint64, UINT64_MAX},
-        {cu_Variant_set_ieee32, -INFINITY},
-        {cu_Variant_set_ieee32, -0.5F},
-        {cu_Variant_set_ieee32, 0.25F},
-        {cu_Variant_set_ieee64, -1.5},
-        {cu_Variant_set_ieee64, -1.25},
-        {cu_Variant_set_string, ""},
-        text,
-        {cu_Variant_set_string, "ba"},
-        {cu_Variant_set_string, "b\x80"},
-        Value::bytes("z"),
-        noBytes,
-        Value::bytes({"\0\xFF", 2}),
-        Value::bytes({"\1\0", 2}),
-        Value::bytes("\x80z"),
+        {cu_Variant_set_bool, false}, {cu_Variant_set_bool, true},
+        {cu_Variant_set_sint8, -2}, {cu_Variant_set_sint8, 1},
+        {cu_Variant_set_uint8, 0}, {cu_Variant_set_uint8, 200},
+        {cu_Variant_set_sint16, INT16_MIN}, {cu_Variant_set_sint16, -1},
+        {cu_Variant_set_uint16, 1}, {cu_Variant_set_uint16, UINT16_MAX},
+        {cu_Variant_set_sint32, INT32_MIN}, {cu_Variant_set_sint32, INT32_MAX},
+        {cu_Variant_set_uint32, 1}, {cu_Variant_set_uint32, UINT32_MAX},
+        {cu_Variant_set_sint64, INT64_MIN}, {cu_Variant_set_sint64, -1}, {cu_Variant_set_sint64, 5},
+        {cu_Variant_set_uint64, 1}, {cu_Variant_set_uint64, UINT64_MAX},
+        {cu_Variant_set_ieee32, -INFINITY}, {cu_Variant_set_ieee32, -0.5F}, {cu_Variant_set_ieee32, 0.25F},
+        {cu_Variant_set_ieee64, -1.5}, {cu_Variant_set_ieee64, -1.25},
+        {cu_Variant_set_string, ""}, text, {cu_Variant_set_string, "ba"}, {cu_Variant_set_string, "b\x80"},
+        Value::bytes("z"), noBytes, Value::bytes({"\0\xFF", 2}), Value::bytes({"\1\0", 2}), Value::bytes("\x80z"),
         Value::vector({{cu_Variant_set_string, "z"}}),
         Value::vector({notANumber, {cu_Variant_set_sint8, 1}}),
         Value::vector({notANumber, {cu_Variant_set_sint8, 2}}),
@@ -467,6 +394,7 @@ TEST(Variant, comesBeforeAnotherByTypeAndThenByValue)
         Value::vector({text, {cu_Variant_set_string, "c"}}),
         Value::vector({text, Value::vector({text})}),
     };
+    // clang-format on
     for (const Value& a : ascending) {
         for (const Value& b : ascending)
             EXPECT_EQ(less(a, b), &a < &b) << a << " and " << b;
