@@ -4,6 +4,9 @@
 #ifndef CUTIL_CUTIL_H
 #define CUTIL_CUTIL_H
 
+#include <cUtil/algorithm/map.h>
+#include <cUtil/algorithm/queue.h>
+#include <cUtil/algorithm/set.h>
 #include <cUtil/allocator.h>
 #include <cUtil/argumentArray.h>
 #include <cUtil/atomicLock.h>
