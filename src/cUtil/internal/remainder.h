@@ -8,8 +8,9 @@
 namespace cu::internal
 {
 
-/// The quotient is (multiplier * number + addend) >> (32 + shift). With the multiplier 2^(32 + shift) / divisor, rounded
-/// up where that is close enough and otherwise down, with as much again to add, it is exact for every 32-bit number.
+/// The quotient is (multiplier * number + addend) >> (32 + shift). With the multiplier 2^(32 + shift) / divisor,
+/// rounded up where that is close enough and otherwise down, with as much again to add, it is exact for every 32-bit
+/// number.
 class Remainder
 {
 public:

@@ -1,0 +1,193 @@
+#include "algorithm/elements.h"
+
+#include <cUtil/algorithm/queue.h>
+
+#include <deque>
+#include <random>
+
+namespace
+{
+
+using namespace algorithm;
+
+constexpr char file[] = "src/cUtil/algorithm/queue";
+
+class Queue : public Containers
+{
+protected:
+    Queue() { EXPECT_EQ(cu_Queue_new(&queue_, destroy, cloneOf, allocator_.get()), 0U); }
+    ~Queue() override { EXPECT_EQ(cu_Queue_delete(&queue_), 0U); }
+
+    // The id of an element that the call gives, or -1.
+    template <typename Call>
+    int idFrom(Call call, bool becomesMine)
+    {
+        void* element = &queue_;
+        EXPECT_EQ(call(queue_, &element), 0U);
+        const int id = idOf(element);
+        if (becomesMine && element != nullptr)
+            destroy(element);
+        return id;
+    }
+
+    void expectContents(const std::deque<int>& expected)
+    {
+        bool empty = expected.size() != 0;
+        EXPECT_EQ(cu_Queue_isEmpty(queue_, &empty), 0U);
+        ASSERT_EQ(empty, expected.empty());
+        ASSERT_EQ(idFrom(cu_Queue_peekHead, false), empty ? -1 : expected.front());
+        ASSERT_EQ(idFrom(cu_Queue_peekTail, false), empty ? -1 : expected.back());
+    }
+
+    cu_Queue* queue_ = nullptr;
+
+private:
+    support::WatchfulAllocator allocator_;
+};
+
+TEST(QueueConstructor, leavesNothingBehindWhenItFails)
+{
+    support::sweep<cu_Queue>(
+        "cu_Queue_new", [](auto handle, auto allocator) { return cu_Queue_new(handle, destroy, cloneOf, allocator); },
+        cu_Queue_delete);
+}
+
+TEST_F(Queue, badArgumentsAreRefused)
+{
+    cu_Queue* none = nullptr;
+    void* nothing = nullptr;
+    void* element = make(1);
+    bool empty = false;
+    EXPECT_REFUSED(cu_Queue_new(nullptr, destroy, cloneOf, nullptr), "cu_Queue_new", file);
+    EXPECT_REFUSED(cu_Queue_new(&queue_, destroy, cloneOf, nullptr), "cu_Queue_new", file);
+    EXPECT_REFUSED(cu_Queue_new(&none, nullptr, cloneOf, nullptr), "cu_Queue_new", file);
+    EXPECT_REFUSED(cu_Queue_new(&none, destroy, nullptr, nullptr), "cu_Queue_new", file);
+    EXPECT_REFUSED(cu_Queue_delete(nullptr), "cu_Queue_delete", file);
+    EXPECT_REFUSED(cu_Queue_delete(&none), "cu_Queue_delete", file);
+    for (const auto& [name, call] :
+         {std::pair{"cu_Queue_pushHead", &cu_Queue_pushHead}, {"cu_Queue_pushTail", &cu_Queue_pushTail}}) {
+        EXPECT_REFUSED(call(nullptr, &element), name, file);
+        EXPECT_REFUSED(call(queue_, nullptr), name, file);
+        EXPECT_REFUSED(call(queue_, &nothing), name, file);
+    }
+    for (const auto& [name, call] :
+         {std::pair{"cu_Queue_popHead", &cu_Queue_popHead}, {"cu_Queue_popTail", &cu_Queue_popTail}}) {
+        EXPECT_REFUSED(call(nullptr, &nothing), name, file);
+        EXPECT_REFUSED(call(queue_, nullptr), name, file);
+    }
+    for (const auto& [name, call] :
+         {std::pair{"cu_Queue_peekHead", &cu_Queue_peekHead}, {"cu_Queue_peekTail", &cu_Queue_peekTail}}) {
+        EXPECT_REFUSED(call(nullptr, &nothing), name, file);
+        EXPECT_REFUSED(call(queue_, nullptr), name, file);
+    }
+    for (const auto& [name, call] : {std::pair{"cu_Queue_constPushHead", &cu_Queue_constPushHead},
+                                     {"cu_Queue_constPushTail", &cu_Queue_constPushTail}}) {
+        EXPECT_REFUSED(call(nullptr, element), name, file);
+        EXPECT_REFUSED(call(queue_, nullptr), name, file);
+    }
+    EXPECT_REFUSED(cu_Queue_isEmpty(nullptr, &empty), "cu_Queue_isEmpty", file);
+    EXPECT_REFUSED(cu_Queue_isEmpty(queue_, nullptr), "cu_Queue_isEmpty", file);
+    expectContents({});
+    destroy(element);
+}
+
+TEST_F(Queue, keepsTheOrderWhateverItsUse)
+{
+    std::mt19937 random(3);
+    std::deque<int> model;
+    int id = 0;
+    for (int phase = 0; phase < support::scaled(600); ++phase) {
+        // Ways to use it: mixed, one end after the other, growing and shrinking.
+        const auto pushes = random() % 200;
+        const auto pops = random() % 200;
+        const auto oneEnd = random() % 3;
+        for (unsigned step = 0; step < pushes; ++step) {
+            const bool atHead = oneEnd == 2 ? random() % 2 == 0 : oneEnd == 0;
+            void* element = make(++id);
+            ASSERT_EQ((atHead ? cu_Queue_pushHead : cu_Queue_pushTail)(queue_, &element), 0U);
+            ASSERT_EQ(element, nullptr);
+            model.insert(atHead ? model.begin() : model.end(), id);
+            expectContents(model);
+        }
+        const auto otherEnd = random() % 3;
+        for (unsigned step = 0; step < pops; ++step) {
+            const bool atHead = otherEnd == 2 ? random() % 2 == 0 : otherEnd == 0;
+            const int expected = model.empty() ? -1 : atHead ? model.front() : model.back();
+            ASSERT_EQ(idFrom(atHead ? cu_Queue_popHead : cu_Queue_popTail, true), expected);
+            if (!model.empty())
+                model.erase(atHead ? model.begin() : model.end() - 1);
+            expectContents(model);
+        }
+    }
+    destroyed.clear();
+    EXPECT_EQ(cu_Queue_delete(&queue_), 0U);
+    EXPECT_EQ(queue_, nullptr);
+    EXPECT_THAT(destroyed, testing::ElementsAreArray(model));
+    ASSERT_EQ(cu_Queue_new(&queue_, destroy, cloneOf, nullptr), 0U);
+}
+
+TEST_F(Queue, staysAsItIsWhenMemoryIsOut)
+{
+    const auto pushHead = [&](void* element) { return cu_Queue_pushHead(queue_, &element); };
+    const auto pushTail = [&](void* element) { return cu_Queue_pushTail(queue_, &element); };
+    const auto copyToHead = [&](void* element) { return cu_Queue_constPushHead(queue_, element); };
+    const auto copyToTail = [&](void* element) { return cu_Queue_constPushTail(queue_, element); };
+    const struct {
+        const char* name;
+        std::function<cu_ErrorCode(void*)> push;
+        bool copies;
+        bool atHead;
+    } calls[] = {{"cu_Queue_pushHead", pushHead, false, true},
+                 {"cu_Queue_pushTail", pushTail, false, false},
+                 {"cu_Queue_constPushHead", copyToHead, true, true},
+                 {"cu_Queue_constPushTail", copyToTail, true, false}};
+    std::deque<int> model;
+    for (const auto& call : calls) {
+        SCOPED_TRACE(call.name);
+        unsigned refusals = 0;
+        for (int id = 0; id < 200; ++id) {
+            void* element = make(id);
+            const std::size_t before = alive.size();
+            const support::Failure outcome = support::failureOf([&] {
+                const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
+                return call.push(element);
+            });
+            if (outcome.code != 0) {
+                ++refusals;
+                EXPECT_EQ(outcome, (support::Failure{cu_ERROR_COM_MALLOC_FAILED, call.name, file, ""}));
+                EXPECT_EQ(alive.size(), before);
+                expectContents(model);
+                ASSERT_EQ(call.push(element), 0U);
+            }
+            if (call.copies)
+                destroy(element);
+            model.insert(call.atHead ? model.begin() : model.end(), id);
+            expectContents(model);
+        }
+        EXPECT_GT(refusals, 0U);
+    }
+    const Element original = {0, 7};
+    clonesLeft = 0;
+    EXPECT_FAILURE(cu_Queue_constPushHead(queue_, &original), cu_ERROR_COM_MALLOC_FAILED, "cu_Queue_constPushHead",
+                   file, "");
+    expectContents(model);
+}
+
+TEST_F(Queue, needsNoMemoryWhileItsLengthStays)
+{
+    for (int id = 0; id < 1000; ++id) {
+        void* element = make(id);
+        ASSERT_EQ(cu_Queue_pushTail(queue_, &element), 0U);
+        if (id >= 500) {
+            ASSERT_EQ(idFrom(cu_Queue_popHead, true), id - 500);
+        }
+    }
+    const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
+    for (int id = 1000; id < 3000; ++id) {
+        ASSERT_EQ(idFrom(cu_Queue_popHead, true), id - 500);
+        void* element = make(id);
+        ASSERT_EQ(cu_Queue_pushTail(queue_, &element), 0U);
+    }
+}
+
+} // namespace

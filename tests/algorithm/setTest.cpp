@@ -1,0 +1,298 @@
+#include "algorithm/elements.h"
+
+#include <cUtil/algorithm/set.h>
+
+namespace
+{
+
+using namespace algorithm;
+
+constexpr char file[] = "src/cUtil/algorithm/set";
+
+uint32_t otherHash(const void*)
+{
+    return 0;
+}
+
+int32_t otherEquality(const void* a, const void* b)
+{
+    return a == b ? 1 : 0;
+}
+
+void otherDestroy(void* element)
+{
+    destroy(element);
+}
+
+void* otherClone(const void* element)
+{
+    return cloneOf(element);
+}
+
+class Set : public Containers
+{
+protected:
+    Set() { EXPECT_EQ(cu_Set_new(&set_, hashOf, equality, destroy, cloneOf, allocator_.get()), 0U); }
+    ~Set() override { EXPECT_EQ(cu_Set_delete(&set_), 0U); }
+
+    // The element, or null once the set has it.
+    void* insert(void* element, bool expected = true) { return insertInto(set_, element, expected); }
+
+    static void* insertInto(cu_Set* set, void* element, bool expected = true)
+    {
+        bool inserted = !expected;
+        EXPECT_EQ(cu_Set_insert(set, &element, &inserted), 0U);
+        EXPECT_EQ(inserted, expected);
+        return element;
+    }
+
+    static uint32_t sizeOf(const cu_Set* set)
+    {
+        uint32_t size = ~0U;
+        EXPECT_EQ(cu_Set_getSize(set, &size), 0U);
+        return size;
+    }
+
+    cu_Set* set_ = nullptr;
+
+private:
+    support::WatchfulAllocator allocator_;
+};
+
+TEST(SetConstructor, leavesNothingBehindWhenItFails)
+{
+    support::sweep<cu_Set>(
+        "cu_Set_new",
+        [](auto handle, auto allocator) { return cu_Set_new(handle, hashOf, equality, destroy, cloneOf, allocator); },
+        cu_Set_delete);
+}
+
+TEST_F(Set, badArgumentsAreRefused)
+{
+    cu_Set* none = nullptr;
+    cu_Set* other = nullptr;
+    void* nothing = nullptr;
+    void* element = make(1);
+    bool flag = false;
+    uint32_t size = 0;
+    ASSERT_EQ(cu_Set_new(&other, hashOf, equality, destroy, cloneOf, nullptr), 0U);
+    EXPECT_REFUSED(cu_Set_new(nullptr, hashOf, equality, destroy, cloneOf, nullptr), "cu_Set_new", file);
+    EXPECT_REFUSED(cu_Set_new(&set_, hashOf, equality, destroy, cloneOf, nullptr), "cu_Set_new", file);
+    EXPECT_REFUSED(cu_Set_new(&none, nullptr, equality, destroy, cloneOf, nullptr), "cu_Set_new", file);
+    EXPECT_REFUSED(cu_Set_new(&none, hashOf, nullptr, destroy, cloneOf, nullptr), "cu_Set_new", file);
+    EXPECT_REFUSED(cu_Set_new(&none, hashOf, equality, nullptr, cloneOf, nullptr), "cu_Set_new", file);
+    EXPECT_REFUSED(cu_Set_new(&none, hashOf, equality, destroy, nullptr, nullptr), "cu_Set_new", file);
+    EXPECT_REFUSED(cu_Set_delete(nullptr), "cu_Set_delete", file);
+    EXPECT_REFUSED(cu_Set_delete(&none), "cu_Set_delete", file);
+    EXPECT_REFUSED(cu_Set_insert(nullptr, &element, &flag), "cu_Set_insert", file);
+    EXPECT_REFUSED(cu_Set_insert(set_, nullptr, &flag), "cu_Set_insert", file);
+    EXPECT_REFUSED(cu_Set_insert(set_, &nothing, &flag), "cu_Set_insert", file);
+    EXPECT_REFUSED(cu_Set_insert(set_, &element, nullptr), "cu_Set_insert", file);
+    EXPECT_REFUSED(cu_Set_constInsert(nullptr, element, &flag), "cu_Set_constInsert", file);
+    EXPECT_REFUSED(cu_Set_constInsert(set_, nullptr, &flag), "cu_Set_constInsert", file);
+    EXPECT_REFUSED(cu_Set_constInsert(set_, element, nullptr), "cu_Set_constInsert", file);
+    EXPECT_REFUSED(cu_Set_remove(nullptr, element, &flag), "cu_Set_remove", file);
+    EXPECT_REFUSED(cu_Set_remove(set_, nullptr, &flag), "cu_Set_remove", file);
+    EXPECT_REFUSED(cu_Set_remove(set_, element, nullptr), "cu_Set_remove", file);
+    EXPECT_REFUSED(cu_Set_hasValue(nullptr, element, &flag), "cu_Set_hasValue", file);
+    EXPECT_REFUSED(cu_Set_hasValue(set_, nullptr, &flag), "cu_Set_hasValue", file);
+    EXPECT_REFUSED(cu_Set_hasValue(set_, element, nullptr), "cu_Set_hasValue", file);
+    EXPECT_REFUSED(cu_Set_getSize(nullptr, &size), "cu_Set_getSize", file);
+    EXPECT_REFUSED(cu_Set_getSize(set_, nullptr), "cu_Set_getSize", file);
+    for (const auto& [name, combine] :
+         {std::pair{"cu_Set_union", &cu_Set_union}, {"cu_Set_intersect", &cu_Set_intersect}}) {
+        EXPECT_REFUSED(combine(nullptr, set_, other, nullptr), name, file);
+        EXPECT_REFUSED(combine(&other, set_, set_, nullptr), name, file);
+        EXPECT_REFUSED(combine(&none, nullptr, other, nullptr), name, file);
+        EXPECT_REFUSED(combine(&none, set_, nullptr, nullptr), name, file);
+    }
+
+    cu_Set_Iterator* iterator = nullptr;
+    cu_Set_ConstIterator* constIterator = nullptr;
+    const void* constElement = nullptr;
+    EXPECT_REFUSED(cu_Set_Iterator_new(nullptr, set_), "cu_Set_Iterator_new", file);
+    EXPECT_REFUSED(cu_Set_Iterator_new(&iterator, nullptr), "cu_Set_Iterator_new", file);
+    EXPECT_REFUSED(cu_Set_Iterator_delete(nullptr), "cu_Set_Iterator_delete", file);
+    EXPECT_REFUSED(cu_Set_Iterator_delete(&iterator), "cu_Set_Iterator_delete", file);
+    EXPECT_REFUSED(cu_Set_Iterator_next(nullptr, &nothing), "cu_Set_Iterator_next", file);
+    EXPECT_REFUSED(cu_Set_Iterator_hasNext(nullptr, &flag), "cu_Set_Iterator_hasNext", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_new(nullptr, set_), "cu_Set_ConstIterator_new", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_new(&constIterator, nullptr), "cu_Set_ConstIterator_new", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_delete(nullptr), "cu_Set_ConstIterator_delete", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_delete(&constIterator), "cu_Set_ConstIterator_delete", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_next(nullptr, &constElement), "cu_Set_ConstIterator_next", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_hasNext(nullptr, &flag), "cu_Set_ConstIterator_hasNext", file);
+    ASSERT_EQ(cu_Set_Iterator_new(&iterator, set_), 0U);
+    ASSERT_EQ(cu_Set_ConstIterator_new(&constIterator, set_), 0U);
+    EXPECT_REFUSED(cu_Set_Iterator_new(&iterator, set_), "cu_Set_Iterator_new", file);
+    EXPECT_REFUSED(cu_Set_Iterator_next(iterator, nullptr), "cu_Set_Iterator_next", file);
+    EXPECT_REFUSED(cu_Set_Iterator_hasNext(iterator, nullptr), "cu_Set_Iterator_hasNext", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_next(constIterator, nullptr), "cu_Set_ConstIterator_next", file);
+    EXPECT_REFUSED(cu_Set_ConstIterator_hasNext(constIterator, nullptr), "cu_Set_ConstIterator_hasNext", file);
+    EXPECT_EQ(cu_Set_Iterator_delete(&iterator), 0U);
+    EXPECT_EQ(cu_Set_ConstIterator_delete(&constIterator), 0U);
+    EXPECT_EQ(cu_Set_delete(&other), 0U);
+    destroy(element);
+}
+
+TEST_F(Set, keepsTheFirstOfEqualElements)
+{
+    void* first = make(1);
+    EXPECT_EQ(insert(first), nullptr);
+    void* second = make(1);
+    EXPECT_EQ(insert(second, false), second);
+    EXPECT_EQ(insert(first, false), first); // the very same is the set's already
+    bool inserted = true;
+    EXPECT_EQ(cu_Set_constInsert(set_, second, &inserted), 0U);
+    EXPECT_FALSE(inserted);
+    EXPECT_EQ(sizeOf(set_), 1U);
+
+    cu_Set_Iterator* iterator = nullptr;
+    support::sweep<cu_Set_Iterator>(
+        "cu_Set_Iterator_new", [&](auto handle, auto) { return cu_Set_Iterator_new(handle, set_); },
+        cu_Set_Iterator_delete);
+    ASSERT_EQ(cu_Set_Iterator_new(&iterator, set_), 0U);
+    bool more = false;
+    EXPECT_EQ(cu_Set_Iterator_hasNext(iterator, &more), 0U);
+    EXPECT_TRUE(more);
+    void* element = nullptr;
+    EXPECT_EQ(cu_Set_Iterator_next(iterator, &element), 0U);
+    EXPECT_EQ(element, first);
+    EXPECT_EQ(cu_Set_Iterator_hasNext(iterator, &more), 0U);
+    EXPECT_FALSE(more);
+    for (int beyond = 0; beyond < 2; ++beyond) {
+        element = first;
+        EXPECT_EQ(cu_Set_Iterator_next(iterator, &element), 0U);
+        EXPECT_EQ(element, nullptr);
+    }
+    EXPECT_EQ(cu_Set_Iterator_delete(&iterator), 0U);
+    EXPECT_EQ(iterator, nullptr);
+
+    bool removed = false;
+    EXPECT_EQ(cu_Set_remove(set_, first, &removed), 0U); // by itself
+    EXPECT_TRUE(removed);
+    EXPECT_FALSE(alive.contains(first));
+    EXPECT_EQ(cu_Set_remove(set_, second, &removed), 0U);
+    EXPECT_FALSE(removed);
+    destroy(second);
+}
+
+TEST_F(Set, destroysItsElementsInTheOrderOfAWalk)
+{
+    for (const auto& [id, hash] : {std::pair{1, 5U}, {2, 4U}, {3, 5U + 193}, {4, 192U}, {5, 4U + 2 * 193}, {6, 0U}})
+        EXPECT_EQ(insert(make(id, hash)), nullptr);
+    destroyed.clear();
+    EXPECT_EQ(cu_Set_delete(&set_), 0U);
+    EXPECT_EQ(set_, nullptr);
+    EXPECT_THAT(destroyed, testing::ElementsAre(6, 5, 2, 3, 1, 4));
+    ASSERT_EQ(cu_Set_new(&set_, hashOf, equality, destroy, cloneOf, nullptr), 0U);
+}
+
+TEST_F(Set, copiesWhatTheCallerKeeps)
+{
+    const Element original = {3, 1};
+    bool inserted = false;
+    clonesLeft = 0;
+    EXPECT_FAILURE(cu_Set_constInsert(set_, &original, &inserted), cu_ERROR_COM_MALLOC_FAILED, "cu_Set_constInsert",
+                   file, "");
+    EXPECT_EQ(sizeOf(set_), 0U);
+    clonesLeft = 1000;
+    EXPECT_EQ(cu_Set_constInsert(set_, &original, &inserted), 0U);
+    EXPECT_TRUE(inserted);
+    EXPECT_EQ(alive.size(), 1U);
+
+    for (int id = 2; id < 66; ++id)
+        EXPECT_EQ(insert(make(id)), nullptr);
+    const Element another = {0, 100};
+    const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
+    inserted = false;
+    EXPECT_FAILURE(cu_Set_constInsert(set_, &another, &inserted), cu_ERROR_COM_MALLOC_FAILED, "cu_Set_constInsert",
+                   file, "");
+    EXPECT_TRUE(inserted);
+    void* element = make(100);
+    inserted = false;
+    EXPECT_FAILURE(cu_Set_insert(set_, &element, &inserted), cu_ERROR_COM_MALLOC_FAILED, "cu_Set_insert", file, "");
+    EXPECT_TRUE(inserted);
+    EXPECT_EQ(alive.size(), 66U);
+    destroy(element);
+}
+
+TEST_F(Set, combinesOnlySetsOfTheSameKind)
+{
+    struct {
+        decltype(&hashOf) hash = hashOf;
+        decltype(&equality) equal = equality;
+        decltype(&destroy) end = destroy;
+        decltype(&cloneOf) copy = cloneOf;
+    } kinds[] = {{.hash = otherHash}, {.equal = otherEquality}, {.end = otherDestroy}, {.copy = otherClone}};
+    for (const auto& kind : kinds) {
+        cu_Set* other = nullptr;
+        cu_Set* result = nullptr;
+        ASSERT_EQ(cu_Set_new(&other, kind.hash, kind.equal, kind.end, kind.copy, nullptr), 0U);
+        EXPECT_FAILURE(cu_Set_union(&result, set_, other, nullptr), cu_ERROR_COM_INVARIANT, "cu_Set_union", file, "");
+        EXPECT_FAILURE(cu_Set_intersect(&result, other, set_, nullptr), cu_ERROR_COM_INVARIANT, "cu_Set_intersect",
+                       file, "");
+        EXPECT_EQ(result, nullptr);
+        EXPECT_EQ(cu_Set_delete(&other), 0U);
+    }
+}
+
+TEST_F(Set, givesACombinationOnlyWhenThereWasNoMemoryForIt)
+{
+    cu_Set* other = nullptr;
+    ASSERT_EQ(cu_Set_new(&other, hashOf, equality, destroy, cloneOf, nullptr), 0U);
+    for (int id = 0; id < 100; ++id) {
+        insert(make(id, static_cast<uint32_t>(id)));
+        insertInto(other, make(id + 20, static_cast<uint32_t>(id + 20)));
+    }
+    const std::size_t elements = alive.size();
+    for (const auto& [name, combine] :
+         {std::pair{"cu_Set_union", &cu_Set_union}, {"cu_Set_intersect", &cu_Set_intersect}}) {
+        SCOPED_TRACE(name);
+        support::WatchfulAllocator allocator;
+        cu_Set* result = nullptr;
+        for (unsigned nth = 1; nth <= 2; ++nth) {
+            {
+                const support::Injection exhausted("calloc", ENOMEM, nth);
+                ASSERT_EQ(combine(&result, set_, other, allocator.get()), 0U);
+                EXPECT_STREQ(exhausted.fired(), "calloc");
+            }
+            ASSERT_NE(result, nullptr);
+            EXPECT_EQ(allocator.live(), 1U);
+
+            // An empty set like any other.
+            EXPECT_EQ(sizeOf(result), 0U);
+            const Element absent = {1, 1};
+            bool flag = true;
+            EXPECT_EQ(cu_Set_hasValue(result, &absent, &flag), 0U);
+            EXPECT_FALSE(flag);
+            flag = true;
+            EXPECT_EQ(cu_Set_remove(result, &absent, &flag), 0U);
+            EXPECT_FALSE(flag);
+            cu_Set_ConstIterator* iterator = nullptr;
+            ASSERT_EQ(cu_Set_ConstIterator_new(&iterator, result), 0U);
+            flag = true;
+            EXPECT_EQ(cu_Set_ConstIterator_hasNext(iterator, &flag), 0U);
+            EXPECT_FALSE(flag);
+            const void* element = &absent;
+            EXPECT_EQ(cu_Set_ConstIterator_next(iterator, &element), 0U);
+            EXPECT_EQ(element, nullptr);
+            EXPECT_EQ(cu_Set_ConstIterator_delete(&iterator), 0U);
+            if (nth == 2) {
+                EXPECT_EQ(insertInto(result, make(1)), nullptr);
+                EXPECT_EQ(sizeOf(result), 1U);
+            }
+            EXPECT_EQ(cu_Set_delete(&result), 0U);
+            EXPECT_EQ(alive.size(), elements);
+        }
+        EXPECT_FAILURE(combine(&result, set_, other, allocator.get()), cu_ERROR_COM_MALLOC_FAILED, name, file, "");
+        EXPECT_EQ(result, nullptr);
+        allocator.refuse(1);
+        EXPECT_FAILURE(combine(&result, set_, other, allocator.get()), cu_ERROR_COM_MALLOC_FAILED, "refusal", "test",
+                       "");
+        EXPECT_EQ(alive.size(), elements);
+    }
+    EXPECT_EQ(cu_Set_delete(&other), 0U);
+}
+
+} // namespace
