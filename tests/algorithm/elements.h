@@ -8,6 +8,8 @@
 
 #include <gmock/gmock.h>
 
+#include <tuple>
+#include <type_traits>
 #include <unordered_set>
 #include <vector>
 
@@ -58,6 +60,42 @@ inline int idOf(const void* element)
 {
     return element != nullptr ? static_cast<const Element*>(element)->id : -1;
 }
+
+/// What a call tells of an element.
+template <typename Call, typename Container>
+bool tell(Call call, Container* container, const Element& wanted)
+{
+    bool told = false;
+    EXPECT_EQ(call(container, &wanted, &told), 0U);
+    return told;
+}
+
+template <typename Call, typename Container>
+uint32_t sizeOf(Call getSize, const Container* container)
+{
+    uint32_t size = ~0U;
+    EXPECT_EQ(getSize(container, &size), 0U);
+    return size;
+}
+
+/// The call refuses each argument that is null, but for the allocator.
+template <typename... Arguments>
+void expectNullsRefused(const char* file, const char* name, cu_ErrorCode (*function)(Arguments...),
+                        std::type_identity_t<Arguments>... good)
+{
+    constexpr std::size_t checked = (0 + ... + (std::is_same_v<Arguments, cu_allocator*> ? 0 : 1));
+    for (std::size_t bad = 0; bad < checked; ++bad) {
+        std::tuple<Arguments...> given(good...);
+        [&]<std::size_t... at>(std::index_sequence<at...>)
+        {
+            ((std::get<at>(given) = at == bad ? nullptr : std::get<at>(given)), ...);
+        }
+        (std::index_sequence_for<Arguments...>());
+        EXPECT_REFUSED(std::apply(function, given), name, file) << "argument " << bad;
+    }
+}
+
+#define EXPECT_NULLS_REFUSED(function, ...) expectNullsRefused(file, #function, function, __VA_ARGS__)
 
 /// At its end every element must have been destroyed.
 class Containers : public testing::Test

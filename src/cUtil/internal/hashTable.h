@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <type_traits>
 
 namespace cu::internal
@@ -18,15 +19,19 @@ uint64_t bucketCount(uint32_t growths, uint32_t entries);
 /// Memory of the process heap; null when it cannot be had.
 void* allocateZeroed(uint64_t size);
 
-/// An entry is a trivial record whose `key` the callers' functions look at. Entries that are equal have equal hashes.
+/// An entry is a trivial record whose `key`, never null, is what the callers' functions look at. Equal keys have equal
+/// hashes.
 ///
 /// Callers see the order of a walk: buckets by index, and in a bucket the newest entry first; when the table grows, the
-/// entries move in the order of a walk, each as the newest of its new bucket. Two buckets share a chain, in which the
-/// even one's entries come first: as many chains as buckets would not fit into the caches as well.
+/// entries move in the order of a walk, each as the newest of its new bucket. The chains have it.
 ///
-/// Entries, nodes and chain heads are one block, which lasts until the table grows. Nodes refer to each other by
-/// number, which is half a pointer on 64-bit hosts. There are as many as the table holds before it grows: nothing but
-/// growing can fail.
+/// What memory is looked at in turn makes a large table slow, so:
+/// - An entry and its node have a place near those of their bucket's neighbours if they can. A search asks for what is
+///   there before it knows from the chain where the entry really is. A walk goes through memory mostly in a row.
+/// - Two buckets share a chain, in which the even one's entries come first: half as many heads.
+/// - Nodes refer to each other by number, which is half a pointer on 64-bit hosts.
+/// - Nodes, entries and chain heads are one block, which has places for all that the table holds until it grows. So
+///   nothing but growing can fail.
 template <typename Entry>
 class HashTable
 {
@@ -58,14 +63,17 @@ public:
     /// There must be room, and no equal entry.
     void add(uint32_t hash, const Entry& added)
     {
-        uint32_t number = free_;
-        if (number != none)
-            free_ = node(number).next;
-        else
-            number = ++used_;
+        const uint32_t bucket = bucket_.of(hash);
+        const uint32_t number = freePlace(bucket);
         entry(number) = added;
         node(number).hash = hash;
-        link(number);
+
+        uint32_t* link = &heads_[bucket / sharing];
+        if (bucket % sharing != 0)
+            while (*link != none && bucket_.of(node(*link).hash) < bucket)
+                link = &node(*link).next;
+        node(number).next = *link;
+        *link = number;
         ++size_;
     }
 
@@ -74,14 +82,13 @@ public:
     {
         if (size_ == 0)
             return false;
-        uint32_t* place = search(hash_(key), key);
-        const uint32_t number = *place;
+        uint32_t* link = search(hash_(key), key);
+        const uint32_t number = *link;
         if (number == none)
             return false;
         *taken = entry(number);
-        *place = node(number).next;
-        node(number).next = free_;
-        free_ = number;
+        entry(number).key = nullptr;
+        *link = node(number).next;
         --size_;
         return true;
     }
@@ -90,18 +97,15 @@ public:
     template <typename Visit>
     void forEach(Visit visit) const
     {
-        constexpr std::size_t ahead = 8; // chains
-        for (std::size_t chain = 0; chain < chains_; ++chain) {
-            prefetch(heads_[std::min(chain + ahead, chains_ - 1)]);
+        for (std::size_t chain = 0; chain < chains_; ++chain)
             for (uint32_t number = heads_[chain]; number != none; number = node(number).next)
                 visit(node(number).hash, entry(number));
-        }
     }
 
     /// Gives the memory back; what the entries refer to is the caller's.
     void clear()
     {
-        free(entries_);
+        free(block_);
         *this = emptyOne();
     }
 
@@ -130,7 +134,6 @@ public:
         {
             while (next_ == none && chain_ < table_->chains_)
                 next_ = table_->heads_[chain_++];
-            table_->prefetch(next_);
         }
 
         const HashTable* table_ = nullptr;
@@ -139,63 +142,73 @@ public:
     };
 
 private:
-    static constexpr uint32_t none = 0;
-    static constexpr uint32_t sharing = 2; // buckets that share a chain
-
     struct Node {
         uint32_t hash;
         uint32_t next;
     };
 
-    Entry& entry(uint32_t number) const { return entries_[number - 1]; }
-    Node& node(uint32_t number) const { return nodes_[number - 1]; }
-    uint32_t& head(uint32_t bucket) const { return heads_[bucket / sharing]; }
+    static constexpr uint32_t none = 0; // numbers begin with 1
+    static constexpr uint32_t sharing = 2;
+    static constexpr std::size_t cacheLine = 64;
+    // So many neighbouring buckets have so many places together. There are a fifth more places than entries at most.
+    static constexpr uint32_t homeBuckets = 20;
+    static constexpr uint32_t homePlaces = cacheLine / sizeof(Node);
 
-    void prefetch(uint32_t number) const
+    Node& node(uint32_t number) const { return nodes_[number - 1]; }
+    Entry& entry(uint32_t number) const { return entries_[number - 1]; }
+
+    static uint32_t home(uint32_t bucket) { return bucket / homeBuckets * homePlaces; }
+
+    void prefetch(uint32_t bucket) const
     {
-        __builtin_prefetch(nodes_ + number - (number != none));
-        __builtin_prefetch(entries_ + number - (number != none));
+        const uint32_t place = home(bucket);
+        __builtin_prefetch(nodes_ + place);
+        for (uint32_t ahead = 0; ahead < homePlaces; ahead += cacheLine / sizeof(Entry))
+            __builtin_prefetch(entries_ + place + ahead);
     }
 
     // What refers to the entry, or the none at the end of its chain.
     uint32_t* search(uint32_t hash, const void* key) const
     {
-        uint32_t* place = &head(bucket_.of(hash));
-        while (*place != none) {
-            Node& candidate = node(*place);
-            if (candidate.hash == hash && equality_(entry(*place).key, key) != 0)
+        const uint32_t bucket = bucket_.of(hash);
+        prefetch(bucket);
+        uint32_t* link = &heads_[bucket / sharing];
+        while (*link != none) {
+            Node& candidate = node(*link);
+            if (candidate.hash == hash && equality_(entry(*link).key, key) != 0)
                 break;
-            place = &candidate.next;
+            link = &candidate.next;
         }
-        return place;
+        return link;
     }
 
-    // As the newest of its bucket.
-    void link(uint32_t number)
+    // At home, or where the search for places elsewhere has got.
+    uint32_t freePlace(uint32_t bucket)
     {
-        const uint32_t bucket = bucket_.of(node(number).hash);
-        uint32_t* place = &head(bucket);
-        if (bucket % sharing != 0)
-            while (*place != none && bucket_.of(node(*place).hash) < bucket)
-                place = &node(*place).next;
-        node(number).next = *place;
-        *place = number;
+        const uint32_t first = home(bucket);
+        for (uint32_t place = first; place < first + homePlaces; ++place)
+            if (entries_[place].key == nullptr)
+                return place + 1;
+        while (entries_[elsewhere_].key != nullptr)
+            elsewhere_ = elsewhere_ + 1 < places_ ? elsewhere_ + 1 : 0;
+        return elsewhere_ + 1;
     }
 
     bool grow();
 
-    Entry* entries_ = nullptr;
-    Node* nodes_ = nullptr;     // behind the entries
-    uint32_t* heads_ = nullptr; // behind the nodes
+    Node* nodes_ = nullptr;     // these three in one block
+    Entry* entries_ = nullptr;  // a key of null: the place is free
+    uint32_t* heads_ = nullptr; // the numbers of the chains' first entries
     Remainder bucket_;          // of a hash
     Hash hash_ = nullptr;
     Equality equality_ = nullptr;
     uint32_t size_ = 0;
-    uint32_t limit_ = 0;   // the size at which the table grows
-    uint32_t free_ = none; // nodes that were in use, chained
-    uint32_t used_ = 0;    // nodes up to here are or were in use
+    uint32_t limit_ = 0; // the size at which the table grows
     uint32_t growths_ = 0;
+    uint32_t places_ = 0;
+    uint32_t elsewhere_ = 0; // a place
     std::size_t chains_ = 0;
+    void* block_ = nullptr;
 };
 
 template <typename Entry>
@@ -204,35 +217,46 @@ template <typename Entry>
     // Buckets beyond the largest hash would stay empty.
     constexpr uint64_t hashes = uint64_t{1} << 32;
     const uint64_t buckets = bucketCount(growths_, size_);
-    const uint64_t chains = (std::min(buckets, hashes) + sharing - 1) / sharing;
-    const uint64_t limit = std::min<uint64_t>((buckets + 2) / 3, UINT32_MAX);
-    if (limit <= size_)
+    const uint64_t chains = std::min(buckets, hashes) / sharing + 1;
+    const uint64_t places = (buckets / homeBuckets + 1) * homePlaces;
+    if (places > UINT32_MAX)
         return false;
-    void* block = allocateZeroed(limit * (sizeof(Entry) + sizeof(Node)) + chains * sizeof(uint32_t));
+    void* block = allocateZeroed(cacheLine + places * (sizeof(Node) + sizeof(Entry)) + chains * sizeof(uint32_t));
     if (block == nullptr)
         return false;
 
     HashTable grown = emptyOne();
-    grown.entries_ = static_cast<Entry*>(block);
-    grown.nodes_ = static_cast<Node*>(static_cast<void*>(grown.entries_ + limit));
-    grown.heads_ = static_cast<uint32_t*>(static_cast<void*>(grown.nodes_ + limit));
+    grown.block_ = block;
+    const uintptr_t gap = cacheLine - reinterpret_cast<uintptr_t>(block) % cacheLine;
+    grown.nodes_ = static_cast<Node*>(static_cast<void*>(static_cast<std::byte*>(block) + gap));
+    grown.entries_ = static_cast<Entry*>(static_cast<void*>(grown.nodes_ + places));
+    grown.heads_ = static_cast<uint32_t*>(static_cast<void*>(grown.entries_ + places));
     grown.bucket_ = buckets < hashes ? Remainder(static_cast<uint32_t>(buckets)) : Remainder();
+    grown.limit_ = static_cast<uint32_t>((buckets + 2) / 3);
+    grown.places_ = static_cast<uint32_t>(places);
     grown.chains_ = static_cast<std::size_t>(chains);
-    grown.limit_ = static_cast<uint32_t>(limit);
     grown.growths_ = growths_ + 1;
-    grown.size_ = size_;
 
-    // First in a row, so that then the heads can be asked for ahead of time.
+    // Each entry waits while the memory around its new place comes.
+    struct {
+        uint32_t hash;
+        Entry entry;
+    } waiting[16];
+    uint32_t come = 0;
+    uint32_t gone = 0;
+    const auto addOne = [&] {
+        const auto& next = waiting[gone++ % std::size(waiting)];
+        grown.add(next.hash, next.entry);
+    };
     forEach([&](uint32_t hash, const Entry& moved) {
-        grown.entries_[grown.used_] = moved;
-        grown.nodes_[grown.used_++].hash = hash;
+        if (come - gone == std::size(waiting))
+            addOne();
+        waiting[come++ % std::size(waiting)] = {hash, moved};
+        grown.prefetch(grown.bucket_.of(hash));
     });
-    constexpr uint32_t ahead = 8;
-    for (uint32_t number = 1; number <= size_; ++number) {
-        __builtin_prefetch(&grown.head(grown.bucket_.of(grown.node(std::min(number + ahead, size_)).hash)), 1);
-        grown.link(number);
-    }
-    free(entries_);
+    while (gone != come)
+        addOne();
+    free(block_);
     *this = grown;
     return true;
 }
