@@ -96,13 +96,13 @@ cu_ErrorCode cu_Map_insert(cu_Map* map, void** key, void** value)
     *key = nullptr;
     *value = nullptr;
     const uint32_t hash = map->table.hashOf(entry.key);
-    Entry* place = map->table.find(hash, entry.key);
-    if (place == nullptr) {
+    Entry* found = map->table.find(hash, entry.key);
+    if (found == nullptr) {
         map->table.add(hash, entry);
         return 0;
     }
-    const Entry old = *place;
-    *place = entry;
+    const Entry old = *found;
+    *found = entry;
     if (old.key != entry.key)
         map->keyDestroy(old.key);
     if (old.value != entry.value)
@@ -169,12 +169,15 @@ cu_ErrorCode cu_Map_remove(cu_Map* map, const void* key, bool* removed)
     CU_REQUIRE(key != nullptr);
     CU_REQUIRE(removed != nullptr);
 
-    Entry entry;
-    *removed = map->table.take(key, &entry);
-    if (*removed) {
-        map->keyDestroy(entry.key);
-        map->valueDestroy(entry.value);
-    }
+    const uint32_t hash = map->table.hashOf(key);
+    Entry* found = map->table.find(hash, key);
+    *removed = found != nullptr;
+    if (found == nullptr)
+        return 0;
+    const Entry old = *found;
+    map->table.remove(hash, found);
+    map->keyDestroy(old.key);
+    map->valueDestroy(old.value);
     return 0;
 }
 

@@ -138,7 +138,7 @@ cu_ErrorCode cu_Set_constInsert(cu_Set* set, const void* element, bool* inserted
     CU_REQUIRE(inserted != nullptr);
 
     const uint32_t hash = set->table.hashOf(element);
-    // Compatibility: as above.
+    // Compatibility: stays true when there is no memory.
     *inserted = set->table.find(hash, element) == nullptr;
     if (!*inserted)
         return 0;
@@ -158,10 +158,14 @@ cu_ErrorCode cu_Set_remove(cu_Set* set, const void* element, bool* removed)
     CU_REQUIRE(element != nullptr);
     CU_REQUIRE(removed != nullptr);
 
-    Entry entry;
-    *removed = set->table.take(element, &entry);
-    if (*removed)
-        set->destroy(entry.key);
+    const uint32_t hash = set->table.hashOf(element);
+    Entry* found = set->table.find(hash, element);
+    *removed = found != nullptr;
+    if (found == nullptr)
+        return 0;
+    const Entry old = *found;
+    set->table.remove(hash, found);
+    set->destroy(old.key);
     return 0;
 }
 

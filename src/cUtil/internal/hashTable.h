@@ -56,8 +56,14 @@ public:
     /// Null if there is none.
     Entry* find(uint32_t hash, const void* key) const
     {
-        const uint32_t number = size_ != 0 ? *search(hash, key) : none;
-        return number != none ? &entry(number) : nullptr;
+        if (size_ == 0)
+            return nullptr;
+        const uint32_t bucket = bucket_.of(hash);
+        prefetch(bucket);
+        for (uint32_t number = head(bucket); number != none; number = node(number).next)
+            if (node(number).hash == hash && equality_(entry(number).key, key) != 0)
+                return &entry(number);
+        return nullptr;
     }
 
     /// There must be room, and no equal entry.
@@ -68,7 +74,7 @@ public:
         entry(number) = added;
         node(number).hash = hash;
 
-        uint32_t* link = &heads_[bucket / sharing];
+        uint32_t* link = &head(bucket);
         if (bucket % sharing != 0)
             while (*link != none && bucket_.of(node(*link).hash) < bucket)
                 link = &node(*link).next;
@@ -77,20 +83,16 @@ public:
         ++size_;
     }
 
-    /// False: there is none to take out.
-    bool take(const void* key, Entry* taken)
+    /// Takes out what find() gave.
+    void remove(uint32_t hash, Entry* found)
     {
-        if (size_ == 0)
-            return false;
-        uint32_t* link = search(hash_(key), key);
-        const uint32_t number = *link;
-        if (number == none)
-            return false;
-        *taken = entry(number);
-        entry(number).key = nullptr;
+        const auto number = static_cast<uint32_t>(found - entries_) + 1;
+        uint32_t* link = &head(bucket_.of(hash));
+        while (*link != number)
+            link = &node(*link).next;
         *link = node(number).next;
+        found->key = nullptr;
         --size_;
-        return true;
     }
 
     /// Visits hashes and entries in the order of a walk.
@@ -156,10 +158,12 @@ private:
 
     Node& node(uint32_t number) const { return nodes_[number - 1]; }
     Entry& entry(uint32_t number) const { return entries_[number - 1]; }
+    uint32_t& head(uint32_t bucket) const { return heads_[bucket / sharing]; }
 
     static uint32_t home(uint32_t bucket) { return bucket / homeBuckets * homePlaces; }
 
-    void prefetch(uint32_t bucket) const
+    // In line in any case: GCC drops the calls of a function that does nothing else.
+    [[gnu::always_inline]] void prefetch(uint32_t bucket) const
     {
         const uint32_t place = home(bucket);
         __builtin_prefetch(nodes_ + place);
@@ -167,27 +171,12 @@ private:
             __builtin_prefetch(entries_ + place + ahead);
     }
 
-    // What refers to the entry, or the none at the end of its chain.
-    uint32_t* search(uint32_t hash, const void* key) const
-    {
-        const uint32_t bucket = bucket_.of(hash);
-        prefetch(bucket);
-        uint32_t* link = &heads_[bucket / sharing];
-        while (*link != none) {
-            Node& candidate = node(*link);
-            if (candidate.hash == hash && equality_(entry(*link).key, key) != 0)
-                break;
-            link = &candidate.next;
-        }
-        return link;
-    }
-
     // At home, or where the search for places elsewhere has got.
     uint32_t freePlace(uint32_t bucket)
     {
         const uint32_t first = home(bucket);
-        for (uint32_t place = first; place < first + homePlaces; ++place)
-            if (entries_[place].key == nullptr)
+        for (uint32_t attempt = bucket; attempt != bucket + homePlaces; ++attempt)
+            if (const uint32_t place = first + attempt % homePlaces; entries_[place].key == nullptr)
                 return place + 1;
         while (entries_[elsewhere_].key != nullptr)
             elsewhere_ = elsewhere_ + 1 < places_ ? elsewhere_ + 1 : 0;
@@ -252,7 +241,9 @@ template <typename Entry>
         if (come - gone == std::size(waiting))
             addOne();
         waiting[come++ % std::size(waiting)] = {hash, moved};
-        grown.prefetch(grown.bucket_.of(hash));
+        const uint32_t bucket = grown.bucket_.of(hash);
+        __builtin_prefetch(&grown.head(bucket), 1);
+        grown.prefetch(bucket);
     });
     while (gone != come)
         addOne();
