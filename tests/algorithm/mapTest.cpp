@@ -132,10 +132,11 @@ TEST_F(Map, makesRoomEvenToReplace)
         insert(make(id), make(id));
     void* key = make(3);
     void* value = make(100);
-    {
+    const auto insertWithoutMemory = [&] {
         const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
-        EXPECT_FAILURE(cu_Map_insert(map_, &key, &value), cu_ERROR_COM_MALLOC_FAILED, "cu_Map_insert", file, "");
-    }
+        return cu_Map_insert(map_, &key, &value);
+    };
+    EXPECT_FAILURE(insertWithoutMemory(), cu_ERROR_COM_MALLOC_FAILED, "cu_Map_insert", file, "");
     EXPECT_EQ(valueOf(3), 3);
     EXPECT_EQ(sizeOf(cu_Map_getSize, map_), 65U);
     insert(key, value);

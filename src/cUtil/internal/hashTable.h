@@ -167,7 +167,7 @@ private:
     {
         const uint32_t place = home(bucket);
         __builtin_prefetch(nodes_ + place);
-        for (uint32_t ahead = 0; ahead < homePlaces; ahead += cacheLine / sizeof(Entry))
+        for (std::size_t ahead = 0; ahead < homePlaces; ahead += cacheLine / sizeof(Entry))
             __builtin_prefetch(entries_ + place + ahead);
     }
 
