@@ -29,6 +29,7 @@
 #include <cUtil/runnable.h>
 #include <cUtil/rwMutex.h>
 #include <cUtil/semaphore.h>
+#include <cUtil/serializer.h>
 #include <cUtil/sharedLibrary.h>
 #include <cUtil/sharedMemory.h>
 #include <cUtil/spinLock.h>
