@@ -20,6 +20,7 @@
 #include <cUtil/ipcSemaphore.h>
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
+#include <cUtil/md5.h>
 #include <cUtil/mutex.h>
 #include <cUtil/pointerBuffer.h>
 #include <cUtil/propertyMap.h>
@@ -53,6 +54,7 @@
 #include <cUtil/tools/stringTokenizer.h>
 #include <cUtil/types.h>
 #include <cUtil/variant.h>
+#include <cUtil/uuid.h>
 #include <cUtil/version.h>
 
 #endif

@@ -1,5 +1,8 @@
 #include "support/inject.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -33,6 +36,7 @@ thread_local Plan plan;
 thread_local bool clocksStandStill = false;
 thread_local timespec clockReading;
 thread_local int64_t clockOversleep;
+thread_local std::size_t longestRead = SIZE_MAX;
 
 bool comesFromLibrary(const void* caller)
 {
@@ -116,6 +120,16 @@ timespec ClockReading::get()
     return clockReading;
 }
 
+ShortReads::ShortReads(std::size_t most)
+{
+    longestRead = most;
+}
+
+ShortReads::~ShortReads()
+{
+    longestRead = SIZE_MAX;
+}
+
 } // namespace support
 
 // NAME(parameters) calls the system's NAME, unless it is to fail.
@@ -174,6 +188,13 @@ INTERCEPT_NOTHROW(fstat64, (int file, struct stat64* status), (file, status))
 INTERCEPT_AS(void*, mmap64, (void* hint, size_t size, int protection, int flags, int file, off64_t offset),
              (hint, size, protection, flags, file, offset), MAP_FAILED, noexcept)
 INTERCEPT(close, (int file), (file))
+INTERCEPT_AS(ssize_t, read, (int file, void* buffer, size_t size), (file, buffer, std::min(size, longestRead)), -1)
+// What a fortified read becomes.
+extern "C" __attribute__((visibility("default"))) ssize_t __read_chk(int file, void* buffer, size_t size, size_t room)
+{
+    EXPECT_LE(size, room);
+    return mustFail("read", __builtin_return_address(0)) ? -1 : read(file, buffer, size);
+}
 INTERCEPT_NOTHROW(unlink, (const char* path), (path))
 INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
 
@@ -266,5 +287,9 @@ extern "C" __attribute__((visibility("default"))) int open64(const char* path, i
     va_end(arguments);
     using Function = int (*)(const char*, int, ...);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "open64"));
-    return mustFail("open64", __builtin_return_address(0)) ? -1 : real(path, flags, mode);
+    const void* caller = __builtin_return_address(0);
+    if (comesFromLibrary(caller)) {
+        EXPECT_NE(flags & O_CLOEXEC, 0) << path << " would stay open in other programs";
+    }
+    return mustFail("open64", caller) ? -1 : real(path, flags, mode);
 }

@@ -1,6 +1,7 @@
 // Failing system calls: the test programs stand in front of the functions that the library calls.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 
@@ -40,6 +41,16 @@ public:
 
     void set(timespec reading);
     static timespec get();
+};
+
+/// While it lives, a read in this thread gives so many bytes at most; 0 makes it the end of the file.
+class ShortReads
+{
+public:
+    explicit ShortReads(std::size_t most);
+    ~ShortReads();
+    ShortReads(const ShortReads&) = delete;
+    ShortReads& operator=(const ShortReads&) = delete;
 };
 
 } // namespace support
