@@ -53,8 +53,8 @@
 #include <cUtil/tools/string.h>
 #include <cUtil/tools/stringTokenizer.h>
 #include <cUtil/types.h>
-#include <cUtil/variant.h>
 #include <cUtil/uuid.h>
+#include <cUtil/variant.h>
 #include <cUtil/version.h>
 
 #endif
