@@ -92,15 +92,15 @@ void makeStock()
         stock = new (page) Stock;
 }
 
-int32_t digitValue(char digit)
+constexpr uint32_t noDigit = 16;
+
+uint32_t digitValue(char character)
 {
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    if (digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    return -1;
+    const uint32_t number = static_cast<uint32_t>(character) - '0';
+    const uint32_t letter = (static_cast<uint32_t>(character) | 0x20U) - 'a';
+    if (number < 10)
+        return number;
+    return letter < 6 ? letter + 10 : noDigit;
 }
 
 } // namespace
@@ -149,10 +149,10 @@ cu_ErrorCode cu_UUID_fromString(cu_UUID* uuid, const char* text)
     CU_REQUIRE(text != nullptr);
     CU_REQUIRE(strnlen(text, CU_UUID_TEXT_SIZE) == CU_UUID_TEXT_SIZE - 1);
     for (uint8_t& byte : uuid->data) {
-        int32_t value = 0;
+        uint32_t value = 0;
         for (int nibble = 0; nibble < 2; ++nibble, ++text) {
-            const int32_t digit = digitValue(*text);
-            if (digit < 0)
+            const uint32_t digit = digitValue(*text);
+            if (digit == noDigit)
                 return CU_REPORT(cu_ERROR_COM_INVALID_ARGUMENT, 0,
                                  "The ASCII character '%c' can't be converted to hex!", *text);
             value = value << 4 | digit;
