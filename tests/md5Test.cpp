@@ -64,7 +64,7 @@ TEST(Md5, everyLengthAroundTheEndsOfBlocksAndEveryAlignmentIsDigested)
         Bytes digests; // of 1, 2, ... bytes, one behind the other
         for (uint32_t length = 1; length <= longest; ++length) {
             Bytes moved(offset + length); // so that a sanitizer sees a read beyond
-            std::copy_n(data.begin(), length, moved.begin() + offset);
+            std::copy_n(data.data(), length, moved.data() + offset);
             const Bytes digest = digestOf(moved.data() + offset, length);
             digests.insert(digests.end(), digest.begin(), digest.end());
         }
