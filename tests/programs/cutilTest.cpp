@@ -14,6 +14,8 @@
 
 #include <algorithm>
 #include <fstream>
+#include <set>
+#include <sstream>
 #include <sys/resource.h>
 
 namespace
@@ -293,11 +295,114 @@ TEST(CutilConvert, PrintsTheValueOrWhyThereIsNone)
     EXPECT_EQ(failed.output, "cutil: uint8: source='100.0' base='16 (cu_ERROR_CONVERSION_FAILED)\n");
 }
 
+class CutilMd5 : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(run("mkdir " + folder).status, 0);
+        for (const auto& [name, content] :
+             {std::pair("a b", "abc"), std::pair("back\\slash", "y"), std::pair("cr\rx", "z"), std::pair("empty", ""),
+              std::pair("new\nline", "x")})
+            std::ofstream(folder + '/' + name) << content;
+    }
+    void TearDown() override { run("rm -r " + folder); }
+
+    /// In the folder.
+    Result md5(const std::string& words, const std::string& before = "")
+    {
+        return run("export LC_ALL=C; cd " + folder + "; " + before + cutil + "md5 " + words);
+    }
+
+    const std::string folder = testing::TempDir() + uniqueName("md5");
+    const std::string sums = "900150983cd24fb0d6963f7d28e17f72  a b\n"
+                             "\\415290769594460e2e485922904f345d  back\\\\slash\n"
+                             "\\fbade9e36a3f36d3d676c1b808451dd7  cr\\rx\n"
+                             "d41d8cd98f00b204e9800998ecf8427e  empty\n"
+                             "\\9dd4e461268c8034f5c8564e155c67a6  new\\nline\n";
+};
+
+TEST_F(CutilMd5, PrintsTheDigestsOfFilesAndStreamsInTheFormOfMd5sum)
+{
+    const Result files = md5("*");
+    EXPECT_EQ(files.status, 0);
+    EXPECT_EQ(files.output, sums);
+    EXPECT_EQ(md5("", "printf abc | ").output, "900150983cd24fb0d6963f7d28e17f72  -\n");
+    EXPECT_EQ(md5("empty -", "(printf a; sleep 0.1; printf bc) | ").output,
+              "d41d8cd98f00b204e9800998ecf8427e  empty\n900150983cd24fb0d6963f7d28e17f72  -\n");
+
+    const Result some = md5("missing empty . 2>&1");
+    EXPECT_EQ(some.status, 1);
+    for (const char* line : {"cutil: missing: No such file or directory\n", "cutil: .: Is a directory\n",
+                             "d41d8cd98f00b204e9800998ecf8427e  empty\n"})
+        EXPECT_THAT(some.output, HasSubstr(line));
+}
+
+TEST_F(CutilMd5, NeedsNoMoreMemoryForMoreBytes)
+{
+    EXPECT_EQ(md5("", "head -c 128M /dev/zero | ").output, "fde9e0818281836e4fc0edfede2b8762  -\n");
+    rusage usage{};
+    ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
+    EXPECT_LT(usage.ru_maxrss, 96 * 1024); // KiB; a sanitizer alone takes its share
+}
+
+TEST_F(CutilMd5, ChecksWhatItPrints)
+{
+    ASSERT_EQ(md5("* >list").status, 0);
+    const std::string verdicts = "a b: OK\nback\\slash: OK\ncr\rx: OK\nempty: OK\n\\new\\nline: OK\n";
+    for (const Result& result : {md5("--check list"), md5("--check", "cat list | "), md5("--check - <list")}) {
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.output, verdicts);
+    }
+}
+
+TEST_F(CutilMd5, TellsWhatDoesNotMatchCannotBeReadOrIsNoSum)
+{
+    std::ofstream(folder + "/list") << "# a comment\n\n"
+                                       "900150983cd24fb0d6963f7d28e17f73  a b\n"
+                                       "D41D8CD98F00B204E9800998ECF8427E *empty\r\n"
+                                       "d41d8cd98f00b204e9800998ecf8427e  missing\n"
+                                       "d41d8cd98f00b204e9800998ecf8427e empty\n"
+                                       "d41d8cd98f00b204e9800998ecf8427  empty\n"
+                                       "d41d8cd98f00b204e9800998ecf8427ef  empty\n"
+                                       "d41d8cd98f00b204e9800998ecf8427e  \n"
+                                       "\\d41d8cd98f00b204e9800998ecf8427e  a\\xb\n"
+                                       "\\d41d8cd98f00b204e9800998ecf8427e  a\\\n"
+                                       "\t d41d8cd98f00b204e9800998ecf8427e  empty";
+    const Result result = md5("--check list 2>/dev/null");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "a b: FAILED\nempty: OK\nmissing: FAILED open or read\nempty: OK\n");
+    EXPECT_EQ(md5("--check list 2>&1 >/dev/null").output, "cutil: missing: No such file or directory\n"
+                                                          "cutil: WARNING: 6 lines are improperly formatted\n"
+                                                          "cutil: WARNING: 1 listed file could not be read\n"
+                                                          "cutil: WARNING: 1 computed checksum did NOT match\n");
+    // The standard input cannot be the list and a file in it.
+    const Result both = md5("--check 2>&1", "printf 'd41d8cd98f00b204e9800998ecf8427e  -\n' | ");
+    EXPECT_EQ(both.status, 1);
+    EXPECT_EQ(both.output, "cutil: standard input: no properly formatted checksum lines found\n");
+}
+
+TEST(CutilUuid, PrintsAsManyDifferentIdentifiersAsAreAskedFor)
+{
+    for (const unsigned count : {1U, 1000U}) {
+        const Result result = run(cutil + "uuid " + (count == 1 ? "" : std::to_string(count)));
+        EXPECT_EQ(result.status, 0);
+        std::istringstream lines(result.output);
+        std::set<std::string> different;
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_EQ(line.find_first_not_of("0123456789ABCDEF"), std::string::npos) << line;
+            EXPECT_EQ(line.size(), 32U);
+            different.insert(line);
+        }
+        EXPECT_EQ(different.size(), count);
+    }
+}
+
 TEST(Cutil, TellsHowItIsUsed)
 {
     EXPECT_EQ(run(cutil + "--version").output, "cutil " CU_VERSION_STRING "\n");
     EXPECT_THAT(run(cutil + "--help").output, StartsWith("usage: cutil COMMAND"));
-    for (const std::string command : {"error", "hexdump", "shm", "ring", "clock", "convert"}) {
+    for (const std::string command : {"error", "hexdump", "shm", "ring", "clock", "convert", "md5", "uuid"}) {
         const Result help = run(cutil + command + " --help 2>/dev/null");
         EXPECT_EQ(help.status, 0) << command;
         EXPECT_THAT(help.output, StartsWith("usage: cutil " + command));
@@ -338,6 +443,11 @@ TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
                                     "ring put a --size 1",
                                     "ring put a --size 2147483648",
                                     "clock x",
+                                    "md5 --bogus",
+                                    "uuid x",
+                                    "uuid 0",
+                                    "uuid 1 2",
+                                    "uuid 4294967296",
                                     "convert",
                                     "convert sint8",
                                     "convert sint8 1 2",
@@ -355,7 +465,8 @@ TEST(Cutil, AnswersFailureOnTheErrorStreamWithStatus1)
 {
     for (const std::string words :
          {"hexdump /nonexistent", "hexdump /", "shm show nonexistent-region", "ring cat nonexistent-region",
-          "ring put nonexistent-region", "ring cat -o -- --once", "error 9", "error --all >/dev/full"}) {
+          "ring put nonexistent-region", "ring cat -o -- --once", "error 9", "error --all >/dev/full",
+          "md5 /nonexistent", "md5 -c /dev/null", "md5 --check /nonexistent", "uuid 9999 >/dev/full"}) {
         const Result result = run('(' + cutil + words + ") 2>&1");
         EXPECT_EQ(result.status, 1) << words;
         EXPECT_THAT(result.output, HasSubstr("cutil: ")) << words;

@@ -61,6 +61,8 @@ extern const Command shmCommand;
 extern const Command ringCommand;
 extern const Command clockCommand;
 extern const Command convertCommand;
+extern const Command md5Command;
+extern const Command uuidCommand;
 
 /// Says on the standard error stream what failed. @return #failed
 [[nodiscard]] int fail(const char* format, ...) CU_PRINTF(1, 2);

@@ -1,5 +1,6 @@
 // cutil hexdump: a file or a stream of any size in the form of cu_printHexDump(), line by line.
 #include "cutil.h"
+#include "input.h"
 
 #include "internal/hexLine.h"
 
@@ -7,9 +8,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <string_view>
-#include <unistd.h>
 
 namespace cutil
 {
@@ -68,15 +66,13 @@ private:
 };
 
 /// Leaves the reason of a failure in `errno`.
-bool dump(int descriptor)
+bool dump(Input& input)
 {
     Dump dump;
     std::array<unsigned char, blockSize> block;
     std::size_t held = 0; // at the start of the block: less than a line
     for (;;) {
-        const ssize_t count = read(descriptor, block.data() + held, block.size() - held);
-        if (count == -1 && errno == EINTR)
-            continue;
+        const ssize_t count = input.read(block.data() + held, block.size() - held);
         if (count == -1)
             return false;
         if (count == 0)
@@ -98,14 +94,8 @@ int run(const Arguments& arguments)
 {
     if (arguments.size() > 1)
         return misuse(hexdumpCommand, "one file at a time");
-    const char* path = arguments.empty() ? "-" : arguments[0];
-    const bool fromInput = path == std::string_view("-");
-    const int descriptor = fromInput ? STDIN_FILENO : open(path, O_RDONLY | O_CLOEXEC);
-    if (descriptor == -1 || !dump(descriptor))
-        return fail("%s: %s", fromInput ? "standard input" : path, strerror(errno));
-    if (!fromInput)
-        close(descriptor);
-    return done;
+    Input input(arguments.empty() ? "-" : arguments[0]);
+    return dump(input) ? done : fail("%s: %s", input.name(), strerror(errno));
 }
 
 } // namespace
