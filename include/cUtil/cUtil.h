@@ -48,6 +48,7 @@
 #include <cUtil/time/time.h>
 #include <cUtil/time/timer.h>
 #include <cUtil/tools/hexDump.h>
+#include <cUtil/tools/rbTree.h>
 #include <cUtil/tools/safeMalloc.h>
 #include <cUtil/tools/safeStringOps.h>
 #include <cUtil/tools/string.h>

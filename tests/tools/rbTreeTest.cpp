@@ -1,0 +1,359 @@
+#include "internal/rbTreeLayout.h"
+#include "support/record.h"
+#include "support/scale.h"
+#include "support/sweep.h"
+
+#include <cUtil/tools/rbTree.h>
+
+#include <cmath>
+#include <map>
+#include <random>
+#include <set>
+#include <vector>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/tools/rbTree";
+
+void* pointer(uintptr_t number)
+{
+    return reinterpret_cast<void*>(number); // NOLINT(performance-no-int-to-ptr)
+}
+
+uintptr_t number(const void* key)
+{
+    return reinterpret_cast<uintptr_t>(key);
+}
+
+// Any value of the right sign will do, also one that has no opposite.
+int32_t compareNumbers(const void* a, const void* b)
+{
+    return number(a) < number(b) ? INT32_MIN : number(a) > number(b) ? INT32_MAX : 0;
+}
+
+/// Walks a subtree and tells its black height; notes its keys in order, and what is wrong with it.
+int blackHeight(const cu_RBTree* tree, const cu::internal::RBTreeNode* node, std::vector<const void*>& keys)
+{
+    if (node == nullptr)
+        return 0;
+    const int height = blackHeight(tree, node->child[cu::internal::left], keys);
+    keys.push_back(node->key);
+    EXPECT_EQ(blackHeight(tree, node->child[cu::internal::right], keys), height);
+    EXPECT_EQ(node->tree, tree);
+    for (const auto* child : node->child)
+        EXPECT_FALSE(node->isRed && child != nullptr && child->isRed);
+    return height + !node->isRed;
+}
+
+/// The keys of a tree that is one: balanced, and with a black root.
+std::vector<const void*> keysOf(const cu_RBTree* tree)
+{
+    std::vector<const void*> keys;
+    const int height = blackHeight(tree, tree->root, keys);
+    EXPECT_TRUE(tree->root == nullptr || !tree->root->isRed);
+    EXPECT_LE(height, std::log2(static_cast<double>(keys.size()) + 1));
+    return keys;
+}
+
+/// A tree of numbers, which are keys and values at once unless told otherwise.
+class NumberTree
+{
+public:
+    NumberTree() { EXPECT_EQ(cu_RBTree_new(&tree_, compareNumbers, nullptr, nullptr, nullptr), 0U); }
+    NumberTree(const NumberTree&) = delete;
+    NumberTree& operator=(const NumberTree&) = delete;
+    ~NumberTree() { EXPECT_EQ(cu_RBTree_delete(&tree_), 0U); }
+
+    cu_RBTree* get() const { return tree_; }
+    cu_ErrorCode add(uintptr_t key, uintptr_t value) const
+    {
+        return cu_RBTree_add(tree_, pointer(key), pointer(value));
+    }
+    cu_ErrorCode add(uintptr_t key) const { return add(key, key); }
+    cu_ErrorCode remove(uintptr_t key) const { return cu_RBTree_rem(tree_, pointer(key)); }
+    uintptr_t at(uintptr_t key) const
+    {
+        void* value = pointer(~uintptr_t{0});
+        EXPECT_EQ(cu_RBTree_has(tree_, pointer(key), &value), 0U);
+        return number(value);
+    }
+    uint32_t size() const
+    {
+        uint32_t size = ~0U;
+        EXPECT_EQ(cu_RBTree_size(tree_, &size), 0U);
+        return size;
+    }
+
+private:
+    cu_RBTree* tree_ = nullptr;
+};
+
+// Few keys make every shape of a small tree, and that is looked at after each change; many make a high one.
+TEST(RBTree, answersAsAMapDoesThroughAMillionOperationsAndStaysBalanced)
+{
+    struct {
+        uintptr_t keys;
+        int rounds;
+        int between;
+    } const cases[] = {{12, 100'000, 1}, {100, 100'000, 10}, {5'000, 300'000, 3'001}, {200'000, 500'000, 100'003}};
+    std::mt19937 random(1);
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.keys);
+        const NumberTree tree;
+        std::map<uintptr_t, uintptr_t> model;
+        const int rounds = support::scaled(one.rounds);
+        for (int round = 1; round <= rounds; ++round) {
+            const uintptr_t key = 1 + random() % one.keys;
+            const auto found = model.find(key);
+            const bool isThere = found != model.end();
+            ASSERT_EQ(tree.at(key), isThere ? found->second : 0U);
+            const bool grows = round * 5LL / rounds % 2 == 0;
+            if (random() % 3 < (grows ? 2 : 1)) {
+                const uintptr_t value = random() | 1U;
+                ASSERT_EQ(tree.add(key, value), isThere ? cu_ErrorCode{cu_ERROR_RBTREE_ADD_EXISTS} : 0U);
+                model.emplace(key, value);
+            } else {
+                ASSERT_EQ(tree.remove(key), isThere ? 0U : cu_ErrorCode{cu_ERROR_RBTREE_NOT_FOUND});
+                model.erase(key);
+            }
+            if (round % one.between != 0 && round != rounds)
+                continue;
+            std::vector<const void*> expected;
+            for (const auto& entry : model)
+                expected.push_back(pointer(entry.first));
+            ASSERT_EQ(keysOf(tree.get()), expected);
+            ASSERT_EQ(tree.size(), expected.size());
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+TEST(RBTree, isWalkedInOrderHoweverItGrew)
+{
+    const auto million = static_cast<uintptr_t>(support::scaled(1'000'000));
+    struct {
+        const char* growth;
+        uintptr_t count, first, step; // step and count have no common divisor
+    } const cases[] = {{"none", 0, 0, 1},
+                       {"ascending", 10'000, 0, 1},
+                       {"descending", 10'000, 9'999, 9'999},
+                       {"scattered", million, 17, 7'919}};
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.growth);
+        const NumberTree tree;
+        for (uintptr_t i = 0; i < one.count; ++i)
+            ASSERT_EQ(tree.add((one.first + i * one.step) % one.count + 1), 0U);
+        EXPECT_EQ(keysOf(tree.get()).size(), one.count);
+        cu_RBTreeIterator* it = nullptr;
+        ASSERT_EQ(cu_RBTreeIterator_new(&it, tree.get()), 0U);
+        void* key = nullptr;
+        void* value = nullptr;
+        // Twice more than there are keys: the end stays the end.
+        for (uintptr_t i = 1; i <= one.count + 2; ++i) {
+            key = value = pointer(~uintptr_t{0});
+            ASSERT_EQ(cu_RBTreeIterator_current(it, &key, &value), 0U);
+            ASSERT_EQ(number(key), i <= one.count ? i : 0);
+            ASSERT_EQ(value, key);
+            ASSERT_EQ(cu_RBTreeIterator_next(it, i % 2 == 0 ? &key : nullptr, &value), 0U);
+            ASSERT_EQ(number(value), i < one.count ? i + 1 : 0);
+            ASSERT_EQ(number(key), i % 2 != 0 && i <= one.count ? i : number(value));
+        }
+        EXPECT_EQ(cu_RBTreeIterator_delete(&it), 0U);
+        EXPECT_EQ(it, nullptr);
+    }
+}
+
+/// Keys and values of a tree and the caller's functions on them, of which one call may fail. They watch that everything
+/// is released once.
+struct Things {
+    static inline std::set<const int*> live;
+    static inline std::vector<int> released;
+    static inline unsigned callsLeft; ///< until the one that fails; 0: none is to fail
+
+    static void begin(unsigned failAt = 0)
+    {
+        live.clear();
+        released.clear();
+        callsLeft = failAt;
+    }
+    static void* make(int number)
+    {
+        int* thing = new int(number);
+        live.insert(thing);
+        return thing;
+    }
+    static int32_t compare(const void* a, const void* b)
+    {
+        return *static_cast<const int*>(a) - *static_cast<const int*>(b);
+    }
+    static cu_ErrorCode copy(void** slot, const void* key)
+    {
+        EXPECT_EQ(*slot, nullptr);
+        if (const cu_ErrorCode code = refusal(4711); code != 0)
+            return code;
+        *slot = make(*static_cast<const int*>(key));
+        return 0;
+    }
+    static cu_ErrorCode release(void** slot)
+    {
+        const auto* thing = static_cast<const int*>(*slot);
+        EXPECT_EQ(live.count(thing), 1U) << "released before";
+        if (const cu_ErrorCode code = refusal(4712); code != 0)
+            return code;
+        released.push_back(*thing);
+        live.erase(thing);
+        delete thing;
+        return 0;
+    }
+    static cu_ErrorCode refusal(cu_ErrorCode code)
+    {
+        if (callsLeft == 0 || --callsLeft != 0)
+            return 0;
+        cu_Error_report(cu_getErrorLocation(), code, 0, "refusal", 1, "test", nullptr);
+        return code;
+    }
+};
+
+void expectPassedOn(cu_ErrorCode code, cu_ErrorCode expected, const char* inner, const char* outer)
+{
+    EXPECT_EQ(code, expected);
+    EXPECT_EQ(support::trace().find(std::string(inner) + "  -  " + file + ":"), 0U) << support::trace();
+    EXPECT_NE(support::trace().find(std::string("\n") + outer + "  -  " + file + ":"), std::string::npos);
+}
+
+// Whichever call of the caller's fails: its code comes back with a trace, the tree holds what it says, and in the end
+// everything was released once.
+TEST(RBTree, losesAndReleasesTwiceNothingWhicheverFunctionFails)
+{
+    for (unsigned nth = 1; Things::callsLeft == 0; ++nth) {
+        SCOPED_TRACE(nth);
+        ASSERT_LT(nth, 100U);
+        Things::begin(nth);
+        std::set<int> expected;
+        const auto expectKeys = [&](const cu_RBTree* tree) {
+            std::set<int> keys;
+            for (const void* key : keysOf(tree))
+                keys.insert(*static_cast<const int*>(key));
+            EXPECT_EQ(keys, expected);
+        };
+        cu_RBTree* tree = nullptr;
+        ASSERT_EQ(cu_RBTree_new(&tree, Things::compare, Things::copy, Things::release, Things::release), 0U);
+        for (int key = 0; key < 9; ++key) {
+            void* value = Things::make(key);
+            if (const cu_ErrorCode code = cu_RBTree_add(tree, &key, value); code == 0) {
+                expected.insert(key);
+            } else {
+                expectPassedOn(code, 4711, "RBTreeImpl_new", "cu_RBTree_add");
+                EXPECT_EQ(Things::release(&value), 0U); // it is still ours
+            }
+            expectKeys(tree);
+        }
+        for (const int key : {4, 0, 7}) {
+            if (expected.erase(key) == 0)
+                continue;
+            if (const cu_ErrorCode code = cu_RBTree_rem(tree, &key); code != 0)
+                expectPassedOn(code, 4712, "RBTreeImpl_delete", "cu_RBTree_rem");
+            expectKeys(tree);
+        }
+        if (const cu_ErrorCode code = cu_RBTree_delete(&tree); code != 0) {
+            expectPassedOn(code, 4712, "RBTreeImpl_delete", "cu_RBTree_delete");
+            ASSERT_NE(tree, nullptr);
+            keysOf(tree);
+            EXPECT_EQ(cu_RBTree_delete(&tree), 0U);
+        }
+        EXPECT_EQ(tree, nullptr);
+        EXPECT_TRUE(Things::live.empty());
+    }
+}
+
+TEST(RBTree, deletionGoesOnBehindWhatCannotBeReleased)
+{
+    Things::begin();
+    cu_RBTree* tree = nullptr;
+    ASSERT_EQ(cu_RBTree_new(&tree, Things::compare, Things::copy, Things::release, Things::release), 0U);
+    for (const int key : {1, 2, 3})
+        EXPECT_EQ(cu_RBTree_add(tree, &key, Things::make(10 * key)), 0U);
+    struct {
+        unsigned failAt; // a call of a release function
+        std::vector<int> released;
+    } const attempts[] = {
+        {1, {}},            // key 1
+        {2, {2}},           // value 20
+        {4, {2, 3, 30, 1}}, // value 10, at the second try for key 1
+        {1, {2, 3, 30, 1}}, // value 20 again
+        {0, {2, 3, 30, 1, 10, 20}},
+    };
+    for (const auto& attempt : attempts) {
+        Things::callsLeft = attempt.failAt;
+        EXPECT_EQ(cu_RBTree_delete(&tree), attempt.failAt != 0 ? 4712U : 0U);
+        EXPECT_EQ(Things::released, attempt.released);
+    }
+    EXPECT_EQ(tree, nullptr);
+    EXPECT_TRUE(Things::live.empty());
+}
+
+TEST(RBTree, isMadeAsAWholeOrNotAtAll)
+{
+    const NumberTree tree;
+    ASSERT_EQ(tree.add(1), 0U);
+    support::sweep<cu_RBTree>(
+        "cu_RBTree_new",
+        [](auto handle, auto) { return cu_RBTree_new(handle, compareNumbers, nullptr, nullptr, nullptr); },
+        cu_RBTree_delete);
+    support::sweep<cu_RBTreeIterator>(
+        "cu_RBTreeIterator_new", [&](auto handle, auto) { return cu_RBTreeIterator_new(handle, tree.get()); },
+        cu_RBTreeIterator_delete);
+    const support::Injection failing("calloc", ENOMEM);
+    expectPassedOn(tree.add(2), cu_ERROR_COM_MALLOC_FAILED, "RBTreeImpl_new", "cu_RBTree_add");
+    EXPECT_EQ(keysOf(tree.get()), std::vector<const void*>{pointer(1)});
+}
+
+TEST(RBTree, tellsWhatItRefuses)
+{
+    const NumberTree tree;
+    cu_RBTree* none = nullptr;
+    cu_RBTree* some = tree.get();
+    cu_RBTreeIterator* noPlace = nullptr;
+    cu_RBTreeIterator* it = nullptr;
+    ASSERT_EQ(cu_RBTreeIterator_new(&it, some), 0U);
+    void* const key = pointer(1);
+    void* value = pointer(7);
+    uint32_t size = 0;
+    const auto make = [](cu_RBTree** handle, cu_RBTreeCompare compare) {
+        return cu_RBTree_new(handle, compare, nullptr, nullptr, nullptr);
+    };
+    EXPECT_REFUSED(make(nullptr, compareNumbers), "cu_RBTree_new", file);
+    EXPECT_REFUSED(make(&some, compareNumbers), "cu_RBTree_new", file);
+    EXPECT_REFUSED(make(&none, nullptr), "cu_RBTree_new", file);
+    EXPECT_REFUSED(cu_RBTree_delete(nullptr), "cu_RBTree_delete", file);
+    EXPECT_REFUSED(cu_RBTree_delete(&none), "cu_RBTree_delete", file);
+    EXPECT_REFUSED(cu_RBTree_add(nullptr, key, key), "cu_RBTree_add", file);
+    EXPECT_REFUSED(cu_RBTree_add(some, nullptr, key), "cu_RBTree_add", file);
+    EXPECT_REFUSED(cu_RBTree_add(some, key, nullptr), "cu_RBTree_add", file);
+    EXPECT_REFUSED(cu_RBTree_has(nullptr, key, &value), "cu_RBTree_has", file);
+    EXPECT_REFUSED(cu_RBTree_has(some, nullptr, &value), "cu_RBTree_has", file);
+    EXPECT_REFUSED(cu_RBTree_has(some, key, nullptr), "cu_RBTree_has", file);
+    EXPECT_REFUSED(cu_RBTree_rem(nullptr, key), "cu_RBTree_rem", file);
+    EXPECT_REFUSED(cu_RBTree_rem(some, nullptr), "cu_RBTree_rem", file);
+    EXPECT_REFUSED(cu_RBTree_size(nullptr, &size), "cu_RBTree_size", file);
+    EXPECT_REFUSED(cu_RBTree_size(some, nullptr), "cu_RBTree_size", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_new(nullptr, some), "cu_RBTreeIterator_new", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_new(&it, some), "cu_RBTreeIterator_new", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_new(&noPlace, nullptr), "cu_RBTreeIterator_new", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_current(nullptr, nullptr, &value), "cu_RBTreeIterator_current", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_current(it, &value, nullptr), "cu_RBTreeIterator_current", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_next(nullptr, nullptr, &value), "cu_RBTreeIterator_next", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_next(it, &value, nullptr), "cu_RBTreeIterator_next", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_delete(nullptr), "cu_RBTreeIterator_delete", file);
+    EXPECT_REFUSED(cu_RBTreeIterator_delete(&noPlace), "cu_RBTreeIterator_delete", file);
+    EXPECT_EQ(value, pointer(7));
+    EXPECT_EQ(cu_RBTreeIterator_delete(&it), 0U);
+
+    EXPECT_EQ(tree.add(1, 7), 0U);
+    EXPECT_FAILURE(tree.add(1, 8), cu_ERROR_RBTREE_ADD_EXISTS, "cu_RBTree_add", file, "");
+    EXPECT_EQ(tree.at(1), 7U);
+    EXPECT_FAILURE(tree.remove(2), cu_ERROR_RBTREE_NOT_FOUND, "cu_RBTree_rem", file, "");
+}
+
+} // namespace
