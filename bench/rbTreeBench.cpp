@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <random>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -218,12 +219,17 @@ void look(benchmark::State& state)
 template <typename Map>
 void walk(benchmark::State& state)
 {
-    Map map;
-    for (void* key : shuffledKeys(state, 1))
-        map.add(key);
+    // Several small maps, for the same reason.
+    std::vector<std::unique_ptr<Map>> maps(state.range(0) < 10000 ? 8 : 1);
+    for (unsigned seed = 1; auto& map : maps) {
+        map = std::make_unique<Map>();
+        for (void* key : shuffledKeys(state, seed++))
+            map->add(key);
+    }
     for (auto _ : state)
-        benchmark::DoNotOptimize(map.sum());
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+        for (const auto& map : maps)
+            benchmark::DoNotOptimize(map->sum());
+    state.SetItemsProcessed(state.iterations() * state.range(0) * static_cast<int64_t>(maps.size()));
 }
 
 void sizes(benchmark::internal::Benchmark* work)
