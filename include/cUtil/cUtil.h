@@ -34,6 +34,7 @@
 #include <cUtil/sharedLibrary.h>
 #include <cUtil/sharedMemory.h>
 #include <cUtil/spinLock.h>
+#include <cUtil/stringDecorator.h>
 #include <cUtil/system/group.h>
 #include <cUtil/system/user.h>
 #include <cUtil/thread.h>
@@ -47,6 +48,7 @@
 #include <cUtil/time/processorTime.h>
 #include <cUtil/time/time.h>
 #include <cUtil/time/timer.h>
+#include <cUtil/tools/dshmManager.h>
 #include <cUtil/tools/hexDump.h>
 #include <cUtil/tools/rbTree.h>
 #include <cUtil/tools/safeMalloc.h>

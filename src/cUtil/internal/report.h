@@ -85,6 +85,12 @@ private:
     const char* text_;
 };
 
+/// What a description tells of an address, "0x%08X" on every host: its low 32 bits.
+inline uint32_t printable(const void* address)
+{
+    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(address));
+}
+
 } // namespace cu::internal
 
 namespace internal = cu::internal; // NOLINT(misc-unused-alias-decls): sources say internal::

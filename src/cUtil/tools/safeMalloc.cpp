@@ -4,16 +4,7 @@
 
 #include <cstdlib>
 
-namespace
-{
-
-// "%08X" prints 32 bits of an address on every host.
-uint32_t printable(const void* address)
-{
-    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(address));
-}
-
-} // namespace
+using internal::printable;
 
 cu_ErrorCode cu_safeMalloc(void** destination, uint32_t size)
 {

@@ -1,0 +1,188 @@
+#include "support/record.h"
+#include "support/sweep.h"
+
+#include <cUtil/stringDecorator.h>
+#include <cUtil/tools/safeMalloc.h>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/stringDecorator";
+
+class Decorator
+{
+public:
+    explicit Decorator(uint32_t capacity) { EXPECT_EQ(cu_StringDecorator_new(&me, capacity), 0U); }
+    Decorator(const Decorator&) = delete;
+    Decorator& operator=(const Decorator&) = delete;
+    ~Decorator() { EXPECT_EQ(cu_StringDecorator_delete(&me), 0U); }
+
+    std::string apply(const std::string& text) const
+    {
+        char* result = nullptr;
+        EXPECT_EQ(cu_StringDecorator_applyDecIfNotIgnored(me, text.c_str(), &result), 0U);
+        std::string copy = result != nullptr ? result : "";
+        cu_safeFreeImpl(result);
+        return copy;
+    }
+    cu_ErrorCode push(const std::string& pattern) const
+    {
+        return cu_StringDecorator_pushIgnorePatterns(me, pattern.c_str());
+    }
+    cu_ErrorCode pop() const { return cu_StringDecorator_popIgnorePatterns(me); }
+    std::string top() const
+    {
+        const char* pattern = "";
+        EXPECT_EQ(cu_StringDecorator_topIgnorePatterns(me, &pattern), 0U);
+        return pattern;
+    }
+    uint32_t count() const
+    {
+        uint32_t count = ~0U;
+        EXPECT_EQ(cu_StringDecorator_getIgnorePatternsInfo(me, nullptr, &count), 0U);
+        return count;
+    }
+
+    cu_StringDecorator* me = nullptr;
+};
+
+TEST(StringDecorator, decoratesWhatContainsNoPatternOfTheStack)
+{
+    const Decorator decorator(3);
+    EXPECT_EQ(decorator.apply("text"), "text"); // no decoration yet
+    ASSERT_EQ(cu_StringDecorator_setDec(decorator.me, "%s> "), 0U);
+    struct {
+        const char* push; // null: pop
+        const char* text;
+        bool ignored;
+    } const steps[] = {
+        {"error", "no errors", true}, {"%d", "no errors", true}, {nullptr, "50%d", false}, {"X", "an error", true},
+        {"", "anything", true},       {nullptr, "x", false},     {nullptr, "X", false},    {nullptr, "error", false},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.text);
+        EXPECT_EQ(step.push != nullptr ? decorator.push(step.push) : decorator.pop(), 0U);
+        if (step.push != nullptr) {
+            EXPECT_EQ(decorator.top(), step.push);
+        }
+        bool contained = !step.ignored;
+        EXPECT_EQ(cu_StringDecorator_containsIgnorePattern(decorator.me, step.text, &contained), 0U);
+        EXPECT_EQ(contained, step.ignored);
+        EXPECT_EQ(decorator.apply(step.text), (step.ignored ? "" : "%s> ") + std::string(step.text));
+    }
+    const std::string longText(100'000, 'l');
+    EXPECT_EQ(decorator.apply(longText), "%s> " + longText);
+}
+
+TEST(StringDecorator, textsHave1023CharactersAtMost)
+{
+    const Decorator decorator(2);
+    const std::string fits(1023, 'f');
+    const std::string tooLong(1024, 't');
+    const char* decoration = nullptr;
+    EXPECT_EQ(cu_StringDecorator_setDec(decorator.me, fits.c_str()), 0U);
+    ASSERT_EQ(cu_StringDecorator_getDec(decorator.me, &decoration), 0U);
+    EXPECT_EQ(decoration, fits);
+    EXPECT_EQ(decorator.apply("x"), fits + "x");
+    EXPECT_FAILURE(cu_StringDecorator_setDec(decorator.me, tooLong.c_str()), cu_ERROR_TRUNCATION_DETECTED,
+                   "cu_str_copy", "src/cUtil/tools/safeStringOps", "");
+    EXPECT_EQ(support::trace().find("cu_StringDecorator_setDec  -  src/cUtil/stringDecorator:"), 0U);
+    EXPECT_EQ(decoration, tooLong.substr(1));
+
+    EXPECT_EQ(decorator.push(fits), 0U);
+    EXPECT_FAILURE(decorator.push(tooLong), cu_ERROR_TRUNCATION_DETECTED, "cu_str_copy",
+                   "src/cUtil/tools/safeStringOps", "");
+    EXPECT_EQ(support::trace().find("cu_StringDecorator_pushIgnorePatterns  -  src/cUtil/stringDecorator:"), 0U);
+    EXPECT_EQ(decorator.count(), 1U);
+    EXPECT_EQ(decorator.top(), fits);
+    EXPECT_EQ(decorator.apply(tooLong), tooLong.substr(1) + tooLong); // the failed pattern is none
+    EXPECT_EQ(decorator.push("t"), 0U);
+    EXPECT_EQ(decorator.top(), "t");
+    EXPECT_EQ(decorator.apply(tooLong), tooLong);
+}
+
+TEST(StringDecorator, theStackHoldsItsCapacityAndNoMore)
+{
+    for (const uint32_t capacity : {0U, 1U, 5U}) {
+        const Decorator decorator(capacity);
+        uint32_t max = ~0U;
+        EXPECT_EQ(cu_StringDecorator_getIgnorePatternsInfo(decorator.me, &max, nullptr), 0U);
+        EXPECT_EQ(max, capacity);
+        for (uint32_t i = 0; i < capacity; ++i)
+            EXPECT_EQ(decorator.push(std::string(1023, 'a')), 0U);
+        const std::string number = std::to_string(capacity);
+        EXPECT_FAILURE(decorator.push("x"), cu_ERROR_COM_INVALID_ARGUMENT, "cu_StringDecorator_pushIgnorePatterns",
+                       file, "Ignore pattern stack is full! Cur='" + number + "', max='" + number + "'");
+        EXPECT_EQ(decorator.count(), capacity);
+        EXPECT_EQ(decorator.apply("x"), "x");
+        for (uint32_t i = 0; i < capacity; ++i)
+            EXPECT_EQ(decorator.pop(), 0U);
+        const char* top = "untouched";
+        EXPECT_FAILURE(decorator.pop(), cu_ERROR_COM_INVALID_ARGUMENT, "cu_StringDecorator_popIgnorePatterns", file,
+                       "Stack is empty!");
+        EXPECT_FAILURE(cu_StringDecorator_topIgnorePatterns(decorator.me, &top), cu_ERROR_COM_INVALID_ARGUMENT,
+                       "cu_StringDecorator_topIgnorePatterns", file, "Stack is empty!");
+        EXPECT_STREQ(top, "untouched");
+        EXPECT_EQ(decorator.count(), 0U);
+    }
+}
+
+// 0x400001 slots would take 1024 bytes if their size wrapped around.
+TEST(StringDecorator, isMadeAsAWholeOrNotAtAll)
+{
+    support::sweep<cu_StringDecorator>(
+        "cu_StringDecorator_new", [](auto handle, auto) { return cu_StringDecorator_new(handle, 3); },
+        cu_StringDecorator_delete);
+    for (const uint32_t capacity : {0x400000U, 0x400001U, UINT32_MAX}) {
+        cu_StringDecorator* me = nullptr;
+        EXPECT_FAILURE(cu_StringDecorator_new(&me, capacity), cu_ERROR_COM_MALLOC_FAILED, "cu_StringDecorator_new",
+                       file, "");
+        EXPECT_EQ(me, nullptr);
+    }
+    const Decorator decorator(1);
+    char before[] = "before";
+    char* result = before;
+    for (const unsigned nth : {1U, 2U}) { // the second one enlarges the copy
+        const support::Injection failing("realloc", ENOMEM, nth);
+        EXPECT_EQ(cu_StringDecorator_applyDecIfNotIgnored(decorator.me, std::string(2000, 'l').c_str(), &result),
+                  cu_ERROR_COM_MALLOC_FAILED);
+        EXPECT_NE(support::trace().find("\ncu_StringDecorator_applyDecIfNotIgnored  -  "), std::string::npos);
+        EXPECT_EQ(result, before);
+    }
+}
+
+TEST(StringDecorator, refusesNullArguments)
+{
+    const Decorator decorator(1);
+    cu_StringDecorator* me = decorator.me;
+    cu_StringDecorator* none = nullptr;
+    const char* text = nullptr;
+    char* result = nullptr;
+    bool contained = true;
+#define EXPECT_NULL_REFUSED(function, ...)                                                                             \
+    EXPECT_REFUSED(cu_StringDecorator_##function(__VA_ARGS__), "cu_StringDecorator_" #function, file)
+    EXPECT_NULL_REFUSED(new, nullptr, 1);
+    EXPECT_NULL_REFUSED(new, &me, 1);
+    EXPECT_NULL_REFUSED(delete, nullptr);
+    EXPECT_NULL_REFUSED(delete, &none);
+    EXPECT_NULL_REFUSED(setDec, nullptr, "");
+    EXPECT_NULL_REFUSED(setDec, me, nullptr);
+    EXPECT_NULL_REFUSED(getDec, nullptr, &text);
+    EXPECT_NULL_REFUSED(getDec, me, nullptr);
+    EXPECT_NULL_REFUSED(pushIgnorePatterns, nullptr, "");
+    EXPECT_NULL_REFUSED(pushIgnorePatterns, me, nullptr);
+    EXPECT_NULL_REFUSED(popIgnorePatterns, nullptr);
+    EXPECT_NULL_REFUSED(topIgnorePatterns, nullptr, &text);
+    EXPECT_NULL_REFUSED(topIgnorePatterns, me, nullptr);
+    EXPECT_NULL_REFUSED(getIgnorePatternsInfo, nullptr, nullptr, nullptr);
+    EXPECT_NULL_REFUSED(containsIgnorePattern, nullptr, "", &contained);
+    EXPECT_NULL_REFUSED(containsIgnorePattern, me, nullptr, &contained);
+    EXPECT_NULL_REFUSED(containsIgnorePattern, me, "", nullptr);
+    EXPECT_NULL_REFUSED(applyDecIfNotIgnored, nullptr, "", &result);
+    EXPECT_NULL_REFUSED(applyDecIfNotIgnored, me, nullptr, &result);
+    EXPECT_NULL_REFUSED(applyDecIfNotIgnored, me, "", nullptr);
+#undef EXPECT_NULL_REFUSED
+    EXPECT_EQ(text, nullptr);
+}
+
+} // namespace
