@@ -74,13 +74,12 @@ void Group::work()
     }
     if (!isComplete())
         return;
-    Properties shown;
-    summarize(shown);
-    text_ = table_.compose(shown);
+    summarize();
+    text_ = table_.compose(shown_);
 }
 
 // Shares are means over the records, rates are over the time since the last record of the group before.
-void Group::summarize(Properties& shown) const
+void Group::summarize()
 {
     const Record& last = taken_.back().record;
     const double thousandths = 1000.0 * static_cast<double>(taken_.size());
@@ -93,16 +92,16 @@ void Group::summarize(Properties& shown) const
     }
     const double seconds = static_cast<double>(elapsed(base_.putAt, last.putAt)) / 1e9;
 
-    shown.set("time", cu_Variant_set_sint64, last.realTime / 1'000'000'000);
-    shown.set("records", cu_Variant_set_uint64, records());
-    shown.set("lost", cu_Variant_set_uint32, last.lost);
-    shown.set("busy", cu_Variant_set_ieee64, busy);
-    shown.setList("cores", busyOfCore);
-    shown.setList("load", {last.load[0] / 100.0, last.load[1] / 100.0, last.load[2] / 100.0});
-    shown.set("memory.used", cu_Variant_set_uint64, last.memoryUsed);
-    shown.set("memory.total", cu_Variant_set_uint64, last.memoryTotal);
-    shown.set("received", cu_Variant_set_ieee64, rate(base_.received, last.received, seconds));
-    shown.set("sent", cu_Variant_set_ieee64, rate(base_.sent, last.sent, seconds));
+    shown_.set("time", cu_Variant_set_sint64, last.realTime / 1'000'000'000);
+    shown_.set("records", cu_Variant_set_uint64, records());
+    shown_.set("lost", cu_Variant_set_uint32, last.lost);
+    shown_.set("busy", cu_Variant_set_ieee64, busy);
+    shown_.setList("cores", busyOfCore);
+    shown_.setList("load", {last.load[0] / 100.0, last.load[1] / 100.0, last.load[2] / 100.0});
+    shown_.set("memory.used", cu_Variant_set_uint64, last.memoryUsed);
+    shown_.set("memory.total", cu_Variant_set_uint64, last.memoryTotal);
+    shown_.set("received", cu_Variant_set_ieee64, rate(base_.received, last.received, seconds));
+    shown_.set("sent", cu_Variant_set_ieee64, rate(base_.sent, last.sent, seconds));
 }
 
 } // namespace telemetry

@@ -40,6 +40,7 @@ public:
     bool isDone() const { return done_.load(std::memory_order_acquire); }
     const std::string& text() const { return text_; }
     const Latencies& latencies() const { return latencies_; }
+    std::vector<double> busyOfCores() const { return shown_.list("cores"); } ///< Shares of 1, empty when not shown.
 
 private:
     struct Taken {
@@ -49,13 +50,14 @@ private:
 
     static uintptr_t run(void* runningFlag, void* me);
     void work();
-    void summarize(Properties& shown) const;
+    void summarize();
 
     const Table& table_;
     Record base_;
     uint64_t recordsBefore_;
     cu_Runnable* job_ = nullptr;
     std::vector<Taken> taken_;
+    Properties shown_;
     std::string text_;
     Latencies latencies_;
     std::atomic<bool> done_{false};

@@ -1,6 +1,7 @@
 // The reporter: takes the records that the sampler puts, shows them, and tells in the end how they came. The main
 // thread takes and prints; a pool works the records through, and its jobs may finish in any order.
 #include "commands.h"
+#include "cores.h"
 #include "group.h"
 #include "latency.h"
 #include "messages.h"
@@ -127,6 +128,7 @@ public:
             if (!group.text().empty())
                 table_.print(group.text());
             summary_.latencies.add(group.latencies());
+            cores_.add(group.busyOfCores());
             handed_.pop_front();
         }
     }
@@ -142,6 +144,7 @@ public:
             }
         }
         show();
+        cores_.print();
         summary_.print();
         return good;
     }
@@ -162,6 +165,7 @@ private:
     std::unique_ptr<cu_ThreadPool, DeletePool> pool_; // outlives the groups, which wait for their jobs
     Table table_;
     Summary summary_;
+    Cores cores_;
     uint64_t records_ = 0;
     Record last_{};
     std::unique_ptr<Group> open_;

@@ -125,6 +125,7 @@ TEST_F(Telemetry, DemoPrintsPlainLinesAndASummaryThatAddsUp)
     EXPECT_EQ(result.status, 0) << result.output;
     EXPECT_THAT(result.output, StartsWith("time "));
     EXPECT_THAT(result.output, ContainsRegex("\n[0-9:]+  \\[[#.]+\\] +[0-9.]+%"));
+    EXPECT_THAT(result.output, ContainsRegex("\nbusiest, mean/peak: cpu[0-9]+ [0-9]+/[0-9]+ %"));
     EXPECT_THAT(result.output, Not(HasSubstr("\033")));
     std::istringstream lines(result.output);
     for (std::string line; std::getline(lines, line);)
