@@ -217,15 +217,18 @@ TEST_F(Set, givesACombinationOnlyWhenThereWasNoMemoryForIt)
         insertInto(other, make(id + 20, static_cast<uint32_t>(id + 20)));
     }
     const std::size_t elements = alive.size();
-    for (const auto& [name, combine] :
-         {std::pair{"cu_Set_union", &cu_Set_union}, {"cu_Set_intersect", &cu_Set_intersect}}) {
-        SCOPED_TRACE(name);
+    const struct {
+        const char* name;
+        decltype(&cu_Set_union) combine;
+    } operations[] = {{"cu_Set_union", cu_Set_union}, {"cu_Set_intersect", cu_Set_intersect}};
+    for (const auto& operation : operations) {
+        SCOPED_TRACE(operation.name);
         support::WatchfulAllocator allocator;
         cu_Set* result = nullptr;
         for (unsigned nth = 1; nth <= 2; ++nth) {
             {
                 const support::Injection exhausted("calloc", ENOMEM, nth);
-                ASSERT_EQ(combine(&result, set_, other, allocator.get()), 0U);
+                ASSERT_EQ(operation.combine(&result, set_, other, allocator.get()), 0U);
                 EXPECT_STREQ(exhausted.fired(), "calloc");
             }
             ASSERT_NE(result, nullptr);
@@ -248,11 +251,12 @@ TEST_F(Set, givesACombinationOnlyWhenThereWasNoMemoryForIt)
             EXPECT_EQ(cu_Set_delete(&result), 0U);
             EXPECT_EQ(alive.size(), elements);
         }
-        EXPECT_FAILURE(combine(&result, set_, other, allocator.get()), cu_ERROR_COM_MALLOC_FAILED, name, file, "");
+        EXPECT_FAILURE(operation.combine(&result, set_, other, allocator.get()), cu_ERROR_COM_MALLOC_FAILED,
+                       operation.name, file, "");
         EXPECT_EQ(result, nullptr);
         allocator.refuse(1);
-        EXPECT_FAILURE(combine(&result, set_, other, allocator.get()), cu_ERROR_COM_MALLOC_FAILED, "refusal", "test",
-                       "");
+        EXPECT_FAILURE(operation.combine(&result, set_, other, allocator.get()), cu_ERROR_COM_MALLOC_FAILED, "refusal",
+                       "test", "");
         EXPECT_EQ(alive.size(), elements);
     }
     EXPECT_EQ(cu_Set_delete(&other), 0U);
