@@ -147,7 +147,7 @@ TEST_F(ConditionVariable, deletionLetsEverybodyOutBeforeItFrees)
     constexpr unsigned rounds = 30;
     constexpr unsigned count = 4;
     for (unsigned round = 0; round < rounds; ++round) {
-        support::WatchfulAllocator allocator;
+        support::GraveAllocator allocator;
         cu_ConditionVariable* crowded = nullptr;
         ASSERT_EQ(cu_ConditionVariable_new(&crowded, allocator.get()), 0U);
         std::atomic<unsigned> begun{0};

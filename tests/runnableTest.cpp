@@ -9,6 +9,7 @@
 #include <atomic>
 #include <functional>
 #include <thread>
+#include <vector>
 
 namespace
 {
@@ -170,54 +171,133 @@ TEST_F(Runnable, failedWaitsAreReportedAndDoNotKeepTheRunnableLocked)
     EXPECT_EQ(cu_Runnable_timedWait(runnable, &invalid, &signalled), cu_ERROR_CONDWAIT_WAIT_FAILED);
     EXPECT_NE(support::trace().find("cu_Runnable_timedWait  -  src/cUtil/runnable:"), std::string::npos);
     EXPECT_FALSE(signalled);
+    {
+        const support::Injection injection("pthread_cond_wait", EINVAL);
+        EXPECT_EQ(cu_Runnable_delete(&runnable), cu_ERROR_CONDWAIT_WAIT_FAILED);
+        EXPECT_NE(runnable, nullptr);
+        for (const char* passedOnBy : {"cu_Runnable_wait", "cu_Runnable_delete"})
+            EXPECT_NE(support::trace().find(std::string(passedOnBy) + "  -  src/cUtil/runnable:"), std::string::npos);
+    }
+    std::thread waiter([&] { EXPECT_EQ(cu_Runnable_wait(runnable), 0U); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that it waits, most likely; either way holds
+    EXPECT_EQ(cu_Runnable_timedWait(runnable, &invalid, &signalled), cu_ERROR_CONDWAIT_WAIT_FAILED);
     EXPECT_EQ(cu_Runnable_unlock(runnable), 0U);
-    EXPECT_EQ(cu_Runnable_wait(runnable), 0U);
+    waiter.join(); // another one's failure does not let it be forgotten
+    for (const char* call : {"pthread_cond_destroy", "pthread_mutex_destroy"}) {
+        const support::Injection injection(call, EBUSY);
+        EXPECT_NE(cu_Runnable_delete(&runnable), 0U);
+        EXPECT_NE(runnable, nullptr);
+    }
 }
 
-// A runnable is deleted as soon as its last execution lets it, while the threads that end the executions still leave:
-// none of them may touch it any more, and none may forget to wake.
-TEST(RunnableRace, deleteComesRightAfterTheLastExecutionOfMany)
+TEST_F(Runnable, aFailingWakeIsReportedAndTheExecutionIsOverAllTheSame)
 {
-    constexpr int threads = 3;
-    const int rounds = support::scaled(5000);
+    ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
+    std::thread waiter([&] {
+        const cu_TimeValue past = {0, 1};
+        bool signalled = false;
+        EXPECT_EQ(cu_Runnable_timedWait(runnable, &past, &signalled), 0U); // looks again by itself
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that it waits, most likely; either way holds
+    {
+        const support::Injection injection("pthread_cond_broadcast", EINVAL);
+        const cu_ErrorCode code = cu_Runnable_unlock(runnable);
+        EXPECT_EQ(code, injection.fired() != nullptr ? cu_ERROR_CONDWAIT_SIGNAL_FAILED : 0);
+    }
+    waiter.join();
+}
+
+// --- Deletion at the moment at which the last execution ends ---------------------------------------------------------
+
+// Whatever its owner gets done between two steps of the thread that ends the last execution: the owner deletes it from
+// the n-th of these on. Before that it may have waited, or have tried to.
+TEST(RunnableRace, whoEndsTheLastExecutionDoesNotTouchItAfterwards)
+{
+    enum class Before { nothing, wait, failedWait };
+    constexpr std::chrono::milliseconds step(50);
+    for (const Before before : {Before::nothing, Before::wait, Before::failedWait}) {
+        unsigned calls = 1;
+        for (unsigned nth = 1; nth <= calls; ++nth) {
+            support::GraveAllocator graves;
+            cu_Runnable* runnable = nullptr;
+            std::function<uintptr_t(void*)> function = [](void*) { return 0; };
+            ASSERT_EQ(cu_Runnable_new(&runnable, call, &function, graves.get()), 0U);
+            ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
+            std::atomic<bool> isTime = false;
+            std::atomic<bool> isOver = false;
+            std::thread owner([&, mine = runnable]() mutable {
+                if (before != Before::nothing) {
+                    const cu_TimeValue past = {0, 1}; // the wait looks again by itself
+                    bool signalled = false;
+                    const unsigned failing = before == Before::failedWait ? 5 : ~0U; // after some 30 ms
+                    const support::Injection injection("pthread_cond_timedwait", EINVAL, failing);
+                    const cu_ErrorCode code = cu_Runnable_timedWait(mine, &past, &signalled);
+                    EXPECT_TRUE(code == 0 || before == Before::failedWait);
+                }
+                EXPECT_TRUE(support::comesTrue([&] { return isTime.load(); }));
+                EXPECT_EQ(cu_Runnable_delete(&mine), 0U);
+                isOver = true;
+            });
+            std::this_thread::sleep_for(before == Before::nothing ? 0 * step : step / 3); // it waits, most likely
+            {
+                calls = 0;
+                const support::Interlude interlude([&] {
+                    isTime = ++calls >= nth;
+                    support::comesTrue([&] { return isOver.load(); }, step);
+                });
+                uintptr_t result = 0;
+                int argument = 0;
+                EXPECT_EQ(cu_Runnable_execute(runnable, &argument, &result), 0U);
+            }
+            isTime = true;
+            owner.join();
+        }
+    }
+}
+
+// The same without steps that anybody could stand between: the owner comes a little earlier or later each time. Nobody
+// may forget to wake it.
+TEST(RunnableRace, deletionMeetsTheLastExecution)
+{
+    constexpr int threads = 2;
+    const int rounds = support::scaled(1000);
+    support::GraveAllocator graves;
     std::atomic<int> ended = 0;
     std::function<uintptr_t(void*)> function = [&](void*) { return static_cast<uintptr_t>(++ended); };
     std::atomic<cu_Runnable*> runnables[threads] = {};
     std::atomic<bool> over = false;
+    const auto pauseAt = [](int look) {
+        look % 1000 != 0 ? cu::internal::relaxProcessor() : std::this_thread::yield();
+    };
     std::vector<std::thread> workers;
     for (auto& next : runnables)
         workers.emplace_back([&] {
             uintptr_t result = 0;
             int argument = 0;
-            while (!over) {
+            for (int look = 0; !over; ++look) {
                 cu_Runnable* mine = next.exchange(nullptr);
-                if (mine == nullptr) {
-                    std::this_thread::yield();
-                    continue;
-                }
-                for (int more = 0; more < 2; ++more) {
+                if (mine != nullptr) {
                     EXPECT_EQ(cu_Runnable_lock(mine), 0U);
                     EXPECT_EQ(cu_Runnable_execute(mine, &argument, &result), 0U);
-                }
-                EXPECT_EQ(cu_Runnable_execute(mine, &argument, &result), 0U);
+                    EXPECT_EQ(cu_Runnable_execute(mine, &argument, &result), 0U);
+                } else
+                    pauseAt(look);
             }
         });
     for (int round = 0; round < rounds; ++round) {
         cu_Runnable* mine = nullptr;
-        ended = 0;
-        ASSERT_EQ(cu_Runnable_new(&mine, call, &function, nullptr), 0U);
-        for (auto& next : runnables) {
+        const int before = ended;
+        ASSERT_EQ(cu_Runnable_new(&mine, call, &function, graves.get()), 0U);
+        for (int thread = 0; thread < threads; ++thread)
             EXPECT_EQ(cu_Runnable_lock(mine), 0U);
+        for (auto& next : runnables)
             next = mine;
-        }
-        // Waits from the beginning, or comes at the moment at which the last one leaves.
-        if (round % 4 != 0) {
-            for (int looks = 0; ended != 3 * threads; ++looks)
-                looks < 1000 ? cu::internal::relaxProcessor() : std::this_thread::yield();
-            for (int delay = round % 64; delay != 0; --delay)
-                cu::internal::relaxProcessor();
-        }
+        for (int look = 0; round % 8 != 0 && ended < before + 2 * threads - 1; ++look)
+            pauseAt(look);
+        for (int delay = round % 32; delay != 0; --delay)
+            cu::internal::relaxProcessor();
         EXPECT_EQ(cu_Runnable_delete(&mine), 0U);
+        EXPECT_EQ(ended, before + 2 * threads);
     }
     over = true;
     for (auto& worker : workers)

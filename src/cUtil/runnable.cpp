@@ -99,24 +99,30 @@ cu_ErrorCode cu_Runnable_unlock(cu_Runnable* me)
 {
     CU_REQUIRE(me != nullptr);
 
-    uint32_t pending = me->pending.load(std::memory_order_relaxed);
-    while (pending != (awaited | 1)) {
-        if ((pending & ~awaited) == 0)
-            return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
-        // Releases what the execution did to whoever sees the count at 0.
-        if (me->pending.compare_exchange_weak(pending, pending - 1, std::memory_order_release,
-                                              std::memory_order_relaxed))
+    for (;;) {
+        uint32_t pending = me->pending.load(std::memory_order_relaxed);
+        while (pending != (awaited | 1)) {
+            if ((pending & ~awaited) == 0)
+                return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
+            // Releases what the execution did to whoever sees the count at 0.
+            if (me->pending.compare_exchange_weak(pending, pending - 1, std::memory_order_release,
+                                                  std::memory_order_relaxed))
+                return 0;
+        }
+
+        CU_TRY(cu_Mutex_lock(me->mutex));
+        CU_ROLLBACK(unlock, cu_Mutex_unlock(me->mutex));
+        // Another execution may have been announced meanwhile, and then this is no longer the last; or those who waited
+        // have failed to, and whoever waits now may see the count alone.
+        const bool isLast =
+            me->pending.compare_exchange_strong(pending, awaited, std::memory_order_release, std::memory_order_relaxed);
+        if (isLast)
+            CU_TRY(cu_ConditionWait_broadcast(me->conditionWait));
+        unlock.dismiss();
+        CU_TRY(cu_Mutex_unlock(me->mutex));
+        if (isLast)
             return 0;
     }
-
-    CU_TRY(cu_Mutex_lock(me->mutex));
-    CU_ROLLBACK(unlock, cu_Mutex_unlock(me->mutex));
-    // Another execution may have been announced meanwhile, and then this is no longer the last.
-    if (me->pending.fetch_sub(1, std::memory_order_release) == (awaited | 1))
-        CU_TRY(cu_ConditionWait_broadcast(me->conditionWait));
-    unlock.dismiss();
-    CU_TRY(cu_Mutex_unlock(me->mutex));
-    return 0;
 }
 
 cu_ErrorCode cu_Runnable_execute(cu_Runnable* me, void* argument, uintptr_t* result)

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sys/mman.h>
 #include <vector>
 
 namespace support
@@ -81,6 +82,36 @@ private:
     std::map<void*, uint32_t> blocks_;
     std::vector<uint32_t> requests_;
     unsigned failAt_;
+};
+
+/// Gives each block pages of its own, and who touches one that was given back ends the process, sanitizer or not. Any
+/// thread may use it.
+class GraveAllocator
+{
+public:
+    cu_allocator* get() { return &table_; }
+
+private:
+    static constexpr std::size_t blockSize = 65536; // whole pages everywhere
+
+    static cu_ErrorCode alloc(void*, void** destination, uint32_t size)
+    {
+        EXPECT_LE(size, blockSize);
+        *destination = mmap(nullptr, blockSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        return *destination != MAP_FAILED ? 0 : cu_ERROR_COM_MALLOC_FAILED;
+    }
+
+    static cu_ErrorCode free(void*, void** destination)
+    {
+        // The address is not given out again.
+        EXPECT_NE(mmap(*destination, blockSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0), MAP_FAILED);
+        *destination = nullptr;
+        return 0;
+    }
+
+    static cu_ErrorCode destruct(void*, uint32_t) { return 0; }
+
+    cu_allocator table_ = {nullptr, alloc, nullptr, free, destruct};
 };
 
 } // namespace support

@@ -33,6 +33,7 @@ struct Plan {
 };
 
 thread_local Plan plan;
+thread_local std::function<void()> interlude;
 thread_local bool clocksStandStill = false;
 thread_local timespec clockReading;
 thread_local int64_t clockOversleep;
@@ -47,6 +48,8 @@ bool comesFromLibrary(const void* caller)
 
 bool mustFail(const char* function, const void* caller)
 {
+    if (interlude && comesFromLibrary(caller))
+        interlude();
     if (plan.callsLeft == 0 || (plan.function != nullptr && strcmp(plan.function, function) != 0) ||
         (plan.except != nullptr && strcmp(plan.except, function) == 0) || !comesFromLibrary(caller) ||
         (!plan.persists && --plan.callsLeft != 0))
@@ -96,6 +99,16 @@ Injection::~Injection()
 const char* Injection::fired() const
 {
     return plan.fired;
+}
+
+Interlude::Interlude(std::function<void()> what)
+{
+    interlude = std::move(what);
+}
+
+Interlude::~Interlude()
+{
+    interlude = nullptr;
 }
 
 ClockReading::ClockReading(timespec reading, int64_t oversleep)

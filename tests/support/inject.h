@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <functional>
 
 namespace support
 {
@@ -27,6 +28,16 @@ public:
 
 private:
     Injection(const char* function, int error, unsigned nth, bool persists);
+};
+
+/// While it lives, lets something happen just before each intercepted call that the library makes in this thread.
+class Interlude
+{
+public:
+    explicit Interlude(std::function<void()> what);
+    ~Interlude();
+    Interlude(const Interlude&) = delete;
+    Interlude& operator=(const Interlude&) = delete;
 };
 
 /// While it lives, the library reads this from every clock in this thread, as the time and as the resolution. A sleep
