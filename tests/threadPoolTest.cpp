@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <set>
+#include <sys/resource.h>
 #include <thread>
 #include <vector>
 
@@ -260,6 +261,25 @@ TEST(ThreadPool, aBusyWorkerRetiresAfterItsJob)
     EXPECT_TRUE(support::comesTrue([&] { return next.begun() == 1; }));
 }
 
+// The controller waits for a worker over the next second; that second is not made up.
+TEST(ThreadPool, changesAtMostOnceASecondHoweverLongAWorkerKeepsItWaiting)
+{
+    const auto start = Clock::now();
+    const Pool pool(1, 1);
+    const auto twoSecondsLater = Clock::now() + 2s;
+    std::atomic<bool> over = false;
+    const Job job([&](const void*) { support::comesTrue([&] { return over.load(); }); });
+    pool.occupy(job);
+    pool->idleCount += 3; // as if workers had become busy after the controller looked
+    EXPECT_TRUE(support::comesTrue([&] { return pool->retireRequest == 1; }));
+    std::this_thread::sleep_until(twoSecondsLater + 10ms);
+    EXPECT_EQ(pool->workerCount, 1U);
+    over = true;
+    EXPECT_TRUE(support::comesTrue([&] { return pool->workerCount == 0; }));
+    EXPECT_TRUE(support::comesTrue([&] { return pool->retireRequest == 1; }));
+    EXPECT_GE(Clock::now() - start, 3s);
+}
+
 TEST(ThreadPool, endsWhileTheControllerWaitsForAWorkerAndAllAreBusy)
 {
     Pool pool(2, 2);
@@ -362,6 +382,12 @@ TEST(ThreadPool, theDefaultPoolIsOneUntilItIsCleanedUp)
         EXPECT_EQ(cu_ThreadPool_insert(pools[0], job.get()), 0U);
         EXPECT_EQ(cu_Runnable_wait(job.get()), 0U);
         EXPECT_EQ(job.begun(), 1);
+        {
+            const support::Injection injection("pthread_mutex_lock", EINVAL);
+            EXPECT_SYSTEM_FAILURE(cu_ThreadPool_cleanup(), cu_ERROR_MUTEX_LOCK_FAILED, EINVAL, "cu_ThreadPool_cleanup",
+                                  file, "");
+        }
+        EXPECT_EQ(cu_ThreadPool_default(), pools[0]);
         EXPECT_EQ(cu_ThreadPool_cleanup(), 0U);
         EXPECT_TRUE(threadsBecome({}));
     }
@@ -371,20 +397,23 @@ TEST(ThreadPool, costsNextToNothingWhileIdle)
 {
     if (support::scaled(100) != 100)
         GTEST_SKIP() << "what watches or emulates every step costs too much itself";
-    const Pool pool(16, 32);
-    const auto processorTime = [] {
-        timespec time = {};
-        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    constexpr int threads = 17;
+    const Pool pool(threads - 1, 32);
+    const auto spent = [](const rusage& usage) {
+        return std::chrono::seconds(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+               std::chrono::microseconds(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
     };
     std::this_thread::sleep_for(50ms); // the workers get under way
+    rusage before = {};
+    rusage after = {};
     const auto start = Clock::now();
-    const auto before = processorTime();
+    getrusage(RUSAGE_SELF, &before);
     std::this_thread::sleep_for(500ms);
-    const std::chrono::duration<double> spent = processorTime() - before;
-    const double share = spent / std::chrono::duration<double>(Clock::now() - start);
-    RecordProperty("percentOfAProcessor", std::to_string(share * 100));
-    EXPECT_LT(share, 0.05);
+    getrusage(RUSAGE_SELF, &after);
+    const auto took = Clock::now() - start;
+    EXPECT_LT(spent(after) - spent(before), took / 4);
+    // Each thread looks once within a poll period.
+    EXPECT_LT(after.ru_nvcsw - before.ru_nvcsw, 2 * threads * (took / 10ms));
 }
 
 } // namespace

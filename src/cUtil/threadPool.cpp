@@ -137,16 +137,27 @@ cu_ErrorCode removeRetired(cu_ThreadPool* me)
     return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
 }
 
-// Waits for a worker that retires. When the pool ends meanwhile the request is withdrawn, unless a worker has taken it.
+// Waits for a poll period for a worker that retires.
+cu_ErrorCode awaitRetired(cu_ThreadPool* me, bool* taken)
+{
+    cu_TimeValue deadline = {};
+    CU_TRY(cu_makeTimeoutMilliSecond(&deadline, pollMilliSeconds, CLOCK_REALTIME));
+    CU_TRY(cu_Semaphore_timedP(me->retired, &deadline, taken));
+    return 0;
+}
+
+// Waits for a worker that retires. When the pool or the wait ends before, the request is withdrawn, unless a worker has
+// taken it.
 cu_ErrorCode shrink(cu_ThreadPool* me, const void* running)
 {
     me->retireRequest.store(1);
     for (bool taken = false; !taken;) {
         if (!cu_Thread_isRunning(running) && takeRetireRequest(me))
             return 0;
-        cu_TimeValue deadline = {};
-        CU_TRY(cu_makeTimeoutMilliSecond(&deadline, pollMilliSeconds, CLOCK_REALTIME));
-        CU_TRY(cu_Semaphore_timedP(me->retired, &deadline, &taken));
+        if (const cu_ErrorCode code = awaitRetired(me, &taken); code != 0) {
+            takeRetireRequest(me);
+            return code;
+        }
     }
     CU_TRY(removeRetired(me));
     return 0;
@@ -173,9 +184,13 @@ uintptr_t controllerLoop(void* running, void* context)
             CU_TRY(grow(me));
         else if (idle > me->configuredIdle)
             CU_TRY(shrink(me, running));
-        // A grid of whole periods, not measured from now.
-        CU_TRY(cu_addMilliSeconds(&expiry, resizeMilliSeconds));
-        CU_TRY(cu_Timer_set(&timer, &expiry));
+        // A grid of whole periods, not measured from now. Those that the wait for a worker took are not made up.
+        CU_TRY(cu_getTime(&next, CLOCK_MONOTONIC));
+        while (expired) {
+            CU_TRY(cu_addMilliSeconds(&expiry, resizeMilliSeconds));
+            CU_TRY(cu_Timer_set(&timer, &expiry));
+            CU_TRY(cu_Timer_isExpired(&timer, &expired));
+        }
     }
     return 0;
 }
