@@ -358,6 +358,54 @@ TEST_F(Thread, aStartWhoseReleaseFailsLeavesItIdleAndTheRunnableFree)
     EXPECT_EQ(cu_Thread_stop(thread, true), 0U);
 }
 
+TEST_F(Thread, aFailingSystemCallIsPassedOnAndLeavesTheMutexToTheNextCall)
+{
+    std::atomic<bool> gate = false;
+    const Job job([&](const void*) { return uintptr_t{support::comesTrue([&] { return gate.load(); })}; });
+    uintptr_t result = 99;
+    const auto start = [&] { return cu_Thread_start(thread, job.get()); };
+    const auto stop = [&] { return cu_Thread_stop(thread, true); };
+    const auto join = [&] { return cu_Thread_join(thread, &result); };
+    const auto end = [&] { return cu_Thread_delete(&thread); };
+    const auto fails = [&](const auto& call, cu_ErrorCode code, const std::string& function, uint32_t stateAfterwards) {
+        EXPECT_EQ(support::failureOf(call).code, code) << function;
+        EXPECT_NE(support::trace().find(function + "  -  src/cUtil/thread:"), std::string::npos) << support::trace();
+        EXPECT_EQ(state(), stateAfterwards) << function;
+    };
+    const auto failsToLock = [&](const auto& call, const std::string& function) {
+        EXPECT_EQ(cu_Mutex_lock(thread->mutex), 0U);
+        fails(call, cu_ERROR_MUTEX_LOCK_FAILED, function, state());
+        EXPECT_EQ(cu_Mutex_unlock(thread->mutex), 0U);
+    };
+    const auto failsToUnlock = [&](const auto& call, const std::string& function, uint32_t stateAfterwards) {
+        {
+            const support::Injection injection("pthread_mutex_unlock", EPERM);
+            fails(call, cu_ERROR_MUTEX_UNLOCK_FAILED, function, stateAfterwards);
+        }
+        EXPECT_EQ(cu_Mutex_unlock(thread->mutex), 0U);
+    };
+    const auto failsToWait = [&](const auto& call, const std::string& function) {
+        const support::Injection injection("sem_wait", EINVAL);
+        fails(call, cu_ERROR_SEM_LOCK_FAILED, function, cu_THREAD_STOPPED);
+    };
+    failsToLock(start, "cu_Thread_start");
+    failsToUnlock(start, "cu_Thread_start", cu_THREAD_RUNNING);
+    failsToLock(stop, "cu_Thread_stop");
+    failsToWait(stop, "cu_Thread_stop");
+    failsToLock(join, "cu_Thread_join");
+    failsToWait(join, "cu_Thread_join");
+    EXPECT_EQ(result, 99U);
+    gate = true;
+    failsToUnlock(join, "cu_Thread_join", cu_THREAD_IDLE);
+    EXPECT_EQ(result, 1U);
+    gate = false;
+    ASSERT_EQ(start(), 0U);
+    failsToLock(end, "cu_Thread_delete");
+    failsToWait(end, "cu_Thread_delete");
+    gate = true;
+    failsToUnlock(end, "cu_Thread_delete", cu_THREAD_SHUT_DOWN);
+}
+
 TEST_F(Thread, aFailedExecutionEndsTheWorkerForGood)
 {
     const Job* self = nullptr;
@@ -438,8 +486,10 @@ TEST_F(Thread, canBeReusedWithoutEnd)
     const unsigned descriptors = support::openDescriptors();
     uintptr_t runs = 0;
     const Job job([&](const void*) { return ++runs; });
-    const auto rounds = static_cast<uintptr_t>(support::scaled(200'000));
-    for (uintptr_t round = 1; round <= rounds; ++round) {
+    const auto rounds = static_cast<uintptr_t>(support::scaled(1'000'000));
+    // As many as an overloaded machine lets through.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(90);
+    for (uintptr_t round = 1; round <= rounds && std::chrono::steady_clock::now() < end; ++round) {
         uintptr_t result = 0;
         ASSERT_EQ(cu_Thread_start(thread, job.get()), 0U);
         ASSERT_EQ(cu_Thread_stop(thread, false), 0U);

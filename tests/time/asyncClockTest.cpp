@@ -176,15 +176,32 @@ TEST_F(AsyncClock, wakesEachWaiterAtItsTickAndNotBefore)
     EXPECT_EQ(tick(), last);
 }
 
+TEST_F(AsyncClock, aFailingWaitIsPassedOnAndLeavesTheMutex)
+{
+    constexpr char point[] = "cu_AsyncClock_wait  -  src/cUtil/time/asyncClock:";
+    ASSERT_EQ(cu_Mutex_lock(clock->mutex), 0U);
+    EXPECT_SYSTEM_FAILURE(cu_AsyncClock_wait(clock, 1), cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK, "cu_Mutex_lock",
+                          "src/cUtil/mutex", "");
+    EXPECT_NE(support::trace().find(point), std::string::npos);
+    EXPECT_EQ(cu_Mutex_unlock(clock->mutex), 0U);
+    const support::Injection injection("pthread_cond_wait", EINVAL);
+    EXPECT_EQ(cu_AsyncClock_wait(clock, 1), cu_ERROR_CONDWAIT_WAIT_FAILED);
+    EXPECT_NE(support::trace().find(point), std::string::npos);
+    EXPECT_EQ(cu_Mutex_lock(clock->mutex), 0U);
+    EXPECT_EQ(cu_Mutex_unlock(clock->mutex), 0U);
+}
+
 TEST_F(AsyncClock, aFailingSystemCallEndsTheTicksWithItsCode)
 {
     struct {
         const char* call;
         cu_ErrorCode code;
         const char* function;
+        uint64_t tick;
     } const cases[] = {
-        {"clock_gettime", cu_ERROR_TIME_GET_FAILED, "cu_getTime"},
-        {"clock_nanosleep", cu_ERROR_SLEEP_FAILED, "cu_sleepAbsolute"},
+        {"clock_gettime", cu_ERROR_TIME_GET_FAILED, "cu_getTime", 0},
+        {"clock_nanosleep", cu_ERROR_SLEEP_FAILED, "cu_sleepAbsolute", 0},
+        {"pthread_cond_broadcast", cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionWait_broadcast", 1},
     };
     for (const auto& one : cases) {
         const support::Injection injection(one.call, EINVAL);
@@ -192,7 +209,7 @@ TEST_F(AsyncClock, aFailingSystemCallEndsTheTicksWithItsCode)
         EXPECT_EQ(runTicks(), one.code);
         EXPECT_STREQ(cu_getErrorLocation()->functionName, one.function);
         EXPECT_NE(support::trace().find("tickLoop  -  src/cUtil/time/asyncClock:"), std::string::npos);
-        EXPECT_EQ(tick(), 0U);
+        EXPECT_EQ(tick(), one.tick);
     }
 }
 
