@@ -21,6 +21,7 @@
 #include <ctime>
 #include <memory>
 #include <thread>
+#include <unistd.h>
 
 namespace telemetry
 {
@@ -160,17 +161,21 @@ public:
         if (!machine_.read(record_))
             return false;
         cu_AsyncClock* clock = nullptr;
-        cu_Runnable* runnable = nullptr;
+        cu_Runnable* ticking = nullptr;
+        cu_Runnable* sampling = nullptr;
         cu_ErrorCode code = cu_AsyncClock_new(&clock, rhythm_.microseconds, nullptr);
         clock_.reset(clock);
         if (code == 0)
-            code = cu_Runnable_new(&runnable, run, this, nullptr);
-        runnable_.reset(runnable);
+            code = cu_Runnable_new(&ticking, tick, clock, nullptr);
+        ticking_.reset(ticking);
+        if (code == 0)
+            code = cu_Runnable_new(&sampling, run, this, nullptr);
+        sampling_.reset(sampling);
         if (code != 0) {
             static_cast<void>(failByRecord(code, "preparing the sampler"));
             return false;
         }
-        return ticker_.start(tickName, cu_AsyncClock_getRunnable(clock)) && sampler_.start(samplerName, runnable);
+        return ticker_.start(tickName, ticking) && sampler_.start(samplerName, sampling);
     }
 
     /// Whether sampling has failed; the reason is told.
@@ -180,14 +185,26 @@ public:
     [[nodiscard]] bool end()
     {
         uintptr_t result = 0;
-        uintptr_t tickResult = 0;
-        const bool ended = sampler_.end(result) && ticker_.end(tickResult);
-        if (ended && tickResult != 0)
-            say("the clock failed: %s", cu_GetErrorName(static_cast<cu_ErrorCode>(tickResult)));
-        return ended && tickResult == 0 && !hasFailed();
+        return sampler_.end(result) && ticker_.end(result) && !hasFailed();
     }
 
 private:
+    /// Nothing but a tick wakes who waits for one. So a clock that fails ends the process, which the reporter then
+    /// takes for dead.
+    static uintptr_t tick(void* runningFlag, void* clock)
+    {
+        cu_Runnable* loop = cu_AsyncClock_getRunnable(static_cast<cu_AsyncClock*>(clock));
+        uintptr_t result = 0;
+        cu_ErrorCode code = cu_Runnable_lock(loop);
+        if (code == 0)
+            code = cu_Runnable_execute(loop, runningFlag, &result);
+        if (code == 0)
+            code = static_cast<cu_ErrorCode>(result);
+        if (code != 0)
+            _exit(failByRecord(code, "ticking"));
+        return 0;
+    }
+
     static uintptr_t run(void* runningFlag, void* me)
     {
         auto* sampling = static_cast<Sampling*>(me);
@@ -254,7 +271,8 @@ private:
     std::atomic<bool> failed_{false};
     // The threads end before what they use: that which waits for ticks before that which ticks.
     std::unique_ptr<cu_AsyncClock, DeleteClock> clock_;
-    std::unique_ptr<cu_Runnable, DeleteRunnable> runnable_;
+    std::unique_ptr<cu_Runnable, DeleteRunnable> ticking_;
+    std::unique_ptr<cu_Runnable, DeleteRunnable> sampling_;
     Worker ticker_;
     Worker sampler_;
 };
