@@ -1,5 +1,5 @@
-// The pool beside those of GLib, TBB and Asio: many empty jobs on some workers, and one job on workers that sleep. Each
-// is waited for in the way that its library has for it, or by a semaphore that the last job posts.
+// The pool beside those of GLib, TBB and Asio: many empty jobs on some workers, one job on workers that sleep, and no
+// job at all. Each is waited for in the way that its library has for it, or by a semaphore that the last job posts.
 
 #include "support/processors.h"
 
@@ -178,9 +178,33 @@ void oneJob(benchmark::State& state)
     }
 }
 
+// The processor time that workers take who have nothing to do for ten seconds.
+template <typename Pool>
+void tenIdleSeconds(benchmark::State& state)
+{
+    const auto processorSeconds = [] {
+        timespec time = {};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    };
+    for (auto _ : state) {
+        Pool pool(static_cast<unsigned>(state.range(0)));
+        pool.run(1000);
+        const double before = processorSeconds();
+        constexpr timespec pause = {10, 0};
+        nanosleep(&pause, nullptr);
+        state.SetIterationTime(processorSeconds() - before);
+    }
+}
+
 void trials(benchmark::internal::Benchmark* benchmark)
 {
     benchmark->ArgName("workers")->UseManualTime()->Iterations(1)->Repetitions(9);
+}
+
+void once(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->ArgName("workers")->UseManualTime()->Iterations(1)->Repetitions(1)->Arg(16);
 }
 
 void someWorkers(benchmark::internal::Benchmark* benchmark)
@@ -196,5 +220,9 @@ BENCHMARK(oneJob<Ours>)->Name("oneJob/cUtil")->Apply(trials)->Arg(2);
 BENCHMARK(oneJob<GLib>)->Name("oneJob/GThreadPool")->Apply(trials)->Arg(2);
 BENCHMARK(oneJob<Tbb>)->Name("oneJob/TBB")->Apply(trials)->Arg(2);
 BENCHMARK(oneJob<Asio>)->Name("oneJob/Asio")->Apply(trials)->Arg(2);
+BENCHMARK(tenIdleSeconds<Ours>)->Name("tenIdleSeconds/cUtil")->Apply(once);
+BENCHMARK(tenIdleSeconds<GLib>)->Name("tenIdleSeconds/GThreadPool")->Apply(once);
+BENCHMARK(tenIdleSeconds<Tbb>)->Name("tenIdleSeconds/TBB")->Apply(once);
+BENCHMARK(tenIdleSeconds<Asio>)->Name("tenIdleSeconds/Asio")->Apply(once);
 
 } // namespace
