@@ -180,9 +180,11 @@ bool convertSmall(const Decimal& number, double& value)
 // The number in 128 bits, of which 64 are exact and the others say whether there is more.
 bool convertLarge(const Decimal& number, double& value)
 {
-    if (number.exponent < step * firstStep || number.exponent >= step * (lastStep + 1))
+    constexpr int64_t least = int64_t{step} * firstStep;
+    constexpr int64_t beyond = int64_t{step} * (lastStep + 1);
+    if (number.exponent < least || number.exponent >= beyond)
         return false;
-    const auto position = static_cast<uint32_t>(number.exponent - step * firstStep);
+    const auto position = static_cast<uint32_t>(number.exponent - least);
     const Power& coarse = coarsePowers[position / step];
     auto exponent = static_cast<int32_t>(number.exponent);
     Wide product = normalize(multiply(number.digits, finePowers[position % step]), exponent);

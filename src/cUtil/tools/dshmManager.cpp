@@ -209,7 +209,8 @@ cu_ErrorCode cu_DSHMManager_incCounter(cu_DSHMManager* me, const char* name)
 {
     CU_SERIALISE(me);
     Entry* entry = nullptr;
-    if (const cu_ErrorCode code = demand(me, name, &entry, CU_HERE); code != 0)
+    const cu_ErrorCode code = demand(me, name, &entry, CU_HERE);
+    if (entry == nullptr)
         return code;
     ++entry->users;
     return 0;
@@ -219,7 +220,8 @@ cu_ErrorCode cu_DSHMManager_decCounter(cu_DSHMManager* me, const char* name, boo
 {
     CU_SERIALISE(me);
     Entry* entry = nullptr;
-    if (const cu_ErrorCode code = demand(me, name, &entry, CU_HERE); code != 0)
+    const cu_ErrorCode code = demand(me, name, &entry, CU_HERE);
+    if (entry == nullptr)
         return code;
     // Compatibility: a count of 0 is not refused, it wraps around.
     --entry->users;
