@@ -1,5 +1,6 @@
 #include "internal/pointerBufferLayout.h"
 #include "support/record.h"
+#include "support/refusal.h"
 #include "support/scale.h"
 #include "support/signalStorm.h"
 #include "support/sweep.h"
@@ -14,6 +15,7 @@ namespace
 {
 
 constexpr char file[] = "src/cUtil/pointerBuffer";
+constexpr char semaphoreFile[] = "src/cUtil/semaphore.linux";
 constexpr char invalidArgument[] = "errno[22]='Invalid argument'";
 
 void* pointer(uintptr_t number)
@@ -62,28 +64,26 @@ private:
 
 TEST(PointerBuffer, constructorLeavesNothingBehindAndRefusesBadArguments)
 {
-    support::sweep<cu_PointerBuffer>(
-        "cu_PointerBuffer_new", [](auto** me, auto* allocator) { return cu_PointerBuffer_new(me, 4, allocator); },
-        cu_PointerBuffer_delete);
+    EXPECT_CLEAN_FAILURES(cu_PointerBuffer_new, cu_PointerBuffer_delete, 4U);
     const Buffer buffer(2);
     cu_PointerBuffer* none = nullptr;
     cu_PointerBuffer* some = buffer.get();
     void* value = nullptr;
     bool done = false;
     const cu_TimeValue deadline = {};
-    EXPECT_REFUSED(cu_PointerBuffer_new(nullptr, 2, nullptr), "cu_PointerBuffer_new", file);
-    EXPECT_REFUSED(cu_PointerBuffer_new(&some, 2, nullptr), "cu_PointerBuffer_new", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, some, &value, &deadline, &done}), cu_PointerBuffer_new,
+                         cu_PointerBuffer_get, cu_PointerBuffer_tryGet, cu_PointerBuffer_timedGet);
+    EXPECT_REFUSED(cu_PointerBuffer_put(nullptr, value), "cu_PointerBuffer_put", file);
+    EXPECT_REFUSED(cu_PointerBuffer_tryPut(nullptr, value, &done), "cu_PointerBuffer_tryPut", file);
+    EXPECT_REFUSED(cu_PointerBuffer_tryPut(some, value, nullptr), "cu_PointerBuffer_tryPut", file);
+    EXPECT_REFUSED(cu_PointerBuffer_timedPut(nullptr, value, &deadline, &done), "cu_PointerBuffer_timedPut", file);
+    EXPECT_REFUSED(cu_PointerBuffer_timedPut(some, value, nullptr, &done), "cu_PointerBuffer_timedPut", file);
+    EXPECT_REFUSED(cu_PointerBuffer_timedPut(some, value, &deadline, nullptr), "cu_PointerBuffer_timedPut", file);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&some}, cu_PointerBuffer_delete);
     EXPECT_REFUSED(cu_PointerBuffer_new(&none, 0, nullptr), "cu_PointerBuffer_new", file);
     EXPECT_REFUSED(cu_PointerBuffer_new(&none, 12, nullptr), "cu_PointerBuffer_new", file);
     EXPECT_FAILURE(cu_PointerBuffer_new(&none, 1U << 31, nullptr), cu_ERROR_COM_MALLOC_FAILED, "cu_PointerBuffer_new",
                    file, "");
-    EXPECT_REFUSED(cu_PointerBuffer_delete(&none), "cu_PointerBuffer_delete", file);
-    EXPECT_REFUSED(cu_PointerBuffer_put(nullptr, value), "cu_PointerBuffer_put", file);
-    EXPECT_REFUSED(cu_PointerBuffer_tryPut(some, value, nullptr), "cu_PointerBuffer_tryPut", file);
-    EXPECT_REFUSED(cu_PointerBuffer_timedPut(some, value, nullptr, &done), "cu_PointerBuffer_timedPut", file);
-    EXPECT_REFUSED(cu_PointerBuffer_get(some, nullptr), "cu_PointerBuffer_get", file);
-    EXPECT_REFUSED(cu_PointerBuffer_tryGet(some, nullptr, &done), "cu_PointerBuffer_tryGet", file);
-    EXPECT_REFUSED(cu_PointerBuffer_timedGet(some, &value, &deadline, nullptr), "cu_PointerBuffer_timedGet", file);
 }
 
 TEST(PointerBuffer, keepsOrderAcrossTheWrapOfItsCounters)
@@ -126,24 +126,41 @@ TEST(PointerBuffer, deadlinesPassWithoutAnError)
     EXPECT_EQ(value, nullptr);
 }
 
-TEST(PointerBuffer, whatFailsMovesNothing)
+TEST(PointerBuffer, whatFailsMovesNothingAndIsPassedOn)
 {
     const Buffer buffer(1);
     const cu_TimeValue invalid = {0, 1'000'000'000};
     bool done = false;
     void* value = nullptr;
     EXPECT_SYSTEM_FAILURE(cu_PointerBuffer_timedPut(buffer.get(), pointer(1), &invalid, &done),
-                          cu_ERROR_SEM_LOCK_FAILED, EINVAL, "cu_PointerBuffer_timedPut", file, invalidArgument);
+                          cu_ERROR_SEM_LOCK_FAILED, EINVAL, "cu_Semaphore_timedP", semaphoreFile, invalidArgument);
+    EXPECT_EQ(support::trace().find("cu_PointerBuffer_timedPut  -  src/cUtil/pointerBuffer:"), 0U);
     EXPECT_EQ(buffer.tryGet(), 0U);
     {
         const support::Injection injection("sem_wait", EINVAL);
         EXPECT_SYSTEM_FAILURE(cu_PointerBuffer_get(buffer.get(), &value), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
-                              "cu_PointerBuffer_get", file, invalidArgument);
+                              "cu_Semaphore_p", semaphoreFile, invalidArgument);
+        EXPECT_EQ(support::trace().find("cu_PointerBuffer_get  -  src/cUtil/pointerBuffer:"), 0U);
     }
     EXPECT_TRUE(buffer.tryPut(1));
     EXPECT_SYSTEM_FAILURE(cu_PointerBuffer_timedGet(buffer.get(), &value, &invalid, &done), cu_ERROR_SEM_LOCK_FAILED,
-                          EINVAL, "cu_PointerBuffer_timedGet", file, invalidArgument);
+                          EINVAL, "cu_Semaphore_timedP", semaphoreFile, invalidArgument);
     EXPECT_EQ(buffer.tryGet(), 1U);
+}
+
+TEST(PointerBuffer, aDeleteThatFailsCanBeRepeated)
+{
+    support::WatchfulAllocator allocator;
+    cu_PointerBuffer* me = nullptr;
+    ASSERT_EQ(cu_PointerBuffer_new(&me, 4, allocator.get()), 0U);
+    {
+        const support::Injection second("sem_destroy", EBUSY, 2);
+        EXPECT_SYSTEM_FAILURE(cu_PointerBuffer_delete(&me), cu_ERROR_SEM_FREE_FAILED, EBUSY, "cu_Semaphore_delete",
+                              semaphoreFile, "");
+    }
+    EXPECT_NE(me, nullptr);
+    EXPECT_EQ(cu_PointerBuffer_delete(&me), 0U);
+    EXPECT_EQ(me, nullptr);
 }
 
 // A thread that has drawn its place and is interrupted before it goes on is not overtaken.

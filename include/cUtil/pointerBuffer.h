@@ -2,9 +2,9 @@
  *  A bounded, blocking queue of pointers for any number of producers and consumers within one process.
  *
  *  Values come out in the order in which the producers drew their places. A try may be refused, too, while another
- * thread is about to fill or empty the very place that is next. The values themselves are not looked at; they may be
- * null. Before a wait sleeps it looks for about a microsecond, if more than one processor is online; nobody who does
- * not wait costs a system call.
+ *  thread is about to fill or empty the very place that is next. The values themselves are not looked at; they may be
+ *  null. Before a wait sleeps it looks for about a microsecond, if more than one processor is online; nobody who does
+ *  not wait costs a system call.
  */
 #ifndef CUTIL_POINTER_BUFFER_H
 #define CUTIL_POINTER_BUFFER_H
@@ -32,7 +32,7 @@ CU_EXPORT cu_ErrorCode cu_PointerBuffer_new(cu_PointerBuffer** me, uint32_t capa
  * Ends a queue that nobody uses any more. Values still in it are the caller's affair.
  *
  * @param me  holds the queue; null afterwards
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_FREE_FAILED, and then the rest is left as it is
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_FREE_FAILED, and then the call may be repeated
  */
 CU_EXPORT cu_ErrorCode cu_PointerBuffer_delete(cu_PointerBuffer** me);
 
@@ -58,8 +58,8 @@ CU_EXPORT cu_ErrorCode cu_PointerBuffer_tryPut(cu_PointerBuffer* me, void* value
  * @param value     the value
  * @param deadline  absolute, on the real-time clock (see cu_makeTimeoutMilliSecond())
  * @param put       receives whether it was put in; a deadline that passes is no error
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED; cu_ERROR_SEM_UNLOCK_FAILED. Any thread may call
- * it.
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED; cu_ERROR_SEM_UNLOCK_FAILED. Any thread may
+ *         call it.
  */
 CU_EXPORT cu_ErrorCode cu_PointerBuffer_timedPut(cu_PointerBuffer* me, void* value, const cu_TimeValue* deadline,
                                                  bool* put);
@@ -69,8 +69,8 @@ CU_EXPORT cu_ErrorCode cu_PointerBuffer_timedPut(cu_PointerBuffer* me, void* val
  *
  * @param me     the queue
  * @param value  receives the value
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED; cu_ERROR_SEM_UNLOCK_FAILED. Any thread may call
- * it.
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED; cu_ERROR_SEM_UNLOCK_FAILED. Any thread may
+ *         call it.
  */
 CU_EXPORT cu_ErrorCode cu_PointerBuffer_get(cu_PointerBuffer* me, void** value);
 
@@ -91,8 +91,8 @@ CU_EXPORT cu_ErrorCode cu_PointerBuffer_tryGet(cu_PointerBuffer* me, void** valu
  * @param value     receives the value, if there was one
  * @param deadline  absolute, on the real-time clock (see cu_makeTimeoutMilliSecond())
  * @param got       receives whether there was one; a deadline that passes is no error
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED; cu_ERROR_SEM_UNLOCK_FAILED. Any thread may call
- * it.
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_LOCK_FAILED; cu_ERROR_SEM_UNLOCK_FAILED. Any thread may
+ *         call it.
  */
 CU_EXPORT cu_ErrorCode cu_PointerBuffer_timedGet(cu_PointerBuffer* me, void** value, const cu_TimeValue* deadline,
                                                  bool* got);

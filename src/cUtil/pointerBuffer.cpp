@@ -2,10 +2,10 @@
 
 #include "internal/owned.h"
 #include "internal/report.h"
+#include "internal/rollback.h"
 #include "internal/spin.h"
 
 #include <bit>
-#include <cerrno>
 #include <sched.h>
 #include <type_traits>
 
@@ -80,54 +80,49 @@ template <const End& end>
     }
 }
 
-// Sleeps until there is something to draw, and draws. Null deadline: without limit. Gives an error number.
+// Sleeps until there is something to draw, and draws. Null deadline: without limit.
 template <const End& end>
-int sleepAndMove(cu_PointerBuffer* me, Item<end> item, const timespec* deadline, bool* moved)
+cu_ErrorCode sleepAndMove(cu_PointerBuffer* me, Item<end> item, const cu_TimeValue* deadline, bool* moved)
 {
     Gate& gate = me->*end.waiting;
     bool inTime = true;
-    int error = 0;
+    cu_ErrorCode code = 0;
     int pauses = 0;
     gate.announce();
-    while (!*moved && inTime && error == 0) {
+    while (!*moved && inTime && code == 0) {
         if (!end.mayDraw(me))
-            error = gate.sleep(deadline, &inTime);
+            code = gate.sleep(deadline, &inTime);
         else if (++pauses < yields)
             sched_yield();
         else
             clock_nanosleep(CLOCK_MONOTONIC, 0, &nap, nullptr);
-        if (error == 0) // otherwise the caller takes nothing for moved
+        if (code == 0) // otherwise the caller takes nothing for moved
             *moved = move<end>(me, item);
     }
     gate.leave();
-    return error;
+    return code;
 }
 
 template <const End& end>
 cu_ErrorCode wakeOpposite(cu_PointerBuffer* me, internal::Place here)
 {
-    const int error = (me->*end.opposite).wake();
-    return error == 0 ? 0 : internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
+    CU_TRY_AT(here, (me->*end.opposite).wake());
+    return 0;
 }
 
 // A put or get of the exported function whose place it is given, when the first look was in vain. Null deadline:
 // without limit.
 template <const End& end>
-[[gnu::noinline]] cu_ErrorCode await(cu_PointerBuffer* me, Item<end> item, const timespec* deadline, bool* moved,
+[[gnu::noinline]] cu_ErrorCode await(cu_PointerBuffer* me, Item<end> item, const cu_TimeValue* deadline, bool* moved,
                                      internal::Place here)
 {
     internal::Spin spin = deadline != nullptr ? internal::Spin(*deadline) : internal::Spin();
     *moved = spin.spinUntil([&] { return move<end>(me, item); });
     if (!*moved) {
-        spin.asleep();
-        if (const int error = sleepAndMove<end>(me, item, deadline, moved); error != 0)
-            return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, error, here);
-        if (*moved)
-            spin.awake();
+        CU_TRY_AT(here, sleepAndMove<end>(me, item, deadline, moved));
         // Of several things to draw only the first woke anybody.
         if (end.mayDraw(me))
-            if (const int error = (me->*end.waiting).wake(); error != 0)
-                return internal::reportErrno(cu_ERROR_SEM_UNLOCK_FAILED, error, here);
+            CU_TRY_AT(here, (me->*end.waiting).wake());
     }
     return *moved ? wakeOpposite<end>(me, here) : 0;
 }
@@ -147,12 +142,14 @@ cu_ErrorCode tryTransfer(cu_PointerBuffer* me, Item<end> item, bool* moved, inte
 }
 
 template <const End& end>
-cu_ErrorCode timedTransfer(cu_PointerBuffer* me, Item<end> item, const timespec* deadline, bool* moved,
+cu_ErrorCode timedTransfer(cu_PointerBuffer* me, Item<end> item, const cu_TimeValue* deadline, bool* moved,
                            internal::Place here)
 {
-    // A semaphore refuses such a deadline even while it is free.
-    if (deadline->tv_nsec < 0 || deadline->tv_nsec >= 1'000'000'000)
-        return internal::reportErrno(cu_ERROR_SEM_LOCK_FAILED, EINVAL, here);
+    // A semaphore refuses such a deadline, and says so, even while there is something to take.
+    if (deadline->tv_nsec < 0 || deadline->tv_nsec >= 1'000'000'000) {
+        bool woken = false;
+        CU_TRY_AT(here, (me->*end.waiting).sleep(deadline, &woken));
+    }
     *moved = move<end>(me, item);
     return *moved ? wakeOpposite<end>(me, here) : await<end>(me, item, deadline, moved, here);
 }
@@ -173,12 +170,10 @@ cu_ErrorCode cu_PointerBuffer_new(cu_PointerBuffer** me, uint32_t capacity, cu_a
     CU_TRY(slots.allocateBytes(allocator, capacity * static_cast<uint32_t>(sizeof(Slot))));
     for (uint32_t number = 0; number < capacity; ++number)
         new (slots.get() + number) Slot{2 * number, nullptr};
-    if (const int error = buffer->notFull.open(); error != 0)
-        return CU_REPORT(cu_ERROR_SEM_INIT_FAILED, error, nullptr);
-    if (const int error = buffer->notEmpty.open(); error != 0) {
-        buffer->notFull.close();
-        return CU_REPORT(cu_ERROR_SEM_INIT_FAILED, error, nullptr);
-    }
+    CU_TRY(buffer->notFull.open(allocator));
+    CU_ROLLBACK(closeNotFull, buffer->notFull.close());
+    CU_TRY(buffer->notEmpty.open(allocator));
+    closeNotFull.dismiss();
     buffer->capacity = capacity;
     buffer->slots = slots.release();
     *me = buffer.release();
@@ -191,9 +186,8 @@ cu_ErrorCode cu_PointerBuffer_delete(cu_PointerBuffer** me)
     CU_REQUIRE(*me != nullptr);
 
     cu_PointerBuffer* buffer = *me;
-    for (Gate* gate : {&buffer->notFull, &buffer->notEmpty})
-        if (const int error = gate->close(); error != 0)
-            return CU_REPORT(cu_ERROR_SEM_FREE_FAILED, error, nullptr);
+    CU_TRY(buffer->notFull.close());
+    CU_TRY(buffer->notEmpty.close());
     if (buffer->slots != nullptr) {
         void* slots = buffer->slots;
         CU_TRY(cu_allocator_free(buffer->allocator, &slots));

@@ -93,4 +93,16 @@ void sweep(const char* constructor, Create create, Destroy destroy, std::initial
     EXPECT_EQ(fired, nullptr);
 }
 
+template <typename T, typename... Parameters, typename... Given>
+void sweepCall(const char* constructor, cu_ErrorCode (*create)(T**, Parameters...), cu_ErrorCode (*destroy)(T**),
+               const Given&... given)
+{
+    const auto call = [&](T** handle, cu_allocator* allocator) { return create(handle, given..., allocator); };
+    sweep<T>(constructor, call, destroy);
+}
+
 } // namespace support
+
+/// The sweep of a constructor whose arguments between handle and allocator follow.
+#define EXPECT_CLEAN_FAILURES(create, destroy, ...)                                                                    \
+    support::sweepCall(#create, create, destroy __VA_OPT__(, ) __VA_ARGS__)

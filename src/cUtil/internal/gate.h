@@ -2,10 +2,9 @@
 // and at most one wake is under way at a time. A woken thread that leaves work for others wakes the next.
 #pragma once
 
-#include "internal/posixSemaphore.h"
+#include <cUtil/semaphore.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
 
 namespace cu::internal
@@ -16,36 +15,40 @@ namespace cu::internal
 class Gate
 {
 public:
-    int open() { return sem_init(&semaphore_, 0, 0) == 0 ? 0 : errno; }
-    int close() { return sem_destroy(&semaphore_) == 0 ? 0 : errno; }
+    cu_ErrorCode open(cu_allocator* allocator) { return cu_Semaphore_new(&semaphore_, 0, allocator); }
+
+    /// May be called again, whether it failed or not.
+    cu_ErrorCode close() { return semaphore_ != nullptr ? cu_Semaphore_delete(&semaphore_) : 0; }
 
     void announce() { sleepers_.fetch_add(1, std::memory_order_seq_cst); }
     void leave() { sleepers_.fetch_sub(1, std::memory_order_relaxed); }
 
-    /// Sleeps until woken or, with a deadline (real-time clock), until it passes: `woken` tells. Gives an error number.
-    int sleep(const timespec* deadline, bool* woken)
+    /// Sleeps until woken or, with a deadline (real-time clock), until it passes: `woken` tells.
+    cu_ErrorCode sleep(const cu_TimeValue* deadline, bool* woken)
     {
-        const int error = sleepOnSemaphore(&semaphore_, deadline, woken);
+        *woken = true;
+        const cu_ErrorCode code =
+            deadline != nullptr ? cu_Semaphore_timedP(semaphore_, deadline, woken) : cu_Semaphore_p(semaphore_);
         // Reads what the waker wrote, and so what it had changed before is seen from here on.
-        if (error == 0 && *woken)
+        if (code == 0 && *woken)
             wakeUnderWay_.exchange(false, std::memory_order_seq_cst);
-        return error;
+        return code;
     }
 
     bool isQuiet() const { return sleepers_.load(std::memory_order_seq_cst) == 0; }
 
-    /// Wakes one sleeper, if there is any and none is being woken. Gives an error number.
-    int wake()
+    /// Wakes one sleeper, if there is any and none is being woken.
+    cu_ErrorCode wake()
     {
         if (isQuiet()) [[likely]]
             return 0;
-        return wakeUnderWay_.exchange(true, std::memory_order_seq_cst) ? 0 : postSemaphore(&semaphore_);
+        return wakeUnderWay_.exchange(true, std::memory_order_seq_cst) ? 0 : cu_Semaphore_v(semaphore_);
     }
 
 private:
     std::atomic<uint32_t> sleepers_{0};
     std::atomic<bool> wakeUnderWay_{false};
-    sem_t semaphore_;
+    cu_Semaphore* semaphore_ = nullptr;
 };
 
 } // namespace cu::internal

@@ -17,15 +17,16 @@ int untilNotInterrupted(Call call)
     return 0;
 }
 
-} // namespace
-
-int cu::internal::sleepOnSemaphore(sem_t* semaphore, const timespec* deadline, bool* taken)
+// Null deadline: without limit.
+int sleepOnSemaphore(sem_t* semaphore, const timespec* deadline, bool* taken)
 {
     const int error = untilNotInterrupted(
         [=] { return deadline != nullptr ? sem_timedwait(semaphore, deadline) : sem_wait(semaphore); });
     *taken = error != ETIMEDOUT; // Compatibility: it is true after a failure.
     return *taken ? error : 0;
 }
+
+} // namespace
 
 int cu::internal::waitForSemaphore(sem_t* semaphore)
 {

@@ -16,9 +16,6 @@ int tryTakeSemaphore(sem_t* semaphore, bool* taken);
 /// A deadline (real-time clock) that passes is no error: `taken` tells.
 int waitForSemaphoreUntil(sem_t* semaphore, const timespec* deadline, bool* taken);
 
-/// Sleeps at once, without a spin. Null deadline: without limit.
-int sleepOnSemaphore(sem_t* semaphore, const timespec* deadline, bool* taken);
-
 int postSemaphore(sem_t* semaphore);
 
 } // namespace cu::internal
