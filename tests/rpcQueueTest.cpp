@@ -2,6 +2,8 @@
 #include "support/inject.h"
 #include "support/process.h"
 #include "support/record.h"
+#include "support/refusal.h"
+#include "support/scale.h"
 #include "support/sweep.h"
 
 #include <cUtil/rpcChannel.h>
@@ -90,43 +92,16 @@ TEST(RpcQueue, badArgumentsAreRefused)
     ASSERT_EQ(cu_RPCChannel_create(&channel, region.get(), 16384, nullptr), 0U);
     ASSERT_EQ(cu_RPCQueue_open(&queue, region.get(), nullptr), 0U);
 
-    EXPECT_REFUSED(cu_RPCQueue_create(nullptr, region.get(), 8192, nullptr), "cu_RPCQueue_create", file);
-    EXPECT_REFUSED(cu_RPCQueue_create(&queue, region.get(), 8192, nullptr), "cu_RPCQueue_create", file);
-    EXPECT_REFUSED(cu_RPCQueue_create(&none, nullptr, 8192, nullptr), "cu_RPCQueue_create", file);
-    EXPECT_REFUSED(cu_RPCQueue_open(nullptr, region.get(), nullptr), "cu_RPCQueue_open", file);
-    EXPECT_REFUSED(cu_RPCQueue_open(&queue, region.get(), nullptr), "cu_RPCQueue_open", file);
-    EXPECT_REFUSED(cu_RPCQueue_open(&none, nullptr, nullptr), "cu_RPCQueue_open", file);
-    EXPECT_REFUSED(cu_RPCQueue_delete(nullptr), "cu_RPCQueue_delete", file);
-    EXPECT_REFUSED(cu_RPCQueue_delete(&none), "cu_RPCQueue_delete", file);
-    EXPECT_REFUSED(cu_RPCQueue_getSize(nullptr, &size), "cu_RPCQueue_getSize", file);
-    EXPECT_REFUSED(cu_RPCQueue_getSize(queue, nullptr), "cu_RPCQueue_getSize", file);
-    EXPECT_REFUSED(cu_RPCQueue_get(nullptr, &payload), "cu_RPCQueue_get", file);
-    EXPECT_REFUSED(cu_RPCQueue_get(queue, nullptr), "cu_RPCQueue_get", file);
-    EXPECT_REFUSED(cu_RPCQueue_signal(nullptr), "cu_RPCQueue_signal", file);
-    EXPECT_REFUSED(cu_RPCQueue_wait(nullptr), "cu_RPCQueue_wait", file);
-    EXPECT_REFUSED(cu_RPCQueue_tryWait(nullptr, &taken), "cu_RPCQueue_tryWait", file);
-    EXPECT_REFUSED(cu_RPCQueue_tryWait(queue, nullptr), "cu_RPCQueue_tryWait", file);
-    EXPECT_REFUSED(cu_RPCQueue_timedWait(nullptr, &deadline, &taken), "cu_RPCQueue_timedWait", file);
-    EXPECT_REFUSED(cu_RPCQueue_timedWait(queue, nullptr, &taken), "cu_RPCQueue_timedWait", file);
-    EXPECT_REFUSED(cu_RPCQueue_timedWait(queue, &deadline, nullptr), "cu_RPCQueue_timedWait", file);
-
-    EXPECT_REFUSED(cu_RPCChannel_create(nullptr, region.get(), 16384, nullptr), "cu_RPCChannel_create", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get(), 16384, nullptr), "cu_RPCChannel_create", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_create(&noChannel, nullptr, 16384, nullptr), "cu_RPCChannel_create", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_open(nullptr, region.get(), nullptr), "cu_RPCChannel_open", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_open(&channel, region.get(), nullptr), "cu_RPCChannel_open", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_open(&noChannel, nullptr, nullptr), "cu_RPCChannel_open", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_delete(nullptr), "cu_RPCChannel_delete", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_delete(&noChannel), "cu_RPCChannel_delete", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_getSize(nullptr, &size), "cu_RPCChannel_getSize", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_getSize(channel, nullptr), "cu_RPCChannel_getSize", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_getRxBuffer(nullptr, &payload), "cu_RPCChannel_getRxBuffer", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_getTxBuffer(channel, nullptr), "cu_RPCChannel_getTxBuffer", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_signalTx(nullptr), "cu_RPCChannel_signalTx", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_waitRx(nullptr), "cu_RPCChannel_waitRx", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_tryWaitRx(channel, nullptr), "cu_RPCChannel_tryWaitRx", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_timedWaitRx(channel, nullptr, &taken), "cu_RPCChannel_timedWaitRx", channelFile);
-    EXPECT_REFUSED(cu_RPCChannel_timedWaitRx(channel, &deadline, nullptr), "cu_RPCChannel_timedWaitRx", channelFile);
+    void* const memory = region.get();
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, queue, memory, &size, &payload, &deadline, &taken, uint32_t{8192}}),
+                         cu_RPCQueue_create, cu_RPCQueue_open, cu_RPCQueue_getSize, cu_RPCQueue_get, cu_RPCQueue_signal,
+                         cu_RPCQueue_wait, cu_RPCQueue_tryWait, cu_RPCQueue_timedWait);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&queue}, cu_RPCQueue_delete);
+    EXPECT_NULLS_REFUSED(channelFile, (std::tuple{&noChannel, channel, memory, &size, &payload, &deadline, &taken}),
+                         cu_RPCChannel_create, cu_RPCChannel_open, cu_RPCChannel_getSize, cu_RPCChannel_getRxBuffer,
+                         cu_RPCChannel_getTxBuffer, cu_RPCChannel_signalTx, cu_RPCChannel_waitRx,
+                         cu_RPCChannel_tryWaitRx, cu_RPCChannel_timedWaitRx);
+    EXPECT_NULLS_REFUSED(channelFile, std::tuple{&channel}, cu_RPCChannel_delete);
 
     EXPECT_EQ(cu_RPCQueue_delete(&queue), 0U);
     EXPECT_EQ(cu_RPCChannel_delete(&channel), 0U);
@@ -136,21 +111,10 @@ TEST(RpcQueue, badArgumentsAreRefused)
 TEST(RpcQueue, constructorsLeaveNothingBehind)
 {
     const support::Shared<char> region(16384);
-    support::sweep<cu_RPCQueue>(
-        "cu_RPCQueue_create",
-        [&](auto** me, auto* allocator) { return cu_RPCQueue_create(me, region.get(), 8192, allocator); },
-        cu_RPCQueue_delete);
-    support::sweep<cu_RPCQueue>(
-        "cu_RPCQueue_open", [&](auto** me, auto* allocator) { return cu_RPCQueue_open(me, region.get(), allocator); },
-        cu_RPCQueue_delete);
-    support::sweep<cu_RPCChannel>(
-        "cu_RPCChannel_create",
-        [&](auto** me, auto* allocator) { return cu_RPCChannel_create(me, region.get(), 16384, allocator); },
-        cu_RPCChannel_delete);
-    support::sweep<cu_RPCChannel>(
-        "cu_RPCChannel_open",
-        [&](auto** me, auto* allocator) { return cu_RPCChannel_open(me, region.get(), allocator); },
-        cu_RPCChannel_delete);
+    EXPECT_CLEAN_FAILURES(cu_RPCQueue_create, cu_RPCQueue_delete, region.get(), 8192U);
+    EXPECT_CLEAN_FAILURES(cu_RPCQueue_open, cu_RPCQueue_delete, region.get());
+    EXPECT_CLEAN_FAILURES(cu_RPCChannel_create, cu_RPCChannel_delete, region.get(), 16384U);
+    EXPECT_CLEAN_FAILURES(cu_RPCChannel_open, cu_RPCChannel_delete, region.get());
 }
 
 TEST(RpcQueue, countsItsSignals)
@@ -278,11 +242,7 @@ TEST_F(RpcChannel, openRefusesAPayloadSizeThatNoChannelHas)
 
 TEST_F(RpcChannel, twoProcessesExchangeRequests)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr uint32_t requests = 50'000;
-#else
-    constexpr uint32_t requests = sizeof(void*) == 4 ? 50'000 : 1'000'000;
-#endif
+    constexpr auto requests = static_cast<uint32_t>(support::scaled(1'000'000));
     support::Process server([&] {
         cu_RPCChannel* mine = nullptr;
         if (cu_RPCChannel_open(&mine, region.get(), nullptr) != 0)

@@ -2,9 +2,9 @@
  *  A request and response transport between two processes: two queues (see rpcQueue.h) in one region that they share.
  *
  *  The region's first half is the queue on which the side that created the channel receives and the other one
- * transmits; the second half is the other direction. One exchange: a side writes its request to the address that
+ *  transmits; the second half is the other direction. One exchange: a side writes its request to the address that
  *  cu_RPCChannel_getTxBuffer() gives and calls cu_RPCChannel_signalTx(); the other side, in cu_RPCChannel_waitRx(),
- * wakes, reads the request at cu_RPCChannel_getRxBuffer(), writes its answer to its own transmit buffer and signals.
+ *  wakes, reads the request at cu_RPCChannel_getRxBuffer(), writes its answer to its own transmit buffer and signals.
  * Lengths, framing and turns are agreed between the callers.
  *
  *  What rpcQueue.h says of threads, of fork() and of a process that dies holds for each direction.
@@ -43,7 +43,7 @@ CU_EXPORT cu_ErrorCode cu_RPCChannel_create(cu_RPCChannel** channel, void* regio
  * @param allocator  gives the memory of the objects; null: the shared heap allocator
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_COM_MALLOC_FAILED; cu_ERROR_COM_INVARIANT when the payload size in
  *         the region is not one that cu_RPCChannel_create() leaves there: a multiple of 4096, not 0, with which the
- * second half begins within the address space
+ *         second half begins within the address space
  */
 CU_EXPORT cu_ErrorCode cu_RPCChannel_open(cu_RPCChannel** channel, void* region, cu_allocator* allocator);
 

@@ -8,17 +8,18 @@
  *  | Offset | Size | Field |
  *  |---|---|---|
  *  | 0 | 4 | payload size in bytes = size of the region - 4096 |
- *  | 4, on 64-bit hosts 8 | size of `sem_t` | the semaphore, process-shared: it follows at the next offset that suits
- * it | | up to 4096 | | reserved, 0 | | 4096 | payload size | payload |
+ *  | 4 | 16 | the semaphore, a process-shared `sem_t`; on 64-bit hosts at 8, its alignment, and 32 bytes long |
+ *  | up to 4096 | | reserved, 0 |
+ *  | 4096 | payload size | payload |
  *
  *  Threads and processes: the semaphore orders what is written before a signal before what is read after the wait that
- * it ends; it counts, so two signals let two waits pass. The payload is not locked: the two sides take turns by their
+ *  it ends; it counts, so two signals let two waits pass. The payload is not locked: the two sides take turns by their
  *  signals, one writer and one reader. Any thread of any process that maps the region may signal and wait; a child of
  *  fork() may go on with the objects that it inherits.
  *
  *  What a process leaves behind that dies: nothing while it waits. The payload keeps what it had written of it, and
  *  signals that nobody took stay counted. Whoever waits for its answer waits on; use the timed wait where the other
- * side may die. The two sides can only get into step again by formatting the region anew.
+ *  side may die. The two sides can only get into step again by formatting the region anew.
  *
  *  A region is trusted: it carries no mark that tells it from other memory, and the other side may change the payload,
  *  its size in the region and the semaphore at any time.
