@@ -9,11 +9,11 @@
  *  With the writer lock any number of threads may put, with the reader lock any number may get. A ring from
  *  cu_RingBuffer_new() serves the threads of its process; the region of cu_RingBuffer_create() serves every process
  *  that maps it, at any address, each with an object of its own from cu_RingBuffer_open(). A child of fork() may go on
- * with the object that it inherits from a region; one from cu_RingBuffer_new() becomes a copy of its own.
+ *  with the object that it inherits from a region; one from cu_RingBuffer_new() becomes a copy of its own.
  *
  *  The region is laid out as follows, in the byte order of the machine. It must be aligned for its words and, when
- * there are locks, for `sem_t`: 8 bytes are enough, and a multiple of 64 keeps the two sides' words apart as far as the
- * layout allows. The base of a shared-memory region is a multiple of the page size.
+ *  there are locks, for `sem_t`: 8 bytes are enough, and a multiple of 64 keeps the two sides' words apart as far as
+ *  the layout allows. The base of a shared-memory region is a multiple of the page size.
  *
  *  | Offset | Size | Field |
  *  |---|---|---|

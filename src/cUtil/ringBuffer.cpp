@@ -300,7 +300,9 @@ cu_ErrorCode cu_RingBuffer_delete(cu_RingBuffer** me)
         CU_TRY(cu_Semaphore_delete(&object->readerLock));
     if (object->ownsMemory) {
         void* block = object->data;
-        CU_TRY(cu_allocator_free(object->allocator, &block));
+        if (block != nullptr)
+            CU_TRY(cu_allocator_free(object->allocator, &block));
+        object->data = nullptr;
         block = object->header;
         CU_TRY(cu_allocator_free(object->allocator, &block));
         object->ownsMemory = false;
