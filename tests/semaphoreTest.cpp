@@ -1,8 +1,10 @@
 #include "support/deadline.h"
 #include "support/process.h"
 #include "support/record.h"
+#include "support/refusal.h"
 #include "support/signalStorm.h"
 #include "support/sweep.h"
+#include "support/systemFailure.h"
 
 #include <cUtil/ipcSemaphore.h>
 #include <cUtil/semaphore.h>
@@ -43,16 +45,9 @@ protected:
 TEST_F(Semaphore, constructorsLeaveNothingBehind)
 {
     sem_t storage;
-    support::sweep<cu_Semaphore>(
-        "cu_Semaphore_new", [](auto** me, auto* allocator) { return cu_Semaphore_new(me, 1, allocator); },
-        cu_Semaphore_delete);
-    support::sweep<cu_Semaphore>(
-        "cu_Semaphore_create",
-        [&](auto** me, auto* allocator) { return cu_Semaphore_create(me, 1, &storage, allocator); },
-        cu_Semaphore_delete);
-    support::sweep<cu_Semaphore>(
-        "cu_Semaphore_open", [&](auto** me, auto* allocator) { return cu_Semaphore_open(me, &storage, allocator); },
-        cu_Semaphore_delete);
+    EXPECT_CLEAN_FAILURES(cu_Semaphore_new, cu_Semaphore_delete, 1U);
+    EXPECT_CLEAN_FAILURES(cu_Semaphore_create, cu_Semaphore_delete, 1U, &storage);
+    EXPECT_CLEAN_FAILURES(cu_Semaphore_open, cu_Semaphore_delete, &storage);
 }
 
 TEST_F(Semaphore, badArgumentsAreRefused)
@@ -61,22 +56,11 @@ TEST_F(Semaphore, badArgumentsAreRefused)
     bool taken = false;
     const cu_TimeValue deadline = {};
     ASSERT_EQ(cu_Semaphore_new(&semaphore, 0, nullptr), 0U);
-    EXPECT_REFUSED(cu_Semaphore_new(nullptr, 0, nullptr), "cu_Semaphore_new", file);
-    EXPECT_REFUSED(cu_Semaphore_new(&semaphore, 0, nullptr), "cu_Semaphore_new", file);
-    EXPECT_REFUSED(cu_Semaphore_create(&semaphore, 0, &storage, nullptr), "cu_Semaphore_create", file);
-    EXPECT_REFUSED(cu_Semaphore_open(&semaphore, &storage, nullptr), "cu_Semaphore_open", file);
     cu_Semaphore* none = nullptr;
-    EXPECT_REFUSED(cu_Semaphore_create(&none, 0, nullptr, nullptr), "cu_Semaphore_create", file);
-    EXPECT_REFUSED(cu_Semaphore_open(&none, nullptr, nullptr), "cu_Semaphore_open", file);
-    EXPECT_REFUSED(cu_Semaphore_delete(nullptr), "cu_Semaphore_delete", file);
-    EXPECT_REFUSED(cu_Semaphore_delete(&none), "cu_Semaphore_delete", file);
-    EXPECT_REFUSED(cu_Semaphore_p(nullptr), "cu_Semaphore_p", file);
-    EXPECT_REFUSED(cu_Semaphore_tryP(nullptr, &taken), "cu_Semaphore_tryP", file);
-    EXPECT_REFUSED(cu_Semaphore_tryP(semaphore, nullptr), "cu_Semaphore_tryP", file);
-    EXPECT_REFUSED(cu_Semaphore_timedP(nullptr, &deadline, &taken), "cu_Semaphore_timedP", file);
-    EXPECT_REFUSED(cu_Semaphore_timedP(semaphore, nullptr, &taken), "cu_Semaphore_timedP", file);
-    EXPECT_REFUSED(cu_Semaphore_timedP(semaphore, &deadline, nullptr), "cu_Semaphore_timedP", file);
-    EXPECT_REFUSED(cu_Semaphore_v(nullptr), "cu_Semaphore_v", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, semaphore, &storage, &deadline, &taken}), cu_Semaphore_new,
+                         cu_Semaphore_create, cu_Semaphore_open, cu_Semaphore_p, cu_Semaphore_tryP, cu_Semaphore_timedP,
+                         cu_Semaphore_v);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&semaphore}, cu_Semaphore_delete);
     EXPECT_SYSTEM_FAILURE(cu_Semaphore_new(&none, UINT_MAX, nullptr), cu_ERROR_SEM_INIT_FAILED, EINVAL,
                           "cu_Semaphore_new", file, "");
     EXPECT_EQ(none, nullptr);
@@ -152,17 +136,20 @@ TEST_F(Semaphore, failingSystemCallsAreReportedAndKeepTheObject)
 {
     ASSERT_EQ(cu_Semaphore_new(&semaphore, 0, nullptr), 0U);
     bool taken = false;
-    {
-        const support::Injection injection("sem_wait", EINVAL);
-        EXPECT_SYSTEM_FAILURE(cu_Semaphore_p(semaphore), cu_ERROR_SEM_LOCK_FAILED, EINVAL, "cu_Semaphore_p", file,
-                              errnoText(EINVAL));
-    }
-    {
-        const support::Injection injection("sem_trywait", EINVAL);
-        EXPECT_SYSTEM_FAILURE(cu_Semaphore_tryP(semaphore, &taken), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
-                              "cu_Semaphore_tryP", file, errnoText(EINVAL));
-        EXPECT_TRUE(taken);
-    }
+    const cu_TimeValue past = {1, 0};
+    support::expectSystemFailures(file,
+                                  {{"sem_wait", EINVAL, cu_ERROR_SEM_LOCK_FAILED, "cu_Semaphore_p", errnoText(EINVAL),
+                                    [&] { return cu_Semaphore_p(semaphore); }},
+                                   {"sem_trywait", EINVAL, cu_ERROR_SEM_LOCK_FAILED, "cu_Semaphore_tryP",
+                                    errnoText(EINVAL), [&] { return cu_Semaphore_tryP(semaphore, &taken); }},
+                                   {"sem_timedwait", EINVAL, cu_ERROR_SEM_LOCK_FAILED, "cu_Semaphore_timedP",
+                                    errnoText(EINVAL), [&] { return cu_Semaphore_timedP(semaphore, &past, &taken); }},
+                                   {"sem_post", EOVERFLOW, cu_ERROR_SEM_UNLOCK_FAILED, "cu_Semaphore_v", "",
+                                    [&] { return cu_Semaphore_v(semaphore); }},
+                                   {"sem_destroy", EINVAL, cu_ERROR_SEM_FREE_FAILED, "cu_Semaphore_delete", "",
+                                    [&] { return cu_Semaphore_delete(&semaphore); }}});
+    EXPECT_NE(semaphore, nullptr);
+    EXPECT_TRUE(taken);
     for (const int32_t nanoSeconds : {1'000'000'000, -1}) {
         const cu_TimeValue invalid = {0, nanoSeconds};
         for (int count = 0; count < 2; ++count) {
@@ -174,17 +161,6 @@ TEST_F(Semaphore, failingSystemCallsAreReportedAndKeepTheObject)
         }
         while (taken)
             EXPECT_EQ(cu_Semaphore_tryP(semaphore, &taken), 0U);
-    }
-    {
-        const support::Injection injection("sem_post", EOVERFLOW);
-        EXPECT_SYSTEM_FAILURE(cu_Semaphore_v(semaphore), cu_ERROR_SEM_UNLOCK_FAILED, EOVERFLOW, "cu_Semaphore_v", file,
-                              "");
-    }
-    {
-        const support::Injection injection("sem_destroy", EINVAL);
-        EXPECT_SYSTEM_FAILURE(cu_Semaphore_delete(&semaphore), cu_ERROR_SEM_FREE_FAILED, EINVAL, "cu_Semaphore_delete",
-                              file, "");
-        EXPECT_NE(semaphore, nullptr);
     }
 }
 
@@ -249,50 +225,22 @@ TEST(IpcSemaphore, refusesNullAndReportsFailingSystemCalls)
     const cu_TimeValue soon = support::fromNow(0);
     ASSERT_EQ(cu_ipcSem_init(&sem), 0U);
     ASSERT_EQ(cu_ipcSem_lock(&sem), 0U);
-    EXPECT_REFUSED(cu_ipcSem_init(nullptr), "cu_ipcSem_init", ipcFile);
-    EXPECT_REFUSED(cu_ipcSem_free(nullptr), "cu_ipcSem_free", ipcFile);
-    EXPECT_REFUSED(cu_ipcSem_getCount(nullptr, &count), "cu_ipcSem_getCount", ipcFile);
-    EXPECT_REFUSED(cu_ipcSem_getCount(&sem, nullptr), "cu_ipcSem_getCount", ipcFile);
-    EXPECT_REFUSED(cu_ipcSem_lock(nullptr), "cu_ipcSem_lock", ipcFile);
-    EXPECT_REFUSED(cu_ipcSem_tryLock(&sem, nullptr), "cu_ipcSem_tryLock", ipcFile);
-    EXPECT_REFUSED(cu_ipcSem_timedLock(&sem, nullptr, &taken), "cu_ipcSem_timedLock", ipcFile);
-    EXPECT_REFUSED(cu_ipcSem_unlock(nullptr), "cu_ipcSem_unlock", ipcFile);
+    EXPECT_NULLS_REFUSED(ipcFile, (std::tuple{&sem, &count, &taken, &soon}), cu_ipcSem_init, cu_ipcSem_free,
+                         cu_ipcSem_getCount, cu_ipcSem_lock, cu_ipcSem_tryLock, cu_ipcSem_timedLock, cu_ipcSem_unlock);
 
-    struct {
-        const char* systemCall;
-        cu_ErrorCode code;
-        const char* function;
-        std::string description;
-        cu_ErrorCode (*call)(sem_t*, const cu_TimeValue*);
-    } const cases[] = {
-        {"sem_init", cu_ERROR_SEM_INIT_FAILED, "cu_ipcSem_init", "",
-         [](sem_t* s, const cu_TimeValue*) { return cu_ipcSem_init(s); }},
-        {"sem_destroy", cu_ERROR_SEM_FREE_FAILED, "cu_ipcSem_free", "",
-         [](sem_t* s, const cu_TimeValue*) { return cu_ipcSem_free(s); }},
-        {"sem_getvalue", cu_ERROR_SEM_GET_COUNT_FAILED, "cu_ipcSem_getCount", "",
-         [](sem_t* s, const cu_TimeValue*) {
-             int32_t value = 0;
-             return cu_ipcSem_getCount(s, &value);
-         }},
-        {"sem_wait", cu_ERROR_SEM_LOCK_FAILED, "cu_ipcSem_lock", "",
-         [](sem_t* s, const cu_TimeValue*) { return cu_ipcSem_lock(s); }},
-        {"sem_trywait", cu_ERROR_SEM_LOCK_FAILED, "cu_ipcSem_tryLock", errnoText(EINVAL),
-         [](sem_t* s, const cu_TimeValue*) {
-             bool flag = false;
-             return cu_ipcSem_tryLock(s, &flag);
-         }},
-        {"sem_timedwait", cu_ERROR_SEM_LOCK_FAILED, "cu_ipcSem_timedLock", errnoText(EINVAL),
-         [](sem_t* s, const cu_TimeValue* deadline) {
-             bool flag = false;
-             return cu_ipcSem_timedLock(s, deadline, &flag);
-         }},
-        {"sem_post", cu_ERROR_SEM_UNLOCK_FAILED, "cu_ipcSem_unlock", "",
-         [](sem_t* s, const cu_TimeValue*) { return cu_ipcSem_unlock(s); }},
-    };
-    for (const auto& one : cases) {
-        const support::Injection injection(one.systemCall, EINVAL);
-        EXPECT_SYSTEM_FAILURE(one.call(&sem, &soon), one.code, EINVAL, one.function, ipcFile, one.description);
-    }
+    support::expectSystemFailures(
+        ipcFile,
+        {{"sem_init", EINVAL, cu_ERROR_SEM_INIT_FAILED, "cu_ipcSem_init", "", [&] { return cu_ipcSem_init(&sem); }},
+         {"sem_destroy", EINVAL, cu_ERROR_SEM_FREE_FAILED, "cu_ipcSem_free", "", [&] { return cu_ipcSem_free(&sem); }},
+         {"sem_getvalue", EINVAL, cu_ERROR_SEM_GET_COUNT_FAILED, "cu_ipcSem_getCount", "",
+          [&] { return cu_ipcSem_getCount(&sem, &count); }},
+         {"sem_wait", EINVAL, cu_ERROR_SEM_LOCK_FAILED, "cu_ipcSem_lock", "", [&] { return cu_ipcSem_lock(&sem); }},
+         {"sem_trywait", EINVAL, cu_ERROR_SEM_LOCK_FAILED, "cu_ipcSem_tryLock", errnoText(EINVAL),
+          [&] { return cu_ipcSem_tryLock(&sem, &taken); }},
+         {"sem_timedwait", EINVAL, cu_ERROR_SEM_LOCK_FAILED, "cu_ipcSem_timedLock", errnoText(EINVAL),
+          [&] { return cu_ipcSem_timedLock(&sem, &soon, &taken); }},
+         {"sem_post", EINVAL, cu_ERROR_SEM_UNLOCK_FAILED, "cu_ipcSem_unlock", "",
+          [&] { return cu_ipcSem_unlock(&sem); }}});
     EXPECT_EQ(cu_ipcSem_getCount(&sem, &count), 0U);
     EXPECT_EQ(count, 0);
 }

@@ -1,5 +1,7 @@
 #include "support/record.h"
+#include "support/refusal.h"
 #include "support/sweep.h"
+#include "support/systemFailure.h"
 
 #include <cUtil/spinLock.h>
 
@@ -26,21 +28,16 @@ protected:
 
 TEST_F(SpinLock, constructorsLeaveNothingBehind)
 {
-    support::sweep<cu_SpinLock>("cu_SpinLock_new", cu_SpinLock_new, cu_SpinLock_delete);
+    EXPECT_CLEAN_FAILURES(cu_SpinLock_new, cu_SpinLock_delete);
 }
 
 TEST_F(SpinLock, badArgumentsAreRefused)
 {
     bool locked = true;
     cu_SpinLock* none = nullptr;
-    EXPECT_REFUSED(cu_SpinLock_new(nullptr, nullptr), "cu_SpinLock_new", file);
-    EXPECT_REFUSED(cu_SpinLock_new(&lock, nullptr), "cu_SpinLock_new", file);
-    EXPECT_REFUSED(cu_SpinLock_delete(nullptr), "cu_SpinLock_delete", file);
-    EXPECT_REFUSED(cu_SpinLock_delete(&none), "cu_SpinLock_delete", file);
-    EXPECT_REFUSED(cu_SpinLock_lock(nullptr), "cu_SpinLock_lock", file);
-    EXPECT_REFUSED(cu_SpinLock_tryLock(nullptr, &locked), "cu_SpinLock_tryLock", file);
-    EXPECT_REFUSED(cu_SpinLock_tryLock(lock, nullptr), "cu_SpinLock_tryLock", file);
-    EXPECT_REFUSED(cu_SpinLock_unlock(nullptr), "cu_SpinLock_unlock", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, lock, &locked}), cu_SpinLock_new, cu_SpinLock_lock,
+                         cu_SpinLock_tryLock, cu_SpinLock_unlock);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&lock}, cu_SpinLock_delete);
 }
 
 TEST_F(SpinLock, threadsExcludeEachOther)
@@ -70,25 +67,17 @@ TEST_F(SpinLock, eachResultOfTheSystemHasItsMeaning)
     EXPECT_EQ(cu_SpinLock_tryLock(lock, &locked), 0U);
     EXPECT_TRUE(locked);
     EXPECT_EQ(cu_SpinLock_unlock(lock), 0U);
-    {
-        const support::Injection injection("pthread_spin_trylock", EDEADLK);
-        EXPECT_SYSTEM_FAILURE(cu_SpinLock_tryLock(lock, &locked), cu_ERROR_SPINLOCK_LOCK_FAILED, EDEADLK,
-                              "cu_SpinLock_tryLock", file, "");
-        EXPECT_TRUE(locked);
-    }
-    {
-        const support::Injection injection("pthread_spin_lock", EDEADLK);
-        EXPECT_SYSTEM_FAILURE(cu_SpinLock_lock(lock), cu_ERROR_SPINLOCK_LOCK_FAILED, EDEADLK, "cu_SpinLock_lock", file,
-                              "");
-    }
-    {
-        const support::Injection injection("pthread_spin_unlock", EPERM);
-        EXPECT_SYSTEM_FAILURE(cu_SpinLock_unlock(lock), cu_ERROR_SPINLOCK_UNLOCK_FAILED, EPERM, "cu_SpinLock_unlock",
-                              file, "");
-    }
-    const support::Injection injection("pthread_spin_destroy", EBUSY);
-    EXPECT_SYSTEM_FAILURE(cu_SpinLock_delete(&lock), cu_ERROR_CONDWAIT_FREE_FAILED, EBUSY, "cu_SpinLock_delete", file,
-                          "");
+    locked = false;
+    support::expectSystemFailures(file,
+                                  {{"pthread_spin_trylock", EDEADLK, cu_ERROR_SPINLOCK_LOCK_FAILED,
+                                    "cu_SpinLock_tryLock", "", [&] { return cu_SpinLock_tryLock(lock, &locked); }},
+                                   {"pthread_spin_lock", EDEADLK, cu_ERROR_SPINLOCK_LOCK_FAILED, "cu_SpinLock_lock", "",
+                                    [&] { return cu_SpinLock_lock(lock); }},
+                                   {"pthread_spin_unlock", EPERM, cu_ERROR_SPINLOCK_UNLOCK_FAILED, "cu_SpinLock_unlock",
+                                    "", [&] { return cu_SpinLock_unlock(lock); }},
+                                   {"pthread_spin_destroy", EBUSY, cu_ERROR_CONDWAIT_FREE_FAILED, "cu_SpinLock_delete",
+                                    "", [&] { return cu_SpinLock_delete(&lock); }}});
+    EXPECT_TRUE(locked);
     EXPECT_NE(lock, nullptr);
 }
 

@@ -1,4 +1,5 @@
 #include "support/record.h"
+#include "support/refusal.h"
 #include "support/sweep.h"
 
 #include <cUtil/threadLocal.h>
@@ -71,10 +72,7 @@ protected:
 
 TEST_F(ThreadLocal, constructorsLeaveNothingBehindAndTellErrnoBesideTheCause)
 {
-    support::sweep<cu_ThreadLocal>(
-        "cu_ThreadLocal_new",
-        [](auto** me, auto* allocator) { return cu_ThreadLocal_new(me, nullptr, nullptr, nullptr, allocator); },
-        cu_ThreadLocal_delete);
+    EXPECT_CLEAN_FAILURES(cu_ThreadLocal_new, cu_ThreadLocal_delete, nullptr, nullptr, nullptr);
 
     // The system's own failure does not set errno.
     pthread_key_t keys[PTHREAD_KEYS_MAX];
@@ -94,16 +92,11 @@ TEST_F(ThreadLocal, constructorsLeaveNothingBehindAndTellErrnoBesideTheCause)
 TEST_F(ThreadLocal, badArgumentsAreRefused)
 {
     void* value = nullptr;
-    cu_ThreadLocal* none = nullptr;
+    EXPECT_NULLS_REFUSED(file, (std::tuple{plain, &value, static_cast<void*>(&value)}), cu_ThreadLocal_getSpecific,
+                         cu_ThreadLocal_setSpecific, cu_ThreadLocal_clearSpecific);
     EXPECT_REFUSED(cu_ThreadLocal_new(nullptr, nullptr, nullptr, nullptr, nullptr), "cu_ThreadLocal_new", file);
     EXPECT_REFUSED(cu_ThreadLocal_new(&plain, nullptr, nullptr, nullptr, nullptr), "cu_ThreadLocal_new", file);
-    EXPECT_REFUSED(cu_ThreadLocal_delete(nullptr), "cu_ThreadLocal_delete", file);
-    EXPECT_REFUSED(cu_ThreadLocal_delete(&none), "cu_ThreadLocal_delete", file);
-    EXPECT_REFUSED(cu_ThreadLocal_getSpecific(nullptr, &value), "cu_ThreadLocal_getSpecific", file);
-    EXPECT_REFUSED(cu_ThreadLocal_getSpecific(plain, nullptr), "cu_ThreadLocal_getSpecific", file);
-    EXPECT_REFUSED(cu_ThreadLocal_setSpecific(nullptr, &value), "cu_ThreadLocal_setSpecific", file);
-    EXPECT_REFUSED(cu_ThreadLocal_setSpecific(plain, nullptr), "cu_ThreadLocal_setSpecific", file);
-    EXPECT_REFUSED(cu_ThreadLocal_clearSpecific(nullptr), "cu_ThreadLocal_clearSpecific", file);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&plain}, cu_ThreadLocal_delete);
 }
 
 TEST_F(ThreadLocal, eachThreadHasItsOwnValueAndReleasesItAtItsEnd)
