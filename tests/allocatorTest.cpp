@@ -1,5 +1,6 @@
 #include "support/inject.h"
 #include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/tools/safeMalloc.h>
@@ -73,19 +74,14 @@ TEST(Allocator, dispatchRefusesMissingOperationsAndArguments)
     constexpr char file[] = "src/cUtil/allocator";
     cu_allocator empty = {};
     cu_allocator* heap = cu_allocator_malloc_get();
-    cu_allocator* none = nullptr;
     cu_allocator* handle = &empty;
     void* block = nullptr;
-    EXPECT_REFUSED(cu_allocator_alloc(nullptr, &block, 1), "cu_allocator_alloc", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{heap, &block, &handle}), cu_allocator_alloc, cu_allocator_realloc,
+                         cu_allocator_free, cu_allocator_destruct);
     EXPECT_REFUSED(cu_allocator_alloc(&empty, &block, 1), "cu_allocator_alloc", file);
-    EXPECT_REFUSED(cu_allocator_alloc(heap, nullptr, 1), "cu_allocator_alloc", file);
     EXPECT_REFUSED(cu_allocator_alloc(heap, &block, 0), "cu_allocator_alloc", file);
     EXPECT_REFUSED(cu_allocator_realloc(&empty, &block, 1), "cu_allocator_realloc", file);
-    EXPECT_REFUSED(cu_allocator_realloc(heap, nullptr, 1), "cu_allocator_realloc", file);
     EXPECT_REFUSED(cu_allocator_free(&empty, &block), "cu_allocator_free", file);
-    EXPECT_REFUSED(cu_allocator_free(heap, nullptr), "cu_allocator_free", file);
-    EXPECT_REFUSED(cu_allocator_destruct(nullptr, 0), "cu_allocator_destruct", file);
-    EXPECT_REFUSED(cu_allocator_destruct(&none, 0), "cu_allocator_destruct", file);
     EXPECT_REFUSED(cu_allocator_destruct(&handle, 0), "cu_allocator_destruct", file);
     EXPECT_EQ(block, nullptr);
 }

@@ -1,5 +1,6 @@
 #include "support/inject.h"
 #include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/time/clock.h>
 
@@ -69,11 +70,8 @@ TEST(Clock, missingArgumentsAreRefused)
 {
     cu_Clock clock = {};
     cu_TimeValue elapsed = {};
-    EXPECT_REFUSED(cu_Clock_init(nullptr), "cu_Clock_init", file);
-    EXPECT_REFUSED(cu_Clock_start(nullptr), "cu_Clock_start", file);
-    EXPECT_REFUSED(cu_Clock_stop(nullptr), "cu_Clock_stop", file);
-    EXPECT_REFUSED(cu_Clock_getElapsed(nullptr, &elapsed), "cu_Clock_getElapsed", file);
-    EXPECT_REFUSED(cu_Clock_getElapsed(&clock, nullptr), "cu_Clock_getElapsed", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&clock, &elapsed}), cu_Clock_init, cu_Clock_start, cu_Clock_stop,
+                         cu_Clock_getElapsed);
 }
 
 } // namespace

@@ -1,11 +1,9 @@
-#include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/time/dateTime.h>
 
 #include <cstring>
 #include <string>
-#include <tuple>
-#include <type_traits>
 
 namespace
 {
@@ -115,23 +113,6 @@ TEST(DateTime, theFirstDifferingFieldOrdersTwoRecords)
     }
 }
 
-// Each pointer is missing in turn.
-template <typename... Parameters>
-void expectRefusals(const char* name, cu_ErrorCode (*call)(Parameters...), std::type_identity_t<Parameters>... given)
-{
-    for (int missing = 0; missing < (0 + ... + std::is_pointer_v<Parameters>); ++missing) {
-        int at = 0;
-        const auto unlessMissing = [&](auto argument) {
-            if constexpr (std::is_pointer_v<decltype(argument)>)
-                return at++ == missing ? nullptr : argument;
-            else
-                return argument;
-        };
-        const std::tuple<Parameters...> arguments{unlessMissing(given)...};
-        EXPECT_REFUSED(std::apply(call, arguments), name, file);
-    }
-}
-
 TEST(DateTime, missingArgumentsAreRefused)
 {
     cu_Date date = {};
@@ -139,27 +120,11 @@ TEST(DateTime, missingArgumentsAreRefused)
     cu_DateTime dateTime = {};
     bool answer = false;
     int32_t result = 0;
-    expectRefusals("cu_Date_init", cu_Date_init, &date);
-    expectRefusals("cu_Time_init", cu_Time_init, &time);
-    expectRefusals("cu_DateTime_init", cu_DateTime_init, &dateTime);
-    expectRefusals("cu_Date_create", cu_Date_create, &date, 1, 1, 1);
-    expectRefusals("cu_Time_create", cu_Time_create, &time, 1, 1, 1, 1);
-    expectRefusals("cu_DateTime_create", cu_DateTime_create, &dateTime, &date, &time);
-    expectRefusals("cu_Date_copy", cu_Date_copy, &date, &date);
-    expectRefusals("cu_Time_copy", cu_Time_copy, &time, &time);
-    expectRefusals("cu_DateTime_copy", cu_DateTime_copy, &dateTime, &dateTime);
-    expectRefusals("cu_Date_current", cu_Date_current, &date);
-    expectRefusals("cu_Time_current", cu_Time_current, &time);
-    expectRefusals("cu_DateTime_current", cu_DateTime_current, &dateTime);
-    expectRefusals("cu_Date_isValid", cu_Date_isValid, &date, &answer);
-    expectRefusals("cu_Time_isValid", cu_Time_isValid, &time, &answer);
-    expectRefusals("cu_DateTime_isValid", cu_DateTime_isValid, &dateTime, &answer);
-    expectRefusals("cu_Date_equals", cu_Date_equals, &date, &date, &answer);
-    expectRefusals("cu_Time_equals", cu_Time_equals, &time, &time, &answer);
-    expectRefusals("cu_DateTime_equals", cu_DateTime_equals, &dateTime, &dateTime, &answer);
-    expectRefusals("cu_Date_compare", cu_Date_compare, &date, &date, &result);
-    expectRefusals("cu_Time_compare", cu_Time_compare, &time, &time, &result);
-    expectRefusals("cu_DateTime_compare", cu_DateTime_compare, &dateTime, &dateTime, &result);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&date, &time, &dateTime, &answer, &result}), cu_Date_init, cu_Time_init,
+                         cu_DateTime_init, cu_Date_create, cu_Time_create, cu_DateTime_create, cu_Date_copy,
+                         cu_Time_copy, cu_DateTime_copy, cu_Date_current, cu_Time_current, cu_DateTime_current,
+                         cu_Date_isValid, cu_Time_isValid, cu_DateTime_isValid, cu_Date_equals, cu_Time_equals,
+                         cu_DateTime_equals, cu_Date_compare, cu_Time_compare, cu_DateTime_compare);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "support/inject.h"
 #include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/time/executionTime.h>
 
@@ -28,9 +29,8 @@ TEST(ExecutionTime, failuresLeaveTheResultsAsTheyWere)
 {
     cu_TimeValue start = {5, 6};
     double seconds = 7;
-    EXPECT_REFUSED(cu_ExecutionTime_startMeasurement(nullptr), "cu_ExecutionTime_startMeasurement", file);
-    EXPECT_REFUSED(cu_ExecutionTime_stopMeasurement(nullptr, &seconds), "cu_ExecutionTime_stopMeasurement", file);
-    EXPECT_REFUSED(cu_ExecutionTime_stopMeasurement(&start, nullptr), "cu_ExecutionTime_stopMeasurement", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&start, &seconds}), cu_ExecutionTime_startMeasurement,
+                         cu_ExecutionTime_stopMeasurement);
     {
         const support::Injection broken("clock_gettime", EPERM);
         EXPECT_EQ(cu_ExecutionTime_startMeasurement(&start), cu_ERROR_TIME_GET_FAILED);

@@ -1,5 +1,6 @@
 #include "support/inject.h"
 #include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/time/processorTime.h>
 
@@ -61,9 +62,8 @@ TEST(ProcessorTime, missingArgumentsAreRefused)
 {
     clock_t start = 0;
     double seconds = 0;
-    EXPECT_REFUSED(cu_ProcessorTime_startMeasurement(nullptr), "cu_ProcessorTime_startMeasurement", file);
-    EXPECT_REFUSED(cu_ProcessorTime_stopMeasurement(nullptr, &seconds), "cu_ProcessorTime_stopMeasurement", file);
-    EXPECT_REFUSED(cu_ProcessorTime_stopMeasurement(&start, nullptr), "cu_ProcessorTime_stopMeasurement", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&start, &seconds}), cu_ProcessorTime_startMeasurement,
+                         cu_ProcessorTime_stopMeasurement);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "support/inject.h"
 #include "support/record.h"
+#include "support/refusal.h"
 #include "support/signalStorm.h"
 
 #include <cUtil/time/time.h>
@@ -136,15 +137,11 @@ TEST(TimeValue, timeOutsStartFromTheClockAndKeepTheirValueWhenItFails)
 
 TEST(TimeValue, missingOnesAreRefused)
 {
-    EXPECT_REFUSED(cu_normalize(nullptr), "cu_normalize", file);
-    EXPECT_REFUSED(cu_addSeconds(nullptr, 1), "cu_addSeconds", file);
-    EXPECT_REFUSED(cu_addMilliSeconds(nullptr, 1), "cu_addMilliSeconds", file);
-    EXPECT_REFUSED(cu_addMicroSeconds(nullptr, 1), "cu_addMicroSeconds", file);
-    EXPECT_REFUSED(cu_addNanoSeconds(nullptr, 1), "cu_addNanoSeconds", file);
-    EXPECT_REFUSED(cu_getTime(nullptr, 0), "cu_getTime", systemFile);
-    EXPECT_REFUSED(cu_getClockPrecision(nullptr, 0), "cu_getClockPrecision", systemFile);
-    EXPECT_REFUSED(cu_sleepRelative(nullptr, 0), "cu_sleepRelative", systemFile);
-    EXPECT_REFUSED(cu_sleepAbsolute(nullptr, 0), "cu_sleepAbsolute", systemFile);
+    cu_TimeValue time = {};
+    EXPECT_NULLS_REFUSED(file, std::tuple{&time}, cu_normalize, cu_addSeconds, cu_addMilliSeconds, cu_addMicroSeconds,
+                         cu_addNanoSeconds);
+    EXPECT_NULLS_REFUSED(systemFile, std::tuple{&time}, cu_getTime, cu_getClockPrecision, cu_sleepRelative,
+                         cu_sleepAbsolute);
 }
 
 TEST(SystemClock, isTheOneThatIsAskedFor)

@@ -1,5 +1,6 @@
 #include "support/inject.h"
 #include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/time/timer.h>
 
@@ -78,13 +79,9 @@ TEST(Timer, missingArgumentsAreRefused)
     cu_Timer timer = {};
     cu_TimeValue time = {};
     bool expired = false;
-    EXPECT_REFUSED(cu_Timer_init(nullptr, &time, 0), "cu_Timer_init", file);
-    EXPECT_REFUSED(cu_Timer_set(nullptr, &time), "cu_Timer_set", file);
-    EXPECT_REFUSED(cu_Timer_set(&timer, nullptr), "cu_Timer_set", file);
-    EXPECT_REFUSED(cu_Timer_isExpired(nullptr, &expired), "cu_Timer_isExpired", file);
-    EXPECT_REFUSED(cu_Timer_isExpired(&timer, nullptr), "cu_Timer_isExpired", file);
-    EXPECT_REFUSED(cu_Timer_getRemaining(nullptr, &time), "cu_Timer_getRemaining", file);
-    EXPECT_REFUSED(cu_Timer_getRemaining(&timer, nullptr), "cu_Timer_getRemaining", file);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&timer}, cu_Timer_init);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&timer, &time, &expired}), cu_Timer_set, cu_Timer_isExpired,
+                         cu_Timer_getRemaining);
 }
 
 } // namespace

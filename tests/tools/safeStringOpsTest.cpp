@@ -1,6 +1,7 @@
 #include "support/allocator.h"
 #include "support/inject.h"
 #include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/tools/safeMalloc.h>
 #include <cUtil/tools/safeStringOps.h>
@@ -66,10 +67,7 @@ TEST(SafeStringOps, rawCopiesKeepWithinTheSizeAndTellTheWholeLength)
 TEST(SafeStringOps, aCutCopyIsAnErrorAndStays)
 {
     char text[8] = "kept";
-    EXPECT_REFUSED(cu_str_copy(nullptr, nullptr, 4), "cu_str_copy", file);
-    EXPECT_REFUSED(cu_str_copy(text, nullptr, 4), "cu_str_copy", file);
-    EXPECT_REFUSED(cu_str_cat(nullptr, "a", 4), "cu_str_cat", file);
-    EXPECT_REFUSED(cu_str_cat(text, nullptr, 4), "cu_str_cat", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{text, static_cast<const char*>("a"), uint32_t{4}}), cu_str_copy, cu_str_cat);
     EXPECT_FAILURE(cu_str_copy(text, "", 0), cu_ERROR_TRUNCATION_DETECTED, "cu_str_copy", file, "");
     EXPECT_FAILURE(cu_str_cat(text, "", 0), cu_ERROR_TRUNCATION_DETECTED, "cu_str_cat", file, "");
     EXPECT_STREQ(text, "kept");
@@ -87,8 +85,7 @@ TEST(SafeStringOps, aCutCopyIsAnErrorAndStays)
 TEST(SafeStringOps, aCloneIsTheCallersOrNull)
 {
     char* copy = nullptr;
-    EXPECT_REFUSED(cu_str_clone(nullptr, "a"), "cu_str_clone", file);
-    EXPECT_REFUSED(cu_str_clone(&copy, nullptr), "cu_str_clone", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&copy, "a"}), cu_str_clone);
     ASSERT_EQ(cu_str_clone(&copy, "\x80\xFF text"), 0U);
     EXPECT_STREQ(copy, "\x80\xFF text");
     cu_safeFreeImpl(copy);
@@ -195,10 +192,7 @@ TEST(SafeStringOps, theSizeDecidesBetweenABufferAndTheHeap)
 TEST(SafeStringOps, charactersCountAsBytes)
 {
     uint32_t count = 9;
-    EXPECT_REFUSED(cu_str_count(nullptr, 'a', nullptr), "cu_str_count", file);
-    EXPECT_REFUSED(cu_str_count("a", 'a', nullptr), "cu_str_count", file);
-    EXPECT_REFUSED(cu_str_countAndAdd(nullptr, 'a', &count), "cu_str_countAndAdd", file);
-    EXPECT_REFUSED(cu_str_countAndAdd("a", 'a', nullptr), "cu_str_countAndAdd", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{"a", &count}), cu_str_count, cu_str_countAndAdd);
     EXPECT_EQ(count, 9U);
     struct {
         const char* text;
@@ -221,8 +215,7 @@ TEST(SafeStringOps, bytesAreCopiedOnlyWhereAllHaveRoom)
 {
     const char source[] = {1, 0, 2, 0, 3};
     char text[6] = {9, 9, 9, 9, 9, 9};
-    EXPECT_REFUSED(cu_str_memcpy(nullptr, 5, source, 5), "cu_str_memcpy", file);
-    EXPECT_REFUSED(cu_str_memcpy(text, 5, nullptr, 0), "cu_str_memcpy", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{static_cast<void*>(text), static_cast<const void*>(source)}), cu_str_memcpy);
     EXPECT_FAILURE(cu_str_memcpy(text, 4, source, 5), cu_ERROR_TRUNCATION_DETECTED, "cu_str_memcpy", file,
                    "Dest length='4, src length='5'");
     EXPECT_EQ(text[0], 9);
