@@ -1,6 +1,7 @@
 #include "support/inject.h"
 #include "support/process.h"
 #include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/fifo.h>
 #include <cUtil/ipcSemaphore.h>
@@ -104,30 +105,17 @@ TEST(Fifo, badArgumentsAreRefused)
     int32_t count = 0;
     const cu_TimeValue deadline = {};
     alignas(64) char raw[256] = {};
-    EXPECT_REFUSED(cu_Fifo_init(nullptr, 2, 8, raw), "cu_Fifo_init", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{block.get(), &entry, &capacity, &count, &deadline, uint32_t{2}}),
+                         cu_Fifo_init, cu_Fifo_cleanup, cu_Fifo_attach, cu_Fifo_detach, cu_Fifo_getLengthInfos,
+                         cu_Fifo_get, cu_Fifo_put, cu_Fifo_tryGet, cu_Fifo_tryPut, cu_Fifo_timedGet, cu_Fifo_timedPut,
+                         cu_Fifo_getCommit, cu_Fifo_getRollback, cu_Fifo_putCommit, cu_Fifo_putRollback,
+                         cu_Fifo_tryMove, cu_Fifo_tryMoveCommit, cu_Fifo_tryMoveRollback);
     EXPECT_REFUSED(cu_Fifo_init(raw, 0, 8, raw), "cu_Fifo_init", file);
     EXPECT_REFUSED(cu_Fifo_init(raw, 3, 8, raw), "cu_Fifo_init", file);
     EXPECT_REFUSED(cu_Fifo_init(raw, 2, 0, raw), "cu_Fifo_init", file);
-    EXPECT_REFUSED(cu_Fifo_init(raw, 2, 8, nullptr), "cu_Fifo_init", file);
-    EXPECT_REFUSED(cu_Fifo_cleanup(nullptr), "cu_Fifo_cleanup", file);
-    EXPECT_REFUSED(cu_Fifo_attach(nullptr), "cu_Fifo_attach", file);
-    EXPECT_REFUSED(cu_Fifo_detach(nullptr), "cu_Fifo_detach", file);
-    EXPECT_REFUSED(cu_Fifo_getLengthInfos(nullptr, &capacity, &count, &count), "cu_Fifo_getLengthInfos", file);
-    EXPECT_REFUSED(cu_Fifo_getLengthInfos(block.get(), &capacity, &count, nullptr), "cu_Fifo_getLengthInfos", file);
-    EXPECT_REFUSED(cu_Fifo_get(nullptr, &entry), "cu_Fifo_get", file);
-    EXPECT_REFUSED(cu_Fifo_put(block.get(), nullptr), "cu_Fifo_put", file);
-    EXPECT_REFUSED(cu_Fifo_tryGet(block.get(), nullptr), "cu_Fifo_tryGet", file);
-    EXPECT_REFUSED(cu_Fifo_timedPut(nullptr, &entry, &deadline), "cu_Fifo_timedPut", file);
-    EXPECT_REFUSED(cu_Fifo_timedGet(block.get(), &entry, nullptr), "cu_Fifo_timedGet", file);
-    EXPECT_REFUSED(cu_Fifo_getCommit(nullptr), "cu_Fifo_getCommit", file);
-    EXPECT_REFUSED(cu_Fifo_getRollback(nullptr), "cu_Fifo_getRollback", file);
-    EXPECT_REFUSED(cu_Fifo_putCommit(nullptr), "cu_Fifo_putCommit", file);
-    EXPECT_REFUSED(cu_Fifo_putRollback(nullptr), "cu_Fifo_putRollback", file);
     EXPECT_REFUSED(cu_Fifo_tryMove(block.get(), block.get(), &entry, &entry), "cu_Fifo_tryMove", file);
-    EXPECT_REFUSED(cu_Fifo_tryMove(nullptr, block.get(), &entry, &entry), "cu_Fifo_tryMove", file);
     EXPECT_REFUSED(cu_Fifo_tryMove(block.get(), otherSize.get(), &entry, &entry), "cu_Fifo_tryMove", file);
     EXPECT_REFUSED(cu_Fifo_tryMoveCommit(block.get(), block.get()), "cu_Fifo_tryMoveCommit", file);
-    EXPECT_REFUSED(cu_Fifo_tryMoveRollback(block.get(), nullptr), "cu_Fifo_tryMoveRollback", file);
 }
 
 TEST(Fifo, attachRefusesAHeaderThatCannotBeOne)

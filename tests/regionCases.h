@@ -2,6 +2,7 @@
 #pragma once
 
 #include "support/process.h"
+#include "support/refusal.h"
 #include "support/sweep.h"
 
 #include <cUtil/system/group.h>
@@ -448,38 +449,36 @@ TYPED_TEST_P(RegionTest, badArgumentsAreRefused)
     ASSERT_EQ(this->create(&me), 0U);
     auto* const before = me;
     const std::string file = TypeParam::file;
-    const auto create = [](auto** object, const char* given, uint32_t size) {
-        return TypeParam::create(object, given, size, nullptr, nullptr, 0, true, nullptr);
+    const auto create = [&](const char* given, uint32_t size) {
+        return TypeParam::create(&none, given, size, nullptr, nullptr, 0, true, nullptr);
     };
-    EXPECT_REFUSED(create(static_cast<decltype(&me)>(nullptr), "x", 4096), this->text("create"), file);
-    EXPECT_REFUSED(create(&me, "x", 4096), this->text("create"), file);
-    EXPECT_REFUSED(create(&none, nullptr, 4096), this->text("create"), file);
-    EXPECT_REFUSED(create(&none, "", 4096), this->text("create"), file);
-    EXPECT_REFUSED(create(&none, "x", 0), this->text("create"), file);
-    EXPECT_REFUSED(TypeParam::open(nullptr, "x", nullptr), this->text("open"), file);
-    EXPECT_REFUSED(TypeParam::open(&me, "x", nullptr), this->text("open"), file);
-    EXPECT_REFUSED(TypeParam::open(&none, nullptr, nullptr), this->text("open"), file);
+    EXPECT_REFUSED(create("", 4096), this->text("create"), file);
+    EXPECT_REFUSED(create("x", 0), this->text("create"), file);
     EXPECT_REFUSED(TypeParam::open(&none, "", nullptr), this->text("open"), file);
-    EXPECT_REFUSED(TypeParam::destroy(nullptr, false), this->text("delete"), file);
-    EXPECT_REFUSED(TypeParam::destroy(&none, false), this->text("delete"), file);
 
     void* address = nullptr;
+    uint32_t number = 0;
+    const cu_String* stored = nullptr;
+    const cu_User* user = nullptr;
+    const cu_Group* group = nullptr;
+    const auto refuses = [](const std::string& function, const auto& good, auto call) {
+        support::expectNullsRefused(function, TypeParam::file, good, call);
+    };
     const std::string at = std::string(TypeParam::addressName) + "WithOffset";
-    EXPECT_REFUSED(TypeParam::addressAt(nullptr, &address, 0), at, file);
-    EXPECT_REFUSED(TypeParam::addressAt(me, nullptr, 0), at, file);
+    const std::tuple good(&none, me, "x", &address, &number, &stored, &user, &group, uint32_t{4096});
+    refuses(this->text("create"), good, TypeParam::create);
+    refuses(this->text("open"), good, TypeParam::open);
+    refuses(at, good, TypeParam::addressAt);
+    refuses(TypeParam::addressName, good, TypeParam::addressOf);
+    refuses(this->text("getMappedSize"), good, TypeParam::sizeOf);
+    refuses(this->text("getPermissions"), good, TypeParam::permissionsOf);
+    refuses(this->text("getName"), good, TypeParam::nameOf);
+    refuses(this->text("getUser"), good, TypeParam::userOf);
+    refuses(this->text("getGroup"), good, TypeParam::groupOf);
+    refuses(this->text("delete"), std::tuple(&me), TypeParam::destroy);
     EXPECT_REFUSED(TypeParam::addressAt(me, &address, someSize), at, file);
     EXPECT_REFUSED(TypeParam::addressAt(me, &address, ~0U), at, file);
     EXPECT_EQ(address, nullptr);
-    const auto accessor = [&](auto get, auto value, const std::string& function) {
-        EXPECT_REFUSED(get(nullptr, &value), function, file);
-        EXPECT_REFUSED(get(me, nullptr), function, file);
-    };
-    accessor(TypeParam::addressOf, address, TypeParam::addressName);
-    accessor(TypeParam::sizeOf, uint32_t{}, this->text("getMappedSize"));
-    accessor(TypeParam::permissionsOf, uint32_t{}, this->text("getPermissions"));
-    accessor(TypeParam::nameOf, static_cast<const cu_String*>(nullptr), this->text("getName"));
-    accessor(TypeParam::userOf, static_cast<const cu_User*>(nullptr), this->text("getUser"));
-    accessor(TypeParam::groupOf, static_cast<const cu_Group*>(nullptr), this->text("getGroup"));
     EXPECT_EQ(me, before);
     EXPECT_EQ(none, nullptr);
     EXPECT_EQ(TypeParam::destroy(&me, true), 0U);

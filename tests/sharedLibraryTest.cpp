@@ -1,3 +1,4 @@
+#include "support/refusal.h"
 #include "support/sweep.h"
 
 #include <cUtil/sharedLibrary.h>
@@ -124,38 +125,25 @@ TEST(SharedLibrary, badArgumentsAreRefused)
     cu_SharedLibrary* library = nullptr;
     const std::string path = ownPath();
     ASSERT_EQ(cu_SharedLibrary_new(&library, path.c_str(), nullptr), 0U);
-    EXPECT_REFUSED(cu_SharedLibrary_new(nullptr, "m", nullptr), "cu_SharedLibrary_new", file);
-    EXPECT_REFUSED(cu_SharedLibrary_new(&library, "m", nullptr), "cu_SharedLibrary_new", file);
-    EXPECT_REFUSED(cu_SharedLibrary_new(&none, nullptr, nullptr), "cu_SharedLibrary_new", file);
-    EXPECT_REFUSED(cu_SharedLibrary_delete(nullptr), "cu_SharedLibrary_delete", file);
-    EXPECT_REFUSED(cu_SharedLibrary_delete(&none), "cu_SharedLibrary_delete", file);
     void* address = nullptr;
-    EXPECT_REFUSED(cu_SharedLibrary_resolve(nullptr, "x", &address), "cu_SharedLibrary_resolve", file);
-    EXPECT_REFUSED(cu_SharedLibrary_resolve(library, nullptr, &address), "cu_SharedLibrary_resolve", file);
-    EXPECT_REFUSED(cu_SharedLibrary_resolve(library, "x", nullptr), "cu_SharedLibrary_resolve", file);
     const char* name = nullptr;
-    EXPECT_REFUSED(cu_SharedLibrary_getName(nullptr, &name), "cu_SharedLibrary_getName", file);
-    EXPECT_REFUSED(cu_SharedLibrary_getName(library, nullptr), "cu_SharedLibrary_getName", file);
-    EXPECT_REFUSED(cu_SharedLibrary_createFileName(nullptr, "m"), "cu_SharedLibrary_createFileName", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, library, "m", &address, &name}), cu_SharedLibrary_new,
+                         cu_SharedLibrary_resolve, cu_SharedLibrary_getName);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&library}, cu_SharedLibrary_delete);
     EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
 }
 
 TEST(SharedLibrary, everyFailingStepLeavesNothingBehind)
 {
     const std::string path = ownPath();
-    support::sweep<cu_SharedLibrary>(
-        "cu_SharedLibrary_new",
-        [&](cu_SharedLibrary** library, cu_allocator* allocator) {
-            return cu_SharedLibrary_new(library, path.c_str(), allocator);
-        },
-        cu_SharedLibrary_delete);
+    EXPECT_CLEAN_FAILURES(cu_SharedLibrary_new, cu_SharedLibrary_delete, path.c_str());
 }
 
 TEST(SharedLibrary, fileNamesAreFormattedIntoAnExistingString)
 {
     cu_String* string = nullptr;
     ASSERT_EQ(cu_String_new(&string, nullptr), 0U);
-    EXPECT_REFUSED(cu_SharedLibrary_createFileName(string, nullptr), "cu_SharedLibrary_createFileName", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{string, "m"}), cu_SharedLibrary_createFileName);
     EXPECT_EQ(cu_SharedLibrary_createFileName(string, "m"), 0U);
     EXPECT_STREQ(cu_String_get(string), "libm.so");
     EXPECT_EQ(cu_SharedLibrary_createFileName(string, std::string(1000, 'x').c_str()),

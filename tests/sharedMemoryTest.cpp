@@ -1,4 +1,5 @@
 #include "regionCases.h"
+#include "support/refusal.h"
 
 #include <cUtil/sharedMemory.h>
 
@@ -79,8 +80,7 @@ TEST(SharedMemorySize, isAskedFromTheSystemEachTime)
     }
     EXPECT_EQ(size, 0U);
     size = 7;
-    EXPECT_REFUSED(cu_SharedMemory_getSHMSize(nullptr, &size), "cu_SharedMemory_getSHMSize", file);
-    EXPECT_REFUSED(cu_SharedMemory_getSHMSize(me, nullptr), "cu_SharedMemory_getSHMSize", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{me, &size}), cu_SharedMemory_getSHMSize);
     EXPECT_EQ(size, 7U);
     EXPECT_EQ(cu_SharedMemory_delete(&me, true), 0U);
 }

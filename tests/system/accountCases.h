@@ -1,6 +1,7 @@
 // What users and groups both do. Each suite instantiates the cases with its own calls.
 #pragma once
 
+#include "support/refusal.h"
 #include "support/sweep.h"
 
 #include <cUtil/tools/string.h>
@@ -81,26 +82,20 @@ TYPED_TEST_P(AccountTest, badArgumentsAreRefused)
     typename TypeParam::Object* object = nullptr;
     ASSERT_EQ(TypeParam::current(&object, nullptr), 0U);
     auto* const before = object;
-    const std::string file = TypeParam::file;
-    EXPECT_REFUSED(TypeParam::current(nullptr, nullptr), this->text("current"), file);
-    EXPECT_REFUSED(TypeParam::current(&object, nullptr), this->text("current"), file);
-    EXPECT_REFUSED(TypeParam::fromName(nullptr, "root", nullptr), this->text("fromName"), file);
-    EXPECT_REFUSED(TypeParam::fromName(&object, "root", nullptr), this->text("fromName"), file);
-    EXPECT_REFUSED(TypeParam::fromName(&none, nullptr, nullptr), this->text("fromName"), file);
-    EXPECT_REFUSED(TypeParam::fromName(&none, "", nullptr), this->text("fromName"), file);
-    EXPECT_REFUSED(TypeParam::fromID(nullptr, 0, nullptr), this->text("fromID"), file);
-    EXPECT_REFUSED(TypeParam::fromID(&object, 0, nullptr), this->text("fromID"), file);
-    EXPECT_REFUSED(TypeParam::clone(nullptr, object), this->text("clone"), file);
-    EXPECT_REFUSED(TypeParam::clone(&object, object), this->text("clone"), file);
-    EXPECT_REFUSED(TypeParam::clone(&none, nullptr), this->text("clone"), file);
-    EXPECT_REFUSED(TypeParam::destroy(nullptr), this->text("delete"), file);
-    EXPECT_REFUSED(TypeParam::destroy(&none), this->text("delete"), file);
     const cu_String* name = nullptr;
     uint32_t id = 0;
-    EXPECT_REFUSED(TypeParam::getName(nullptr, &name), this->text("getName"), file);
-    EXPECT_REFUSED(TypeParam::getName(object, nullptr), this->text("getName"), file);
-    EXPECT_REFUSED(TypeParam::getID(nullptr, &id), this->text("getID"), file);
-    EXPECT_REFUSED(TypeParam::getID(object, nullptr), this->text("getID"), file);
+    const auto refuses = [](const char* operation, const auto& good, auto call) {
+        support::expectNullsRefused(TestFixture::text(operation), TypeParam::file, good, call);
+    };
+    const std::tuple good(&none, object, "root", &name, &id);
+    refuses("current", good, TypeParam::current);
+    refuses("fromName", good, TypeParam::fromName);
+    refuses("fromID", good, TypeParam::fromID);
+    refuses("clone", good, TypeParam::clone);
+    refuses("getName", good, TypeParam::getName);
+    refuses("getID", good, TypeParam::getID);
+    refuses("delete", std::tuple(&object), TypeParam::destroy);
+    EXPECT_REFUSED(TypeParam::fromName(&none, "", nullptr), this->text("fromName"), TypeParam::file);
     EXPECT_EQ(object, before);
     EXPECT_EQ(none, nullptr);
     EXPECT_EQ(TypeParam::destroy(&object), 0U);
@@ -167,14 +162,12 @@ TYPED_TEST_P(AccountTest, aLongEntryGetsARoomierBuffer)
 
 TYPED_TEST_P(AccountTest, everyFailingStepLeavesNothingBehind)
 {
-    using Account = typename TypeParam::Object;
-    const auto byName = [](Account** object, cu_allocator* allocator) {
-        return TypeParam::fromName(object, "root", allocator);
+    const auto sweep = [](const char* operation, auto create, auto... given) {
+        support::sweepCall(TestFixture::text(operation).c_str(), create, TypeParam::destroy, given...);
     };
-    const auto byID = [](Account** object, cu_allocator* allocator) { return TypeParam::fromID(object, 0, allocator); };
-    support::sweep<Account>(this->text("current").c_str(), TypeParam::current, TypeParam::destroy);
-    support::sweep<Account>(this->text("fromName").c_str(), byName, TypeParam::destroy);
-    support::sweep<Account>(this->text("fromID").c_str(), byID, TypeParam::destroy);
+    sweep("current", TypeParam::current);
+    sweep("fromName", TypeParam::fromName, "root");
+    sweep("fromID", TypeParam::fromID, 0U);
 }
 
 TYPED_TEST_P(AccountTest, severalThreadsLookUpAtOnce)
