@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -32,15 +33,17 @@ bool comesTrue(Condition condition, std::chrono::milliseconds limit = 20s)
 }
 
 /// A process that runs a function and ends with its result: 0 for success. It is killed when it is still there at the
-/// end of the scope.
+/// end of the scope, or when a crash ends the test.
 class Process
 {
 public:
     template <typename Function>
     explicit Process(Function function) : id_(fork())
     {
-        if (id_ == 0)
+        if (id_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
             _exit(function());
+        }
     }
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
