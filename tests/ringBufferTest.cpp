@@ -236,28 +236,31 @@ TEST(RingBuffer, openRefusesWhatIsNoRingAndChangesNothing)
     EXPECT_EQ(std::string(region.get(), before.size()), before);
 }
 
-// Every length at every position in the area, with every distance between the two sides' positions.
+// Every length at every position in the area, with copies of every age. Nothing beside the record changes.
 TEST(RingBuffer, keepsEveryRecordWholeWhereverItLies)
 {
     for (const uint32_t size : {1U, 2U, 8U, 64U, 128U}) {
         const Region region(size);
         const Ring ring(region, size);
-        std::string bytes(size + 1, '\0');
+        std::string bytes(size + 2, '\0');
         std::iota(bytes.begin(), bytes.end(), '!');
+        const char* record = bytes.data() + 1;
         for (uint32_t position = 0; position < size; ++position) {
             for (uint32_t length = 1; length < size; ++length) {
                 region.moveTo(position);
+                region.set(readCopy, (position + length) % size);
                 memset(region.data(), 0, size);
-                const std::string record = bytes.substr(0, length);
-                ASSERT_TRUE(ring.put(record));
+                ASSERT_TRUE(ring.put(record, length));
                 ASSERT_EQ(ring.used(), length);
                 ASSERT_EQ(ring.free(), size - 1 - length);
                 ASSERT_EQ(region.word(writeWord), (position + length) % size);
                 for (uint32_t at = 0; at < size; ++at)
-                    ASSERT_EQ(region.data()[(position + at) % size], at < length ? bytes[at] : '\0');
+                    ASSERT_EQ(region.data()[(position + at) % size], at < length ? record[at] : '\0');
                 ASSERT_EQ(ring.get(length + 1), "refused");
                 ASSERT_EQ(region.word(readWord), position);
-                ASSERT_EQ(ring.get(length), record) << position;
+                std::string got(length + 2, '?');
+                ASSERT_TRUE(ring.get(got.data() + 1, length));
+                ASSERT_EQ(got, '?' + std::string(record, length) + '?') << position;
                 ASSERT_EQ(region.word(readWord), (position + length) % size);
                 ASSERT_EQ(ring.used(), 0U);
             }
@@ -291,27 +294,48 @@ TEST(RingBuffer, looksAtTheOtherPositionOnlyWhenItsOwnCopySaysNo)
     EXPECT_EQ(region.word(readCopy), 11U);
 }
 
-TEST(RingBuffer, worksInMemoryOfItsOwnWithTheLocksThatWereAskedForAndFreesIt)
+TEST(RingBuffer, worksInMemoryOfItsOwnAndFreesIt)
 {
+    support::WatchfulAllocator allocator;
+    cu_RingBuffer* ring = nullptr;
+    ASSERT_EQ(cu_RingBuffer_new(&ring, 1 << 10, false, false, allocator.get()), 0U);
+    EXPECT_THAT(allocator.requests(), testing::ElementsAre(testing::_, 4096, 1 << 10));
+    bool done = false;
+    char text[1024] = "text";
+    EXPECT_EQ(cu_RingBuffer_put(ring, text, 1023, &done), 0U);
+    EXPECT_TRUE(done);
+    char got[1024] = {};
+    EXPECT_EQ(cu_RingBuffer_get(ring, got, 1023, &done), 0U);
+    EXPECT_TRUE(done);
+    EXPECT_STREQ(got, "text");
+    EXPECT_EQ(cu_RingBuffer_delete(&ring), 0U);
+}
+
+TEST(RingBuffer, hasTheLocksThatWereAskedFor)
+{
+    const Region region(8);
     for (const auto& [readerLock, writerLock] : {std::pair{false, false}, {false, true}, {true, false}, {true, true}}) {
-        support::WatchfulAllocator allocator;
-        cu_RingBuffer* ring = nullptr;
-        ASSERT_EQ(cu_RingBuffer_new(&ring, 1 << 10, readerLock, writerLock, allocator.get()), 0U);
-        const auto& requests = allocator.requests();
-        EXPECT_EQ(std::vector(requests.begin() + 1, requests.begin() + 3), (std::vector<uint32_t>{4096, 1 << 10}));
-        bool done = false;
-        char text[1024] = "text";
-        char got[1024] = {};
-        EXPECT_EQ(cu_RingBuffer_put(ring, text, 1023, &done), 0U);
-        EXPECT_TRUE(done);
-        for (const bool putting : {true, false}) {
-            const support::Injection post("sem_post", EOVERFLOW);
-            EXPECT_EQ(putting ? cu_RingBuffer_put(ring, text, 1, &done) : cu_RingBuffer_get(ring, got, 1023, &done),
-                      (putting ? writerLock : readerLock) ? cu_ErrorCode{cu_ERROR_SEM_UNLOCK_FAILED} : 0U);
-            EXPECT_EQ(done, !putting);
+        cu_RingBuffer* rings[3] = {};
+        ASSERT_EQ(cu_RingBuffer_new(&rings[0], 8, readerLock, writerLock, nullptr), 0U);
+        ASSERT_EQ(cu_RingBuffer_create(&rings[1], region.get(), 8, readerLock, writerLock, nullptr), 0U);
+        ASSERT_EQ(cu_RingBuffer_open(&rings[2], region.get(), nullptr), 0U);
+        EXPECT_EQ(std::string(region.get() + 20, 2),
+                  (std::string{static_cast<char>(readerLock), static_cast<char>(writerLock)}));
+        for (cu_RingBuffer* ring : rings) {
+            char byte = 'b';
+            bool done = false;
+            for (const bool putting : {true, false}) {
+                const support::Injection posting("sem_post", EOVERFLOW); // leaves the lock held
+                EXPECT_EQ(putting ? cu_RingBuffer_put(ring, &byte, 1, &done) : cu_RingBuffer_get(ring, &byte, 1, &done),
+                          (putting ? writerLock : readerLock) ? cu_ErrorCode{cu_ERROR_SEM_UNLOCK_FAILED} : 0U);
+                EXPECT_TRUE(done);
+            }
+            if (ring == rings[1])
+                for (const bool ofWriter : {false, true})
+                    sem_post(region.lock(ofWriter));
         }
-        EXPECT_STREQ(got, "text");
-        EXPECT_EQ(cu_RingBuffer_delete(&ring), 0U);
+        for (const int which : {0, 2, 1})
+            EXPECT_EQ(cu_RingBuffer_delete(&rings[which]), 0U);
     }
 }
 
