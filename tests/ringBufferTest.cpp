@@ -451,7 +451,8 @@ private:
     std::mt19937 random_;
 };
 
-constexpr auto streamLength = static_cast<uint64_t>(support::scaled(100'000'000));
+// In full on a 32-bit machine, emulated or not.
+constexpr auto streamLength = static_cast<uint64_t>(sizeof(void*) == 4 ? 100'000'000 : support::scaled(100'000'000));
 
 template <typename Take>
 void whileRefused(Take take)
