@@ -252,8 +252,12 @@ TEST_F(CutilRing, CarriesAStreamThroughAShellPipeUntilItIsInterrupted)
 
 TEST_F(CutilRing, AnInterruptedPutTellsWhatFoundNoRoom)
 {
+    const std::string pipe = path + ".pipe";
     const Result result =
-        run("(printf 0123456789; sleep 2) | timeout -s TERM 1 " + put + " --size 8 2>&1; " + cat + " --once");
+        run("mkfifo " + pipe + "; " + put + " --size 8 <" + pipe + " >" + path + " 2>&1 & putter=$!; exec 3>" + pipe +
+            "; printf 0123456789 >&3; until " + cutil + "shm show " + name +
+            " 2>&1 | grep -q 'used: *7$'; do sleep 0.01; done; kill $putter; wait $putter; cat " + path + "; " + cat +
+            " --once; rm " + pipe);
     EXPECT_EQ(result.output, "cutil: " + name + ": interrupted with 3 bytes that found no room\n0123456");
 }
 
