@@ -135,7 +135,7 @@ cu_ErrorCode cu_UUID_create(cu_UUID* uuid)
     case Source::closed:
         // Compatibility: nobody is told.
         for (uint8_t& byte : uuid->data)
-            byte = static_cast<uint8_t>(rand());
+            byte = static_cast<uint8_t>(rand()); // NOLINT(concurrency-mt-unsafe): glibc locks it
         break;
     case Source::unreadable:
         return CU_REPORT_ERRNO(cu_ERROR_INVALID_FILE, errno);

@@ -233,20 +233,20 @@ template <typename Entry>
     } waiting[16];
     uint32_t come = 0;
     uint32_t gone = 0;
-    const auto addOne = [&] {
-        const auto& next = waiting[gone++ % std::size(waiting)];
+    const auto addOne = [&](uint32_t which) {
+        const auto& next = waiting[which % std::size(waiting)];
         grown.add(next.hash, next.entry);
     };
     forEach([&](uint32_t hash, const Entry& moved) {
         if (come - gone == std::size(waiting))
-            addOne();
+            addOne(gone++);
         waiting[come++ % std::size(waiting)] = {hash, moved};
         const uint32_t bucket = grown.bucket_.of(hash);
         __builtin_prefetch(&grown.head(bucket), 1);
         grown.prefetch(bucket);
     });
     while (gone != come)
-        addOne();
+        addOne(gone++);
     free(block_);
     *this = grown;
     return true;
