@@ -62,7 +62,7 @@ Result<Integer> expectedInteger(int base, const std::string& text)
         clamped = errno == ERANGE || magnitude > Limits::max();
         value = clamped ? Limits::max() : static_cast<Integer>(wide);
     }
-    return {clamped || *end != '\0' ? cu_ERROR_CONVERSION_FAILED : 0, value};
+    return {clamped || *end != '\0' ? cu_ErrorCode{cu_ERROR_CONVERSION_FAILED} : 0U, value};
 }
 
 template <typename Integer, typename Wide>
@@ -80,7 +80,7 @@ Result<double> expectedDouble(const std::string& text)
     errno = 0;
     const double value = strtod(text.c_str(), &end);
     const bool overflow = std::isinf(value) && errno == ERANGE;
-    return {overflow || *end != '\0' ? cu_ERROR_CONVERSION_FAILED : 0, value};
+    return {overflow || *end != '\0' ? cu_ErrorCode{cu_ERROR_CONVERSION_FAILED} : 0U, value};
 }
 
 template <typename T>
