@@ -50,7 +50,9 @@ Result<Integer> expectedInteger(int base, const std::string& text)
     errno = 0;
     Integer value = 0;
     bool clamped = false;
-    if constexpr (Limits::is_signed) {
+    if (base < 0 || base == 1 || base > 36) {
+        // AddressSanitizer's own strtoll() sets the end to anything here.
+    } else if constexpr (Limits::is_signed) {
         const long long wide = strtoll(copy.c_str(), &end, base);
         value = static_cast<Integer>(std::clamp<long long>(wide, Limits::min(), Limits::max()));
         clamped = errno == ERANGE || value != wide;
