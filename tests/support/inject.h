@@ -38,6 +38,9 @@ public:
     ~Interlude();
     Interlude(const Interlude&) = delete;
     Interlude& operator=(const Interlude&) = delete;
+
+private:
+    std::function<void()> what_;
 };
 
 /// While it lives, the library reads this from every clock in this thread, as the time and as the resolution. A sleep
