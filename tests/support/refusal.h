@@ -24,7 +24,7 @@ Parameter goodArgument(const std::tuple<Good...>& good)
         if constexpr (std::is_pointer_v<Parameter> && std::is_convertible_v<Value, Parameter>)
             return value;
         else
-            return nullptr;
+            return Parameter{};
     };
     if constexpr ((std::is_same_v<Parameter, Good> || ...)) {
         return std::get<Parameter>(good);
@@ -76,7 +76,7 @@ void expectNullsRefused(const std::string& function, const char* file, const Goo
     const std::tuple<Parameters...> arguments(goodArgument<Parameters>(good)...);
     const bool tried = [&]<std::size_t... nth>(std::index_sequence<nth...>)
     {
-        return (expectNullRefused<nth>(function, file, call, arguments) | ...);
+        return (0 + ... + static_cast<int>(expectNullRefused<nth>(function, file, call, arguments))) != 0;
     }
     (std::index_sequence_for<Parameters...>());
     EXPECT_TRUE(tried) << function << " has nothing to refuse";
