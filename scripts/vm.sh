@@ -12,8 +12,8 @@
 # The board's console is kept in BUILD_DIR/vm.log, the preparation's output in BUILD_DIR/vm-prepare.log.
 #
 #   KOCUTIL_CACHE              folder for what was downloaded (default ~/.cache/koCUtil)
-#   KOCUTIL_VM_PROGRAM_LIMIT   seconds that one program may take (default 300)
-#   KOCUTIL_VM_LIMIT           seconds that the whole run may take (default 1200)
+#   KOCUTIL_VM_PROGRAM_LIMIT   seconds that one program may take (default 900)
+#   KOCUTIL_VM_LIMIT           seconds that the whole run may take (default 1500)
 set -euo pipefail
 export LC_ALL=C
 
@@ -271,8 +271,8 @@ build=$(cd "$1" && pwd)
 log=$build/vm.log
 prepareLog=$build/vm-prepare.log
 board=${KOCUTIL_CACHE:-$HOME/.cache/koCUtil}/armhf/board-$boardRevision
-programLimit=${KOCUTIL_VM_PROGRAM_LIMIT:-300}
-boardLimit=${KOCUTIL_VM_LIMIT:-1200}
+programLimit=${KOCUTIL_VM_PROGRAM_LIMIT:-900}
+boardLimit=${KOCUTIL_VM_LIMIT:-1500}
 [[ $programLimit =~ ^[1-9][0-9]*$ && $boardLimit =~ ^[1-9][0-9]*$ ]] || fail "the time limits are whole seconds"
 
 needCommands
