@@ -22,6 +22,7 @@
 #include <cUtil/mappedFile.h>
 #include <cUtil/md5.h>
 #include <cUtil/mutex.h>
+#include <cUtil/network/message.h>
 #include <cUtil/pointerBuffer.h>
 #include <cUtil/propertyMap.h>
 #include <cUtil/ringBuffer.h>
