@@ -120,7 +120,7 @@ TEST_F(Semaphore, signalsNeitherEndAWaitNorBringItsDeadlineForward)
         EXPECT_EQ(cu_Semaphore_timedP(semaphore, &deadline, &taken), 0U);
         EXPECT_FALSE(taken);
         EXPECT_TRUE(support::hasPassed(deadline));
-        EXPECT_GT(support::SignalStorm::delivered(), 10U);
+        EXPECT_GT(support::SignalStorm::delivered(), 0U);
     }
     const support::SignalStorm storm;
     std::thread poster([&] {
