@@ -42,6 +42,13 @@ elseif(KOCUTIL_SANITIZER STREQUAL "fuzz")
 elseif(NOT KOCUTIL_SANITIZER STREQUAL "")
     message(FATAL_ERROR "KOCUTIL_SANITIZER must be asan, tsan, fuzz or empty")
 endif()
+# The tests stand in front of the sanitizer's functions, which therefore must lie in a library behind them.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND KOCUTIL_SANITIZER STREQUAL "asan")
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} --print-runtime-dir
+        OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    list(APPEND sanitizer -shared-libsan)
+    add_link_options(LINKER:-rpath,${runtime})
+endif()
 if(KOCUTIL_SANITIZER)
     add_compile_options(${sanitizer})
     add_link_options(${sanitizer})

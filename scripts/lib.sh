@@ -40,8 +40,8 @@ need() {
     for purpose; do
         case $purpose in
             native) packages+=(cmake ninja-build g++ googletest tzdata) ;;
-            clang) packages+=(clang) ;;
-            fuzz) packages+=(cmake ninja-build clang libclang-rt-dev llvm) ;; # llvm: lines in stack traces
+            clang) packages+=(clang libclang-rt-dev llvm) ;; # llvm: lines in stack traces
+            fuzz) packages+=(cmake ninja-build clang libclang-rt-dev llvm) ;;
             arm) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;
             board) packages+=(g++-arm-linux-gnueabihf qemu-system-arm cpio kmod xz-utils netbase) ;;
             lint) packages+=(clang-format clang-tidy shellcheck pkg-config) ;;

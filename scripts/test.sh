@@ -64,8 +64,9 @@ readonly none="0 passed, 1 failed, 0 skipped" # the tests did not get as far as 
 purposes=(native)
 for flavour in "${flavours[@]}"; do
     case $flavour in
-        native | asan | tsan) ;;
-        clang | arm) purposes+=("$flavour") ;;
+        native | tsan) ;;
+        clang | asan) purposes+=(clang) ;;
+        arm) purposes+=(arm) ;;
         vm) purposes+=(board) ;;
         *) fail "no such flavour: $flavour (see ./dev --help)" ;;
     esac

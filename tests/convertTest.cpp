@@ -459,6 +459,8 @@ TEST(Convert, theLocaleIsNeitherUsedNorTouched)
     }
     over = true;
     watcher.join();
+    unsetenv("LOCPATH");
+    EXPECT_STREQ(setlocale(LC_NUMERIC, "C"), "C");
 }
 
 TEST(Convert, aMissingLocaleIsReported)
