@@ -9,7 +9,7 @@ namespace support
 /// A number of rounds that takes about as long under a sanitizer or a 32-bit emulator as it does natively.
 constexpr int scaled(int rounds)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__arm__)
+#if defined(KOCUTIL_EVERY_STEP_IS_SLOW)
     return std::max(rounds / 20, 1);
 #else
     return rounds;
