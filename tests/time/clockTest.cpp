@@ -1,16 +1,18 @@
+// What reads a clock: the stopwatch, the timer and the two measurements.
 #include "support/inject.h"
-#include "support/record.h"
 #include "support/refusal.h"
 
 #include <cUtil/time/clock.h>
+#include <cUtil/time/executionTime.h>
+#include <cUtil/time/processorTime.h>
+#include <cUtil/time/timer.h>
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 namespace
 {
-
-constexpr char file[] = "src/cUtil/time/clock";
 
 void expectElapsed(const cu_Clock& clock, time_t seconds, long nanoSeconds)
 {
@@ -22,6 +24,7 @@ void expectElapsed(const cu_Clock& clock, time_t seconds, long nanoSeconds)
 
 TEST(Clock, measuresAfreshEachTime)
 {
+    constexpr char file[] = "src/cUtil/time/clock";
     cu_Clock clock;
     memset(&clock, 0xFF, sizeof(clock));
     ASSERT_EQ(cu_Clock_init(&clock), 0U);
@@ -45,33 +48,143 @@ TEST(Clock, measuresAfreshEachTime)
     expectElapsed(clock, 0, 999999999); // but not once it has stopped
 }
 
-TEST(Clock, aFailingReadChangesNothing)
+TEST(Timer, expiresAtItsPoint)
 {
-    cu_Clock clock = {{1, 2}, {3, 4}, false};
-    cu_TimeValue elapsed = {5, 6};
-    const auto fails = [&](auto call, const char* name) {
-        const support::Injection broken("clock_gettime", EINVAL);
-        EXPECT_SYSTEM_FAILURE(call(), cu_ERROR_TIME_GET_FAILED, EINVAL, "cu_getTime", "src/cUtil/time/time.linux",
-                              "errno[22]='Invalid argument'");
-        EXPECT_EQ(support::trace().find(std::string(name) + "  -  " + file + ":"), 0U);
-        EXPECT_EQ(clock.elapsed.tv_sec, 1);
-        EXPECT_EQ(clock.start.tv_sec, 3);
-        EXPECT_EQ(elapsed.tv_sec, 5);
+    const struct {
+        cu_TimeValue expiry;
+        cu_TimeValue now;
+        bool expired;
+        cu_TimeValue remaining;
+    } cases[] = {
+        {{10, 500}, {10, 499}, false, {0, 1}},
+        {{10, 500}, {10, 500}, true, {0, 0}},
+        {{10, 500}, {10, 501}, true, {-1, 999999999}},
+        {{10, 500}, {9, 999999999}, false, {0, 501}},
+        {{10, 500}, {11, 0}, true, {-1, 500}},
+        {{10, -2000000000}, {9, 999999999}, false, {-2, 1}}, // the point is taken as it is, the interval is normalised
     };
-    fails([&] { return cu_Clock_start(&clock); }, "cu_Clock_start");
-    EXPECT_FALSE(clock.running);
-    clock.running = true;
-    fails([&] { return cu_Clock_getElapsed(&clock, &elapsed); }, "cu_Clock_getElapsed");
-    fails([&] { return cu_Clock_stop(&clock); }, "cu_Clock_stop");
-    EXPECT_TRUE(clock.running);
+    for (const auto& [expiry, now, expired, remaining] : cases) {
+        SCOPED_TRACE(testing::Message() << now.tv_sec << ", " << now.tv_nsec);
+        const support::ClockReading reading(now);
+        for (const bool isSetLater : {false, true}) {
+            cu_Timer timer = {{99, 99}, 99};
+            bool answer = !expired;
+            cu_TimeValue rest = {};
+            EXPECT_EQ(cu_Timer_init(&timer, isSetLater ? nullptr : &expiry, CLOCK_MONOTONIC), 0U);
+            if (isSetLater) {
+                EXPECT_EQ(cu_Timer_isExpired(&timer, &answer), 0U);
+                EXPECT_TRUE(answer);
+                EXPECT_EQ(cu_Timer_set(&timer, &expiry), 0U);
+            }
+            EXPECT_EQ(timer.clockId, CLOCK_MONOTONIC);
+            EXPECT_EQ(cu_Timer_isExpired(&timer, &answer), 0U);
+            EXPECT_EQ(cu_Timer_getRemaining(&timer, &rest), 0U);
+            EXPECT_EQ(answer, expired);
+            EXPECT_EQ(rest.tv_sec, remaining.tv_sec);
+            EXPECT_EQ(rest.tv_nsec, remaining.tv_nsec);
+        }
+    }
 }
 
-TEST(Clock, missingArgumentsAreRefused)
+TEST(ExecutionTime, isGivenInSeconds)
+{
+    support::ClockReading now({7, 750000000});
+    cu_TimeValue start = {};
+    ASSERT_EQ(cu_ExecutionTime_startMeasurement(&start), 0U);
+    double seconds = -1;
+    now.set({9, 500000000});
+    EXPECT_EQ(cu_ExecutionTime_stopMeasurement(&start, &seconds), 0U);
+    EXPECT_DOUBLE_EQ(seconds, 1.75);
+    now.set({7, 500000000});
+    EXPECT_EQ(cu_ExecutionTime_stopMeasurement(&start, &seconds), 0U);
+    EXPECT_DOUBLE_EQ(seconds, -0.25);
+}
+
+TEST(SystemClock, thatFailsLeavesTheAnswersAsTheyWere)
+{
+    struct {
+        cu_Clock idle = {{1, 2}, {3, 4}, false};
+        cu_Clock running = {{1, 2}, {3, 4}, true};
+        cu_Timer timer = {{5, 6}, 12345}; // no such clock
+        cu_TimeValue time = {7, 8};
+        double seconds = 9;
+        bool expired = false;
+    } answers;
+    unsigned char before[sizeof(answers)];
+    memcpy(before, &answers, sizeof(answers));
+    const auto fails = [&](const std::string& point, const auto& call) {
+        EXPECT_SYSTEM_FAILURE(call(), cu_ERROR_TIME_GET_FAILED, EINVAL, "cu_getTime", "src/cUtil/time/time.linux",
+                              "errno[22]='Invalid argument'");
+        EXPECT_EQ(support::trace().find(point + ":"), 0U) << support::trace();
+        EXPECT_EQ(memcmp(&answers, before, sizeof(answers)), 0) << point;
+    };
+    fails("cu_Timer_isExpired  -  src/cUtil/time/timer",
+          [&] { return cu_Timer_isExpired(&answers.timer, &answers.expired); });
+    fails("cu_Timer_getRemaining  -  src/cUtil/time/timer",
+          [&] { return cu_Timer_getRemaining(&answers.timer, &answers.time); });
+    const auto broken = support::Injection::ofEvery("clock_gettime", EINVAL);
+    fails("cu_Clock_start  -  src/cUtil/time/clock", [&] { return cu_Clock_start(&answers.idle); });
+    fails("cu_Clock_stop  -  src/cUtil/time/clock", [&] { return cu_Clock_stop(&answers.running); });
+    fails("cu_Clock_getElapsed  -  src/cUtil/time/clock",
+          [&] { return cu_Clock_getElapsed(&answers.running, &answers.time); });
+    fails("cu_ExecutionTime_startMeasurement  -  src/cUtil/time/executionTime",
+          [&] { return cu_ExecutionTime_startMeasurement(&answers.time); });
+    fails("cu_ExecutionTime_stopMeasurement  -  src/cUtil/time/executionTime",
+          [&] { return cu_ExecutionTime_stopMeasurement(&answers.time, &answers.seconds); });
+}
+
+TEST(ProcessorTime, countsWhatTheProcessUses)
+{
+    clock_t start = 0;
+    ASSERT_EQ(cu_ProcessorTime_startMeasurement(&start), 0U);
+    while (clock() < start + 2000) {
+    }
+    const clock_t before = clock();
+    double seconds = 0;
+    ASSERT_EQ(cu_ProcessorTime_stopMeasurement(&start, &seconds), 0U);
+    const clock_t after = clock();
+    EXPECT_GE(seconds, static_cast<double>(before - start) / 1e6);
+    EXPECT_LE(seconds, static_cast<double>(after - start) / 1e6);
+
+    const clock_t first = std::numeric_limits<clock_t>::min(); // the difference exceeds a clock_t
+    EXPECT_EQ(cu_ProcessorTime_stopMeasurement(&first, &seconds), 0U);
+    EXPECT_GT(seconds, -static_cast<double>(first) / 1e6 - 1);
+}
+
+TEST(ProcessorTime, itsFailuresAreNotReported)
+{
+    cu_Error_report(cu_getErrorLocation(), cu_ERROR_COM_FATAL, 0, "before", 1, "test", nullptr);
+    double seconds = 7;
+    clock_t start = 0;
+    const clock_t future = std::numeric_limits<clock_t>::max();
+    EXPECT_EQ(cu_ProcessorTime_stopMeasurement(&future, &seconds), cu_ERROR_TIME_GET_FAILED);
+    const auto broken = support::Injection::ofEvery("clock", EIO);
+    EXPECT_EQ(cu_ProcessorTime_startMeasurement(&start), cu_ERROR_TIME_GET_FAILED);
+    EXPECT_EQ(support::trace(), "");
+    EXPECT_EQ(cu_ProcessorTime_stopMeasurement(&start, &seconds), cu_ERROR_TIME_GET_FAILED);
+    EXPECT_EQ(support::trace().find("cu_ProcessorTime_stopMeasurement  -  src/cUtil/time/processorTime:"), 0U);
+    EXPECT_EQ(cu_getErrorLocation()->errorID, cu_ERROR_COM_FATAL);
+    EXPECT_STREQ(cu_getErrorLocation()->functionName, "before");
+    EXPECT_EQ(seconds, 7);
+}
+
+TEST(Clock, andTheOthersRefuseMissingArguments)
 {
     cu_Clock clock = {};
-    cu_TimeValue elapsed = {};
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&clock, &elapsed}), cu_Clock_init, cu_Clock_start, cu_Clock_stop,
-                         cu_Clock_getElapsed);
+    cu_Timer timer = {};
+    cu_TimeValue time = {};
+    clock_t start = 0;
+    double seconds = 0;
+    bool expired = false;
+    EXPECT_NULLS_REFUSED("src/cUtil/time/clock", (std::tuple{&clock, &time}), cu_Clock_init, cu_Clock_start,
+                         cu_Clock_stop, cu_Clock_getElapsed);
+    EXPECT_NULLS_REFUSED("src/cUtil/time/timer", std::tuple{&timer}, cu_Timer_init);
+    EXPECT_NULLS_REFUSED("src/cUtil/time/timer", (std::tuple{&timer, &time, &expired}), cu_Timer_set,
+                         cu_Timer_isExpired, cu_Timer_getRemaining);
+    EXPECT_NULLS_REFUSED("src/cUtil/time/executionTime", (std::tuple{&time, &seconds}),
+                         cu_ExecutionTime_startMeasurement, cu_ExecutionTime_stopMeasurement);
+    EXPECT_NULLS_REFUSED("src/cUtil/time/processorTime", (std::tuple{&start, &seconds}),
+                         cu_ProcessorTime_startMeasurement, cu_ProcessorTime_stopMeasurement);
 }
 
 } // namespace

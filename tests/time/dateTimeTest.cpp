@@ -1,49 +1,51 @@
+#include "support/inject.h"
 #include "support/refusal.h"
 
-#include <cUtil/time/dateTime.h>
+#include <cUtil/time/calendar.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <string>
+
+bool operator==(const cu_DateTime& a, const cu_DateTime& b)
+{
+    return memcmp(&a, &b, sizeof(cu_DateTime)) == 0; // words only, no padding
+}
 
 namespace
 {
 
 constexpr char file[] = "src/cUtil/time/dateTime";
-constexpr cu_Date noDate = {2023, 2, 30};
-constexpr cu_Time noTime = {25, 60, 60, 1000000};
+constexpr char calendarFile[] = "src/cUtil/time/calendar";
 
-template <typename Record>
-bool same(const Record& a, const Record& b)
+/// Local time is that of a zone until the end of the scope.
+class Zone
 {
-    return memcmp(&a, &b, sizeof(Record)) == 0; // words only, no padding
+public:
+    explicit Zone(const char* rule)
+    {
+        setenv("TZ", rule, 1);
+        tzset();
+    }
+    Zone(const Zone&) = delete;
+    Zone& operator=(const Zone&) = delete;
+    ~Zone()
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+};
+
+cu_DateTime joined(const cu_Date& date, const cu_Time& time)
+{
+    cu_DateTime both = {};
+    EXPECT_EQ(cu_DateTime_create(&both, &date, &time), 0U);
+    return both;
 }
 
-TEST(DateTime, fieldsAreStoredUnchecked)
-{
-    cu_Date date = {};
-    cu_Time time = {};
-    cu_DateTime dateTime = {};
-    EXPECT_EQ(cu_Date_create(&date, 2023, 2, 30), 0U);
-    EXPECT_EQ(cu_Time_create(&time, 25, 60, 60, 1000000), 0U);
-    EXPECT_TRUE(same(date, noDate));
-    EXPECT_TRUE(same(time, noTime));
-    EXPECT_EQ(cu_DateTime_create(&dateTime, &date, &time), 0U);
-    EXPECT_TRUE(same(dateTime, cu_DateTime{2023, 2, 30, 25, 60, 60, 1000000}));
-
-    cu_Date dateCopy = {};
-    cu_Time timeCopy = {};
-    cu_DateTime copy = {};
-    EXPECT_EQ(cu_Date_copy(&dateCopy, &date), 0U);
-    EXPECT_EQ(cu_Time_copy(&timeCopy, &time), 0U);
-    EXPECT_EQ(cu_DateTime_copy(&copy, &dateTime), 0U);
-    EXPECT_TRUE(same(dateCopy, noDate) && same(timeCopy, noTime) && same(copy, dateTime));
-
-    EXPECT_EQ(cu_Date_init(&date), 0U);
-    EXPECT_EQ(cu_Time_init(&time), 0U);
-    EXPECT_EQ(cu_DateTime_init(&dateTime), 0U);
-    EXPECT_TRUE(same(date, {}) && same(time, {}) && same(dateTime, {}));
-}
-
+// Fields are stored unchecked.
 TEST(DateTime, onlyExistingDatesAndTimesAreValid)
 {
     const struct {
@@ -61,12 +63,15 @@ TEST(DateTime, onlyExistingDatesAndTimesAreValid)
         {{2024, 11, 31, 0, 0, 0, 0}, false, true},       {{0, 12, 31, 0, 0, 0, 0}, true, true},
         {{4294967295, 12, 32, 0, 0, 0, 0}, false, true}, {{2024, 0, 1, 0, 0, 0, 0}, false, true},
         {{2024, 13, 1, 0, 0, 0, 0}, false, true},        {{2024, 1, 0, 0, 0, 0, 4294967295}, false, false},
-        {{2023, 2, 30, 25, 0, 0, 0}, false, false},
+        {{2023, 2, 30, 25, 60, 61, 0}, false, false},
     };
     for (const auto& [given, dateIsValid, timeIsValid] : cases) {
         SCOPED_TRACE(std::to_string(given.year) + "-" + std::to_string(given.month) + "-" + std::to_string(given.day));
-        const cu_Date date = {given.year, given.month, given.day};
-        const cu_Time time = {given.hour, given.minute, given.second, given.microsecond};
+        cu_Date date = {};
+        cu_Time time = {};
+        EXPECT_EQ(cu_Date_create(&date, given.year, given.month, given.day), 0U);
+        EXPECT_EQ(cu_Time_create(&time, given.hour, given.minute, given.second, given.microsecond), 0U);
+        EXPECT_EQ(joined(date, time), given);
         bool valid = !dateIsValid;
         EXPECT_EQ(cu_Date_isValid(&date, &valid), 0U);
         EXPECT_EQ(valid, dateIsValid);
@@ -76,6 +81,17 @@ TEST(DateTime, onlyExistingDatesAndTimesAreValid)
         valid = !(dateIsValid && timeIsValid);
         EXPECT_EQ(cu_DateTime_isValid(&given, &valid), 0U);
         EXPECT_EQ(valid, dateIsValid && timeIsValid);
+
+        cu_Date sameDate = {};
+        cu_Time sameTime = {};
+        cu_DateTime same = {};
+        EXPECT_EQ(cu_Date_copy(&sameDate, &date) | cu_Time_copy(&sameTime, &time) | cu_DateTime_copy(&same, &given),
+                  0U);
+        EXPECT_EQ(joined(sameDate, sameTime), given);
+        EXPECT_EQ(same, given);
+        EXPECT_EQ(cu_Date_init(&date) | cu_Time_init(&time) | cu_DateTime_init(&same), 0U);
+        EXPECT_EQ(joined(date, time), cu_DateTime{});
+        EXPECT_EQ(same, cu_DateTime{});
     }
 }
 
@@ -125,6 +141,120 @@ TEST(DateTime, missingArgumentsAreRefused)
                          cu_Time_copy, cu_DateTime_copy, cu_Date_current, cu_Time_current, cu_DateTime_current,
                          cu_Date_isValid, cu_Time_isValid, cu_DateTime_isValid, cu_Date_equals, cu_Time_equals,
                          cu_DateTime_equals, cu_Date_compare, cu_Time_compare, cu_DateTime_compare);
+}
+
+TEST(Calendar, theBuiltInOneGivesLocalTime)
+{
+    const struct {
+        timespec now;
+        cu_DateTime utc;
+        cu_DateTime local;
+    } cases[] = {
+        {{951825599, 999999999}, {2000, 2, 29, 11, 59, 59, 999999}, {2000, 2, 29, 12, 59, 59, 999999}},
+        // The last second of winter time and the first of summer time, and back.
+        {{1711846799, 1999}, {2024, 3, 31, 0, 59, 59, 1}, {2024, 3, 31, 1, 59, 59, 1}},
+        {{1711846800, 999}, {2024, 3, 31, 1, 0, 0, 0}, {2024, 3, 31, 3, 0, 0, 0}},
+        {{1729990799, 0}, {2024, 10, 27, 0, 59, 59, 0}, {2024, 10, 27, 2, 59, 59, 0}},
+        {{1729990800, 0}, {2024, 10, 27, 1, 0, 0, 0}, {2024, 10, 27, 2, 0, 0, 0}},
+        {{-1, 0}, {1969, 12, 31, 23, 59, 59, 0}, {1970, 1, 1, 0, 59, 59, 0}},
+    };
+    for (const auto& [now, utc, local] : cases) {
+        const support::ClockReading reading(now);
+        cu_DateTime dateTime = {};
+        cu_Date date = {};
+        cu_Time time = {};
+        {
+            const Zone zone("UTC0");
+            EXPECT_EQ(cu_DateTime_current(&dateTime), 0U);
+            EXPECT_EQ(dateTime, utc);
+        }
+        const Zone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+        EXPECT_EQ(cu_DateTime_current(&dateTime), 0U);
+        EXPECT_EQ(cu_Date_current(&date), 0U);
+        EXPECT_EQ(cu_Time_current(&time), 0U);
+        EXPECT_EQ(dateTime, local);
+        EXPECT_EQ(joined(date, time), local);
+    }
+}
+
+TEST(Calendar, aFailingClockLeavesTheRecordAsItWas)
+{
+    constexpr cu_DateTime marked = {1, 2, 3, 4, 5, 6, 7};
+    cu_DateTime dateTime = marked;
+    cu_Date date = {1, 2, 3};
+    cu_Time time = {4, 5, 6, 7};
+    const auto fails = [&](const std::string& name, auto call) {
+        const support::Injection broken("clock_gettime", EINVAL);
+        EXPECT_SYSTEM_FAILURE(call(), cu_ERROR_TIME_GET_FAILED, EINVAL, "cu_getTime", "src/cUtil/time/time.linux",
+                              "errno[22]='Invalid argument'");
+        EXPECT_NE(support::trace().find("cu_Calendar_getCurrent  -  src/cUtil/time/calendar:"), std::string::npos);
+        EXPECT_NE(support::trace().find(name + "  -  src/cUtil/time/dateTime:"), std::string::npos);
+        EXPECT_EQ(dateTime, marked);
+        EXPECT_EQ(joined(date, time), marked);
+    };
+    fails("cu_DateTime_current", [&] { return cu_DateTime_current(&dateTime); });
+    fails("cu_Date_current", [&] { return cu_Date_current(&date); });
+    fails("cu_Time_current", [&] { return cu_Time_current(&time); });
+
+    if constexpr (sizeof(time_t) > 4) { // a year that no record can hold
+        const support::ClockReading reading({std::numeric_limits<time_t>::max(), 0});
+        EXPECT_SYSTEM_FAILURE(cu_DateTime_current(&dateTime), cu_ERROR_TIME_GET_FAILED, EOVERFLOW, "getCurrent",
+                              calendarFile, "errno[75]='Value too large for defined data type'");
+        EXPECT_EQ(dateTime, marked);
+    }
+}
+
+/// A calendar of an application, with a state behind the table.
+struct OwnCalendar {
+    cu_Calendar table = {
+        [](cu_Calendar* me, cu_DateTime*, void* argument) { return answer(me, argument); },
+        [](cu_Calendar* me, cu_Date* date, bool*) { return answer(me, date); },
+        [](cu_Calendar* me, cu_Time* time, bool*) { return answer(me, time); },
+        [](cu_Calendar* me, uint32_t, bool* leapYear) { return answer(me, leapYear); },
+    };
+    cu_ErrorCode result = 0;
+    const void* seen = nullptr;
+
+    static cu_ErrorCode answer(cu_Calendar* me, const void* argument)
+    {
+        auto* own = reinterpret_cast<OwnCalendar*>(me);
+        own->seen = argument;
+        return own->result;
+    }
+};
+
+TEST(Calendar, oneOfTheApplicationAnswersForItself)
+{
+    OwnCalendar own;
+    cu_Calendar empty = {};
+    cu_DateTime dateTime = {};
+    cu_Date date = {};
+    cu_Time time = {};
+    bool answer = false;
+    const auto expectAnswer = [&](const std::string& name, const void* argument, auto call) {
+        for (const cu_ErrorCode result : {0U, CU_ERROR_CODE(7U, 9U)}) {
+            own.result = result;
+            cu_Error_clear(cu_getErrorLocation());
+            EXPECT_EQ(call(&own.table), result);
+            EXPECT_EQ(own.seen, argument);
+            EXPECT_EQ(support::trace().find(name + "  -  " + calendarFile + ":"), result != 0 ? 0 : std::string::npos);
+        }
+        EXPECT_REFUSED(call(&empty), name, calendarFile); // a table without the operation
+    };
+    for (void* const argument : {static_cast<void*>(&own), static_cast<void*>(nullptr)})
+        expectAnswer("cu_Calendar_getCurrent", argument,
+                     [&](auto* me) { return cu_Calendar_getCurrent(me, &dateTime, argument); });
+    expectAnswer("cu_Calendar_isValidDate", &date,
+                 [&](auto* me) { return cu_Calendar_isValidDate(me, &date, &answer); });
+    expectAnswer("cu_Calendar_isValidTime", &time,
+                 [&](auto* me) { return cu_Calendar_isValidTime(me, &time, &answer); });
+    expectAnswer("cu_Calendar_isLeapYear", &answer, [&](auto* me) { return cu_Calendar_isLeapYear(me, 4, &answer); });
+
+    own.seen = nullptr;
+    EXPECT_NULLS_REFUSED(
+        calendarFile, (std::tuple{&own.table, &dateTime, &date, &time, &answer, static_cast<void*>(nullptr)}),
+        cu_Calendar_getCurrent, cu_Calendar_isValidDate, cu_Calendar_isValidTime, cu_Calendar_isLeapYear);
+    EXPECT_EQ(own.seen, nullptr);
 }
 
 } // namespace
