@@ -18,6 +18,11 @@
 #include <cUtil/errorInfo.h>
 #include <cUtil/fifo.h>
 #include <cUtil/ipcSemaphore.h>
+#include <cUtil/logger/adapter.h>
+#include <cUtil/logger/consoleLoggingAdapter.h>
+#include <cUtil/logger/fileLoggingAdapter.h>
+#include <cUtil/logger/logger.h>
+#include <cUtil/logger/syslogLoggingAdapter.h>
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
 #include <cUtil/md5.h>

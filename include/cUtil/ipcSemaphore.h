@@ -59,6 +59,14 @@ CU_EXPORT cu_ErrorCode cu_ipcSem_timedLock(sem_t* sem, const cu_TimeValue* deadl
  *  @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SEM_UNLOCK_FAILED */
 CU_EXPORT cu_ErrorCode cu_ipcSem_unlock(sem_t* sem);
 
+/**
+ * Logs the first 16 bytes of a semaphore at level 2, for diagnosis.
+ *
+ * @param sem  the semaphore, which is not changed
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; the codes of cu_Logger_formattedLog(). As blocking as the log.
+ */
+CU_EXPORT cu_ErrorCode cu_ipcSem_print(const sem_t* sem);
+
 CU_END_DECLS
 
 #endif
