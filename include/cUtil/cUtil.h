@@ -27,7 +27,13 @@
 #include <cUtil/mappedFile.h>
 #include <cUtil/md5.h>
 #include <cUtil/mutex.h>
+#include <cUtil/network/ipAddress.h>
 #include <cUtil/network/message.h>
+#include <cUtil/network/sctpSocket.h>
+#include <cUtil/network/selectable.h>
+#include <cUtil/network/tcpServerSocket.h>
+#include <cUtil/network/tcpSocket.h>
+#include <cUtil/network/udpSocket.h>
 #include <cUtil/pointerBuffer.h>
 #include <cUtil/propertyMap.h>
 #include <cUtil/ringBuffer.h>

@@ -13,10 +13,14 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <locale.h>
+#include <netdb.h>
+#include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <semaphore.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -211,6 +215,40 @@ extern "C" __attribute__((visibility("default"))) ssize_t __read_chk(int file, v
 INTERCEPT_NOTHROW(unlink, (const char* path), (path))
 INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
 
+// Descriptors of sockets that the library makes.
+#define INTERCEPT_OPENING(name, parameters, arguments, flags, closeOnExec, ...)                                        \
+    extern "C" __attribute__((visibility("default"))) int name parameters __VA_ARGS__                                  \
+    {                                                                                                                  \
+        using Function = int(*) parameters;                                                                            \
+        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                                  \
+        const void* caller = __builtin_return_address(0);                                                              \
+        if (comesFromLibrary(caller)) {                                                                                \
+            EXPECT_NE((flags) & (closeOnExec), 0) << "a descriptor would stay open in other programs";                 \
+        }                                                                                                              \
+        return mustFail(#name, caller) ? -1 : real arguments;                                                          \
+    }
+INTERCEPT_OPENING(socket, (int family, int type, int protocol), (family, type, protocol), type, SOCK_CLOEXEC, noexcept)
+INTERCEPT_OPENING(accept4, (int file, sockaddr* peer, socklen_t* size, int flags), (file, peer, size, flags), flags,
+                  SOCK_CLOEXEC)
+INTERCEPT_NOTHROW(bind, (int file, const sockaddr* address, socklen_t size), (file, address, size))
+INTERCEPT_NOTHROW(listen, (int file, int backlog), (file, backlog))
+INTERCEPT(connect, (int file, const sockaddr* address, socklen_t size), (file, address, size))
+INTERCEPT_NOTHROW(shutdown, (int file, int how), (file, how))
+INTERCEPT_NOTHROW(getsockname, (int file, sockaddr* address, socklen_t* size), (file, address, size))
+INTERCEPT_NOTHROW(getsockopt, (int file, int level, int option, void* value, socklen_t* size),
+                  (file, level, option, value, size))
+INTERCEPT_NOTHROW(setsockopt, (int file, int level, int option, const void* value, socklen_t size),
+                  (file, level, option, value, size))
+INTERCEPT(ppoll, (pollfd * files, nfds_t count, const timespec* timeout, const sigset_t* mask),
+          (files, count, timeout, mask))
+INTERCEPT_AS(ssize_t, recv, (int file, void* buffer, size_t size, int flags), (file, buffer, size, flags), -1)
+INTERCEPT_AS(ssize_t, send, (int file, const void* buffer, size_t size, int flags), (file, buffer, size, flags), -1)
+INTERCEPT_AS(ssize_t, recvfrom, (int file, void* buffer, size_t size, int flags, sockaddr* from, socklen_t* fromSize),
+             (file, buffer, size, flags, from, fromSize), -1)
+INTERCEPT_AS(ssize_t, sendto,
+             (int file, const void* buffer, size_t size, int flags, const sockaddr* to, socklen_t toSize),
+             (file, buffer, size, flags, to, toSize), -1)
+
 INTERCEPT_CLOCK(clock_gettime)
 INTERCEPT_CLOCK(clock_getres)
 INTERCEPT_AS(clock_t, clock, (), (), -1, noexcept)
@@ -291,6 +329,21 @@ extern "C" __attribute__((visibility("default"))) int clock_nanosleep(clockid_t 
     sleepWithoutTime(*time);
     return 0;
 }
+
+// NAME(number, request, ...) with one argument at most, which is a number or a pointer.
+#define INTERCEPT_REQUEST(name, Request, ...)                                                                          \
+    extern "C" __attribute__((visibility("default"))) int name(int file, Request request, ...) __VA_ARGS__             \
+    {                                                                                                                  \
+        va_list arguments;                                                                                             \
+        va_start(arguments, request);                                                                                  \
+        void* argument = va_arg(arguments, void*);                                                                     \
+        va_end(arguments);                                                                                             \
+        using Function = int (*)(int, Request, ...);                                                                   \
+        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                                  \
+        return mustFail(#name, __builtin_return_address(0)) ? -1 : real(file, request, argument);                      \
+    }
+INTERCEPT_REQUEST(fcntl64, int)
+INTERCEPT_REQUEST(ioctl, unsigned long, noexcept)
 
 extern "C" __attribute__((visibility("default"))) int open64(const char* path, int flags, ...)
 {

@@ -1,0 +1,76 @@
+// Sockets for tests: owned ones, pairs, and what a test sees of them from outside.
+#pragma once
+
+#include <cUtil/network/ipAddress.h>
+#include <cUtil/network/selectable.h>
+#include <cUtil/network/tcpServerSocket.h>
+#include <cUtil/network/tcpSocket.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <utility>
+
+/// A handle that is deleted at the end of the scope.
+template <typename T, cu_ErrorCode (*destroy)(T**)>
+class Handle
+{
+public:
+    Handle() = default;
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    ~Handle()
+    {
+        if (handle_ != nullptr) {
+            EXPECT_EQ(destroy(&handle_), 0U);
+        }
+    }
+
+    T** operator&() { return &handle_; } // NOLINT(google-runtime-operator): as the constructors take it
+    operator T*() const { return handle_; }
+
+private:
+    T* handle_ = nullptr;
+};
+
+using TCPSocket = Handle<cu_TCPSocket, cu_TCPSocket_delete>;
+using TCPServerSocket = Handle<cu_TCPServerSocket, cu_TCPServerSocket_delete>;
+
+/// Address and port, in host byte order, that the system knows of one end of a connection.
+struct Place {
+    uint32_t address = 0;
+    uint16_t port = 0;
+
+    friend bool operator==(const Place&, const Place&) = default;
+};
+
+inline Place placeOf(const cu_Selectable* selectable, int (*which)(int, sockaddr*, socklen_t*) noexcept = getsockname)
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    EXPECT_EQ(which(selectable->handle, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)};
+}
+
+/// A server on a port of the loopback interface that the system chooses.
+struct Server {
+    explicit Server(uint32_t backlog = 16, cu_allocator* allocator = nullptr)
+    {
+        EXPECT_EQ(cu_TCPServerSocket_new(&socket, 0, CU_IP_ADDRESS_LOCAL, backlog, true, allocator), 0U);
+        port = placeOf(cu_TCPServerSocket_getSelectable(socket)).port;
+    }
+
+    TCPServerSocket socket;
+    uint16_t port = 0;
+};
+
+/// Two sockets that are connected with each other.
+struct Pair {
+    Pair() { EXPECT_EQ(cu_TCPSocket_createPipe(&first, &second, nullptr), 0U); }
+
+    TCPSocket first;
+    TCPSocket second;
+};
