@@ -1,6 +1,8 @@
 #include "internal/threadPoolLayout.h"
+#include "support/deadline.h"
+#include "support/job.h"
 #include "support/process.h"
-#include "support/record.h"
+#include "support/refusal.h"
 #include "support/scale.h"
 #include "support/sweep.h"
 
@@ -8,17 +10,16 @@
 
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <memory>
 #include <set>
 #include <sys/resource.h>
-#include <thread>
 #include <vector>
 
 namespace
 {
 
 using namespace std::chrono_literals;
+using support::Job;
+using support::runUntilStopped;
 using Clock = std::chrono::steady_clock;
 
 constexpr char file[] = "src/cUtil/threadPool";
@@ -43,53 +44,14 @@ bool threadsBecome(const Names& names)
     return support::comesTrue([&] { return threadNames() == names; });
 }
 
-// A runnable around a function of the running flag.
-class Job
+Job::Function until(const std::atomic<bool>& over)
 {
-public:
-    using Function = std::function<void(const void*)>;
+    return [&](const void*) { return uintptr_t{support::comesTrue([&] { return over.load(); })}; };
+}
 
-    explicit Job(Function function) : function_(std::move(function))
-    {
-        EXPECT_EQ(cu_Runnable_new(&runnable_, call, this, nullptr), 0U);
-    }
-    Job(const Job&) = delete;
-    Job& operator=(const Job&) = delete;
-    ~Job()
-    {
-        EXPECT_EQ(cu_Runnable_delete(&runnable_), 0U); // waits as long as an execution is pending
-    }
-
-    cu_Runnable* get() const { return runnable_; }
-    int begun() const { return begun_; }
-
-    // What ends an execution that was not announced is refused.
-    bool isPending() const
-    {
-        const bool wasPending = cu_Runnable_unlock(runnable_) == 0;
-        if (wasPending)
-            cu_Runnable_lock(runnable_);
-        return wasPending;
-    }
-
-private:
-    static uintptr_t call(void* flag, void* context)
-    {
-        auto* me = static_cast<Job*>(context);
-        ++me->begun_;
-        me->function_(flag);
-        return 0;
-    }
-
-    Function function_;
-    std::atomic<int> begun_ = 0;
-    cu_Runnable* runnable_ = nullptr;
-};
-
-void runUntilStopped(const void* flag)
+uintptr_t returnAtOnce(const void*)
 {
-    while (cu_Thread_isRunning(flag))
-        std::this_thread::sleep_for(1ms);
+    return 0;
 }
 
 class Pool
@@ -146,60 +108,49 @@ TEST(ThreadPool, constructorLeavesNothingBehind)
 TEST(ThreadPool, badArgumentsAreRefused)
 {
     const Pool pool(1, 1);
-    const Job job([](const void*) {});
+    const Job job(returnAtOnce);
     cu_ThreadPool* some = pool.get();
     cu_ThreadPool* none = nullptr;
     const cu_TimeValue deadline = {};
     bool inserted = false;
-    EXPECT_REFUSED(cu_ThreadPool_new(nullptr, 1, 1, nullptr), "cu_ThreadPool_new", file);
-    EXPECT_REFUSED(cu_ThreadPool_new(&some, 1, 1, nullptr), "cu_ThreadPool_new", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, some, job.get(), &deadline, &inserted}), cu_ThreadPool_new,
+                         cu_ThreadPool_insert, cu_ThreadPool_tryInsert, cu_ThreadPool_timedInsert);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&some}, cu_ThreadPool_delete);
     EXPECT_REFUSED(cu_ThreadPool_new(&none, 0, 1, nullptr), "cu_ThreadPool_new", file);
     EXPECT_REFUSED(cu_ThreadPool_new(&none, 1, 0, nullptr), "cu_ThreadPool_new", file);
-    EXPECT_REFUSED(cu_ThreadPool_delete(nullptr), "cu_ThreadPool_delete", file);
-    EXPECT_REFUSED(cu_ThreadPool_delete(&none), "cu_ThreadPool_delete", file);
-    EXPECT_REFUSED(cu_ThreadPool_insert(nullptr, job.get()), "cu_ThreadPool_insert", file);
-    EXPECT_REFUSED(cu_ThreadPool_insert(some, nullptr), "cu_ThreadPool_insert", file);
-    EXPECT_REFUSED(cu_ThreadPool_tryInsert(nullptr, job.get(), &inserted), "cu_ThreadPool_tryInsert", file);
-    EXPECT_REFUSED(cu_ThreadPool_tryInsert(some, nullptr, &inserted), "cu_ThreadPool_tryInsert", file);
-    EXPECT_REFUSED(cu_ThreadPool_tryInsert(some, job.get(), nullptr), "cu_ThreadPool_tryInsert", file);
-    EXPECT_REFUSED(cu_ThreadPool_timedInsert(nullptr, job.get(), &deadline, &inserted), "cu_ThreadPool_timedInsert",
-                   file);
-    EXPECT_REFUSED(cu_ThreadPool_timedInsert(some, nullptr, &deadline, &inserted), "cu_ThreadPool_timedInsert", file);
-    EXPECT_REFUSED(cu_ThreadPool_timedInsert(some, job.get(), nullptr, &inserted), "cu_ThreadPool_timedInsert", file);
-    EXPECT_REFUSED(cu_ThreadPool_timedInsert(some, job.get(), &deadline, nullptr), "cu_ThreadPool_timedInsert", file);
     EXPECT_FALSE(job.isPending());
 }
 
 TEST(ThreadPool, everyJobRunsAsOftenAsItIsInserted)
 {
-    constexpr unsigned producers = 4;
-    constexpr unsigned kinds = 8;
-    const int each = support::scaled(10'000);
+    constexpr int producers = 4;
+    const int each = support::scaled(20'000);
     const Pool pool(4, 16);
-    std::vector<std::unique_ptr<Job>> jobs;
-    for (unsigned kind = 0; kind < kinds; ++kind)
-        jobs.push_back(std::make_unique<Job>([](const void* flag) { EXPECT_TRUE(cu_Thread_isRunning(flag)); }));
+    const auto isRunning = [](const void* flag) {
+        EXPECT_TRUE(cu_Thread_isRunning(flag));
+        return 0;
+    };
+    const Job jobs[] = {Job(isRunning), Job(isRunning), Job(isRunning), Job(isRunning)};
     std::vector<std::thread> threads;
-    for (unsigned producer = 0; producer < producers; ++producer)
+    for (int producer = 0; producer < producers; ++producer)
         threads.emplace_back([&] {
-            cu_TimeValue deadline = {};
-            EXPECT_EQ(cu_makeTimeoutMilliSecond(&deadline, 60'000, CLOCK_REALTIME), 0U);
+            const cu_TimeValue deadline = support::fromNow(60'000);
             for (int round = 0; round < each; ++round)
-                for (unsigned kind = 0; kind < kinds; ++kind) {
-                    cu_Runnable* job = jobs[kind]->get();
+                for (unsigned kind = 0; kind < std::size(jobs); ++kind) {
+                    cu_Runnable* job = jobs[kind].get();
                     bool inserted = false;
                     cu_ErrorCode code = kind % 2 == 0 ? cu_ThreadPool_tryInsert(pool.get(), job, &inserted) : 0;
                     if (!inserted && code == 0)
-                        code = kind % 4 < 2 ? cu_ThreadPool_insert(pool.get(), job)
-                                            : cu_ThreadPool_timedInsert(pool.get(), job, &deadline, &inserted);
+                        code = kind < 2 ? cu_ThreadPool_insert(pool.get(), job)
+                                        : cu_ThreadPool_timedInsert(pool.get(), job, &deadline, &inserted);
                     EXPECT_EQ(code, 0U);
                 }
         });
     for (auto& thread : threads)
         thread.join();
     for (const auto& job : jobs) {
-        EXPECT_EQ(cu_Runnable_wait(job->get()), 0U);
-        EXPECT_EQ(job->begun(), static_cast<int>(producers) * each);
+        EXPECT_EQ(cu_Runnable_wait(job.get()), 0U);
+        EXPECT_EQ(job.begun(), producers * each);
     }
     EXPECT_TRUE(support::comesTrue([&] { return pool->idleCount == pool->workerCount; }));
 }
@@ -210,7 +161,7 @@ TEST(ThreadPool, growsUnderLongJobsAndShrinksAfterThemOnceASecond)
     const Pool pool(2, 4);
     EXPECT_TRUE(threadsBecome({"cu-pool-0", "cu-pool-1", "cu-pool-ctl"}));
     std::atomic<bool> over = false;
-    const Job job([&](const void*) { support::comesTrue([&] { return over.load(); }); });
+    const Job job(until(over));
     for (int one = 0; one < 3; ++one)
         pool.insert(job);
     const auto becomes = [&](uint32_t count, std::chrono::seconds earliest) {
@@ -237,10 +188,10 @@ TEST(ThreadPool, aBusyWorkerRetiresAfterItsJob)
             int left = toEnd;
             if (left > 0 && toEnd.compare_exchange_strong(left, left - 1)) {
                 ended = cu_Thread_getCurrentThreadID();
-                return;
+                return 0;
             }
             if (!cu_Thread_isRunning(flag))
-                return;
+                return 0;
             std::this_thread::sleep_for(100us);
         }
     });
@@ -253,7 +204,7 @@ TEST(ThreadPool, aBusyWorkerRetiresAfterItsJob)
     EXPECT_EQ(cu_Semaphore_p(pool->retired), 0U);
     EXPECT_EQ(pool->retiringWorker, ended.load());
     EXPECT_EQ(pool->idleCount, 1U); // the controller subtracts the retired one
-    const Job next([](const void*) {});
+    const Job next(returnAtOnce);
     pool.insert(next);
     std::this_thread::sleep_for(30ms);
     EXPECT_EQ(next.begun(), 0);
@@ -268,7 +219,7 @@ TEST(ThreadPool, changesAtMostOnceASecondHoweverLongAWorkerKeepsItWaiting)
     const Pool pool(1, 1);
     const auto twoSecondsLater = Clock::now() + 2s;
     std::atomic<bool> over = false;
-    const Job job([&](const void*) { support::comesTrue([&] { return over.load(); }); });
+    const Job job(until(over));
     pool.occupy(job);
     pool->idleCount += 3; // as if workers had become busy after the controller looked
     EXPECT_TRUE(support::comesTrue([&] { return pool->retireRequest == 1; }));
@@ -291,33 +242,22 @@ TEST(ThreadPool, endsWhileTheControllerWaitsForAWorkerAndAllAreBusy)
     EXPECT_FALSE(job.isPending());
 }
 
-TEST(ThreadPool, jobsThatNobodyHasBegunAreGivenBack)
-{
-    Pool pool(2, 4);
-    const Job busy(runUntilStopped);
-    const Job queued([](const void*) {});
-    pool.occupy(busy);
-    for (int one = 0; one < 3; ++one)
-        pool.insert(queued);
-    EXPECT_TRUE(queued.isPending());
-    pool.end();
-    EXPECT_EQ(queued.begun(), 0);
-    EXPECT_EQ(cu_Runnable_wait(queued.get()), 0U);
-    EXPECT_FALSE(busy.isPending());
-}
-
 // Some of the jobs are taken, some run and some wait when the end comes.
-TEST(ThreadPool, endsAtAnyMomentOfItsJobs)
+TEST(ThreadPool, givesJobsThatNobodyHasBegunBack)
 {
-    const int rounds = support::scaled(20);
-    for (int round = 0; round < rounds; ++round) {
-        const Job job([](const void*) {});
+    for (int round = 0; round < support::scaled(20); ++round) {
+        const Job busy(runUntilStopped);
+        const Job queued(returnAtOnce);
         Pool pool(3, 64);
-        for (int one = 0; one < 50 + round; ++one)
-            pool.insert(job);
+        if (round % 2 == 0)
+            pool.occupy(busy);
+        for (int one = 0; one < 50 + round / 2; ++one)
+            pool.insert(queued);
+        EXPECT_TRUE(round % 2 != 0 || queued.isPending());
         pool.end();
-        EXPECT_FALSE(job.isPending());
-        EXPECT_LE(job.begun(), 50 + round);
+        EXPECT_FALSE(queued.isPending());
+        EXPECT_FALSE(busy.isPending());
+        EXPECT_LE(queued.begun(), round % 2 == 0 ? 0 : 50 + round / 2);
     }
 }
 
@@ -325,25 +265,22 @@ TEST(ThreadPool, refusedInsertionsLeaveTheCountAsItWas)
 {
     const Pool pool(1, 1);
     std::atomic<bool> over = false;
-    const Job busy([&](const void*) { support::comesTrue([&] { return over.load(); }); });
-    const Job queued([](const void*) {});
-    const Job job([](const void*) {});
+    const Job busy(until(over));
+    const Job queued(returnAtOnce);
+    const Job job(returnAtOnce);
     pool.occupy(busy);
     pool.insert(queued);
 
+    const cu_TimeValue deadline = support::fromNow(20);
     bool inserted = true;
     EXPECT_EQ(cu_ThreadPool_tryInsert(pool.get(), job.get(), &inserted), 0U);
     EXPECT_FALSE(inserted);
     EXPECT_FALSE(job.isPending());
-    cu_TimeValue deadline = {};
-    ASSERT_EQ(cu_makeTimeoutMilliSecond(&deadline, 20, CLOCK_REALTIME), 0U);
     inserted = true;
     EXPECT_EQ(cu_ThreadPool_timedInsert(pool.get(), job.get(), &deadline, &inserted), 0U);
     EXPECT_FALSE(inserted);
     EXPECT_FALSE(job.isPending());
-    cu_TimeValue now = {};
-    ASSERT_EQ(cu_getTime(&now, CLOCK_REALTIME), 0U);
-    EXPECT_GE(std::pair(now.tv_sec, now.tv_nsec), std::pair(deadline.tv_sec, deadline.tv_nsec));
+    EXPECT_TRUE(support::hasPassed(deadline));
     {
         const support::Injection injection("sem_wait", EINVAL);
         EXPECT_EQ(cu_ThreadPool_insert(pool.get(), job.get()), cu_ERROR_SEM_LOCK_FAILED);
@@ -378,7 +315,7 @@ TEST(ThreadPool, theDefaultPoolIsOneUntilItIsCleanedUp)
             EXPECT_EQ(pool, pools[0]);
         EXPECT_TRUE(support::comesTrue([&] { return threadNames().size() == 17; }));
         EXPECT_EQ(pools[0]->configuredIdle, 16U);
-        const Job job([](const void*) {});
+        const Job job(returnAtOnce);
         EXPECT_EQ(cu_ThreadPool_insert(pools[0], job.get()), 0U);
         EXPECT_EQ(cu_Runnable_wait(job.get()), 0U);
         EXPECT_EQ(job.begun(), 1);
