@@ -1,4 +1,4 @@
-#include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/serializer.h>
 

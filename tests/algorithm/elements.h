@@ -2,14 +2,12 @@
 #pragma once
 
 #include "support/inject.h"
-#include "support/record.h"
+#include "support/refusal.h"
 #include "support/scale.h"
 #include "support/sweep.h"
 
 #include <gmock/gmock.h>
 
-#include <tuple>
-#include <type_traits>
 #include <unordered_set>
 #include <vector>
 
@@ -78,24 +76,14 @@ uint32_t sizeOf(Call getSize, const Container* container)
     return size;
 }
 
-/// The call refuses each argument that is null, but for the allocator.
-template <typename... Arguments>
-void expectNullsRefused(const char* file, const char* name, cu_ErrorCode (*function)(Arguments...),
-                        std::type_identity_t<Arguments>... good)
+/// Whether an iterator tells of another element.
+template <typename Call, typename Iterator>
+bool more(Call hasNext, const Iterator* iterator)
 {
-    constexpr std::size_t checked = (0 + ... + (std::is_same_v<Arguments, cu_allocator*> ? 0 : 1));
-    for (std::size_t bad = 0; bad < checked; ++bad) {
-        std::tuple<Arguments...> given(good...);
-        [&]<std::size_t... at>(std::index_sequence<at...>)
-        {
-            ((std::get<at>(given) = at == bad ? nullptr : std::get<at>(given)), ...);
-        }
-        (std::index_sequence_for<Arguments...>());
-        EXPECT_REFUSED(std::apply(function, given), name, file) << "argument " << bad;
-    }
+    bool told = false;
+    EXPECT_EQ(hasNext(iterator, &told), 0U);
+    return told;
 }
-
-#define EXPECT_NULLS_REFUSED(function, ...) expectNullsRefused(file, #function, function, __VA_ARGS__)
 
 /// At its end every element must have been destroyed.
 class Containers : public testing::Test

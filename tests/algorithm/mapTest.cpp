@@ -12,8 +12,19 @@ constexpr char file[] = "src/cUtil/algorithm/map";
 class Map : public Containers
 {
 protected:
-    Map() { EXPECT_EQ(cu_Map_new(&map_, hashOf, equality, destroy, destroy, cloneOf, cloneOf, allocator_.get()), 0U); }
+    Map() { create(); }
     ~Map() override { EXPECT_EQ(cu_Map_delete(&map_), 0U); }
+
+    void create()
+    {
+        EXPECT_EQ(cu_Map_new(&map_, hashOf, equality, destroy, destroy, cloneOf, cloneOf, allocator_.get()), 0U);
+    }
+    void renew()
+    {
+        EXPECT_EQ(cu_Map_delete(&map_), 0U);
+        EXPECT_EQ(map_, nullptr);
+        create();
+    }
 
     void insert(void* key, void* value)
     {
@@ -23,9 +34,9 @@ protected:
     }
 
     // The id of a key's value, or -1.
-    int valueOf(int id, uint32_t hash = 0)
+    int valueOf(int id)
     {
-        const Element wanted = {hash, id};
+        const Element wanted = {0, id};
         void* value = &map_;
         EXPECT_EQ(cu_Map_lookup(map_, &wanted, &value), 0U);
         return idOf(value);
@@ -37,65 +48,40 @@ private:
     support::WatchfulAllocator allocator_;
 };
 
-TEST(MapConstructor, leavesNothingBehindWhenItFails)
+TEST_F(Map, refusesNullArgumentsAndWrongHandles)
 {
-    support::sweep<cu_Map>(
-        "cu_Map_new",
-        [](auto handle, auto allocator) {
-            return cu_Map_new(handle, hashOf, equality, destroy, destroy, cloneOf, cloneOf, allocator);
-        },
-        cu_Map_delete);
-}
-
-TEST_F(Map, badArgumentsAreRefused)
-{
-    const Element wanted = {0, 1};
     cu_Map* none = nullptr;
     cu_Map_Iterator* noIterator = nullptr;
     cu_Map_Iterator* iterator = nullptr;
     cu_Map_ConstIterator* noConstIterator = nullptr;
     cu_Map_ConstIterator* constIterator = nullptr;
+    void* element = &none;
     void* nothing = nullptr;
-    const void* constNothing = nullptr;
+    const void* constElement = nullptr;
     bool flag = false;
     uint32_t size = 0;
     ASSERT_EQ(cu_Map_Iterator_new(&iterator, map_), 0U);
     ASSERT_EQ(cu_Map_ConstIterator_new(&constIterator, map_), 0U);
-    EXPECT_NULLS_REFUSED(cu_Map_new, &none, hashOf, equality, destroy, destroy, cloneOf, cloneOf, nullptr);
-    EXPECT_REFUSED(cu_Map_new(&map_, hashOf, equality, destroy, destroy, cloneOf, cloneOf, nullptr), "cu_Map_new",
-                   file);
-    EXPECT_NULLS_REFUSED(cu_Map_delete, &map_);
-    EXPECT_REFUSED(cu_Map_delete(&none), "cu_Map_delete", file);
-    void* key = make(1);
-    void* value = make(2);
-    EXPECT_NULLS_REFUSED(cu_Map_insert, map_, &key, &value);
-    EXPECT_REFUSED(cu_Map_insert(map_, &nothing, &value), "cu_Map_insert", file);
-    EXPECT_REFUSED(cu_Map_insert(map_, &key, &nothing), "cu_Map_insert", file);
-    EXPECT_NULLS_REFUSED(cu_Map_constKeyInsert, map_, &wanted, &value);
-    EXPECT_REFUSED(cu_Map_constKeyInsert(map_, &wanted, &nothing), "cu_Map_constKeyInsert", file);
-    EXPECT_NULLS_REFUSED(cu_Map_constValueInsert, map_, &key, &wanted);
-    EXPECT_REFUSED(cu_Map_constValueInsert(map_, &nothing, &wanted), "cu_Map_constValueInsert", file);
-    destroy(key);
-    destroy(value);
-    EXPECT_NULLS_REFUSED(cu_Map_constInsert, map_, &wanted, &wanted);
-    EXPECT_NULLS_REFUSED(cu_Map_lookup, map_, &wanted, &nothing);
-    EXPECT_NULLS_REFUSED(cu_Map_remove, map_, &wanted, &flag);
-    EXPECT_NULLS_REFUSED(cu_Map_getSize, map_, &size);
-    EXPECT_NULLS_REFUSED(cu_Map_Iterator_new, &noIterator, map_);
-    EXPECT_REFUSED(cu_Map_Iterator_new(&iterator, map_), "cu_Map_Iterator_new", file);
-    EXPECT_NULLS_REFUSED(cu_Map_Iterator_next, iterator, &nothing, &nothing);
-    EXPECT_NULLS_REFUSED(cu_Map_Iterator_nextKey, iterator, &nothing);
-    EXPECT_NULLS_REFUSED(cu_Map_Iterator_hasNext, iterator, &flag);
-    EXPECT_NULLS_REFUSED(cu_Map_Iterator_delete, &iterator);
-    EXPECT_REFUSED(cu_Map_Iterator_delete(&noIterator), "cu_Map_Iterator_delete", file);
-    EXPECT_NULLS_REFUSED(cu_Map_ConstIterator_new, &noConstIterator, map_);
-    EXPECT_REFUSED(cu_Map_ConstIterator_new(&constIterator, map_), "cu_Map_ConstIterator_new", file);
-    EXPECT_NULLS_REFUSED(cu_Map_ConstIterator_next, constIterator, &constNothing, &constNothing);
-    EXPECT_NULLS_REFUSED(cu_Map_ConstIterator_hasNext, constIterator, &flag);
-    EXPECT_NULLS_REFUSED(cu_Map_ConstIterator_delete, &constIterator);
-    EXPECT_REFUSED(cu_Map_ConstIterator_delete(&noConstIterator), "cu_Map_ConstIterator_delete", file);
+    const std::tuple good{&none,         &noIterator, &noConstIterator, map_,    iterator,
+                          constIterator, &element,    &constElement,    &flag,   &size,
+                          &hashOf,       &equality,   &destroy,         &cloneOf};
+    EXPECT_NULLS_REFUSED(file, good, cu_Map_new, cu_Map_insert, cu_Map_constKeyInsert, cu_Map_constValueInsert,
+                         cu_Map_constInsert, cu_Map_lookup, cu_Map_remove, cu_Map_getSize, cu_Map_Iterator_new,
+                         cu_Map_Iterator_next, cu_Map_Iterator_nextKey, cu_Map_Iterator_hasNext,
+                         cu_Map_ConstIterator_new, cu_Map_ConstIterator_next, cu_Map_ConstIterator_hasNext);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&map_, &iterator, &constIterator}), cu_Map_delete, cu_Map_Iterator_delete,
+                         cu_Map_ConstIterator_delete);
+    EXPECT_REFUSED(cu_Map_insert(map_, &nothing, &element), "cu_Map_insert", file);
+    EXPECT_REFUSED(cu_Map_insert(map_, &element, &nothing), "cu_Map_insert", file);
+    EXPECT_REFUSED(cu_Map_constKeyInsert(map_, &size, &nothing), "cu_Map_constKeyInsert", file);
+    EXPECT_REFUSED(cu_Map_constValueInsert(map_, &nothing, &size), "cu_Map_constValueInsert", file);
     EXPECT_EQ(cu_Map_Iterator_delete(&iterator), 0U);
     EXPECT_EQ(cu_Map_ConstIterator_delete(&constIterator), 0U);
+}
+
+TEST_F(Map, leavesNothingBehindWhenItCannotBeMade)
+{
+    EXPECT_CLEAN_FAILURES(cu_Map_new, cu_Map_delete, hashOf, equality, destroy, destroy, cloneOf, cloneOf);
 }
 
 TEST_F(Map, replacesKeyAndValue)
@@ -117,7 +103,6 @@ TEST_F(Map, replacesKeyAndValue)
     insert(make(1), kept);
     insert(make(1), kept);
     EXPECT_EQ(valueOf(1), 13);
-    EXPECT_TRUE(alive.contains(kept));
     EXPECT_EQ(alive.size(), 2U);
 
     EXPECT_TRUE(tell(cu_Map_remove, map_, {0, 1}));
@@ -126,70 +111,44 @@ TEST_F(Map, replacesKeyAndValue)
     EXPECT_EQ(valueOf(1), -1);
 }
 
-TEST_F(Map, makesRoomEvenToReplace)
-{
-    for (int id = 0; id < 65; ++id)
-        insert(make(id), make(id));
-    void* key = make(3);
-    void* value = make(100);
-    const auto insertWithoutMemory = [&] {
-        const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
-        return cu_Map_insert(map_, &key, &value);
-    };
-    EXPECT_FAILURE(insertWithoutMemory(), cu_ERROR_COM_MALLOC_FAILED, "cu_Map_insert", file, "");
-    EXPECT_EQ(valueOf(3), 3);
-    EXPECT_EQ(sizeOf(cu_Map_getSize, map_), 65U);
-    insert(key, value);
-    EXPECT_EQ(valueOf(3), 100);
-    EXPECT_EQ(sizeOf(cu_Map_getSize, map_), 65U);
-}
-
-TEST_F(Map, copiesWhatTheCallerKeeps)
+TEST_F(Map, copiesWhatTheCallerKeepsAndMakesRoomEvenToReplace)
 {
     const Element key = {0, 1};
-    const Element value = {0, 2};
-    const auto ownKey = [&](void** given) { return cu_Map_constValueInsert(map_, given, &value); };
-    const auto ownValue = [&](void** given) { return cu_Map_constKeyInsert(map_, &key, given); };
-    const auto nothing = [&](void**) { return cu_Map_constInsert(map_, &key, &value); };
+    const Element value = {0, 100};
     const struct {
         const char* name;
         std::function<cu_ErrorCode(void** given)> insert;
         int given;
         unsigned clones;
-    } calls[] = {{"cu_Map_constValueInsert", ownKey, 1, 1},
-                 {"cu_Map_constKeyInsert", ownValue, 2, 1},
-                 {"cu_Map_constInsert", nothing, 0, 2}};
+    } calls[] = {
+        {"cu_Map_constValueInsert", [&](void** given) { return cu_Map_constValueInsert(map_, given, &value); }, 1, 1},
+        {"cu_Map_constKeyInsert", [&](void** given) { return cu_Map_constKeyInsert(map_, &key, given); }, 100, 1},
+        {"cu_Map_constInsert", [&](void**) { return cu_Map_constInsert(map_, &key, &value); }, 0, 2},
+    };
     for (const auto& call : calls) {
         SCOPED_TRACE(call.name);
+        for (int id = 0; id < 65; ++id)
+            insert(make(id), make(id));
         void* given = make(call.given);
-        const std::size_t before = alive.size();
-        for (clonesLeft = 0; clonesLeft < call.clones;) {
-            const unsigned left = clonesLeft;
-            EXPECT_FAILURE(call.insert(&given), cu_ERROR_COM_MALLOC_FAILED, call.name, file, "");
-            EXPECT_NE(given, nullptr);
-            EXPECT_EQ(alive.size(), before);
-            clonesLeft = left + 1;
+        for (unsigned clones = 0; clones <= call.clones; ++clones) {
+            clonesLeft = clones;
+            const bool cloned = clones == call.clones;
+            const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
+            EXPECT_FAILURE(call.insert(&given), cu_ERROR_COM_MALLOC_FAILED, cloned ? "cu_Map_insert" : call.name, file,
+                           "");
+            EXPECT_EQ(support::trace().find(call.name) == 0, cloned);
+            EXPECT_EQ(idOf(given), call.given);
+            EXPECT_EQ(alive.size(), 131U);
+            EXPECT_EQ(valueOf(1), 1);
         }
-        clonesLeft = 1000;
+        clonesLeft = call.clones;
         EXPECT_EQ(call.insert(&given), 0U);
-        EXPECT_EQ(valueOf(1), 2);
+        EXPECT_EQ(valueOf(1), 100);
         EXPECT_EQ(given == nullptr, call.given != 0);
         if (given != nullptr)
             destroy(given);
-        EXPECT_EQ(alive.size(), 2U);
-    }
-
-    for (int id = 10; id < 74; ++id)
-        insert(make(id), make(id));
-    const std::size_t before = alive.size();
-    const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
-    for (const auto& call : calls) {
-        void* given = make(call.given);
-        EXPECT_FAILURE(call.insert(&given), cu_ERROR_COM_MALLOC_FAILED, "cu_Map_insert", file, "");
-        EXPECT_THAT(support::trace(), testing::HasSubstr(call.name));
-        ASSERT_NE(given, nullptr);
-        destroy(given);
-        EXPECT_EQ(alive.size(), before);
+        EXPECT_EQ(alive.size(), 130U);
+        renew();
     }
 }
 
@@ -198,29 +157,33 @@ TEST_F(Map, isWalkedAndDestroyedInTheOrderOfItsBuckets)
     for (const auto& [id, hash] : {std::pair{1, 5U}, {2, 4U}, {3, 5U + 193}, {4, 192U}})
         insert(make(id, hash), make(10 * id));
     cu_Map_Iterator* iterator = nullptr;
+    cu_Map_ConstIterator* constIterator = nullptr;
     ASSERT_EQ(cu_Map_Iterator_new(&iterator, map_), 0U);
+    ASSERT_EQ(cu_Map_ConstIterator_new(&constIterator, map_), 0U);
     for (const auto& [id, keyAlone] :
          {std::pair{2, false}, {3, true}, {1, false}, {4, true}, {-1, true}, {-1, false}}) {
+        EXPECT_EQ(more(cu_Map_Iterator_hasNext, iterator), id != -1);
+        EXPECT_EQ(more(cu_Map_ConstIterator_hasNext, constIterator), id != -1);
         void* key = &map_;
         void* value = &map_;
-        bool more = id == -1;
-        EXPECT_EQ(cu_Map_Iterator_hasNext(iterator, &more), 0U);
-        EXPECT_EQ(more, id != -1);
+        const void* constKey = &map_;
+        const void* constValue = &map_;
+        EXPECT_EQ(cu_Map_ConstIterator_next(constIterator, &constKey, &constValue), 0U);
         if (keyAlone) {
             EXPECT_EQ(cu_Map_Iterator_nextKey(iterator, &key), 0U);
         } else {
             EXPECT_EQ(cu_Map_Iterator_next(iterator, &key, &value), 0U);
-            EXPECT_EQ(idOf(value), id == -1 ? -1 : 10 * id);
+            EXPECT_EQ(value, constValue);
         }
+        EXPECT_EQ(key, constKey);
         EXPECT_EQ(idOf(key), id);
+        EXPECT_EQ(idOf(constValue), id == -1 ? -1 : 10 * id);
     }
     EXPECT_EQ(cu_Map_Iterator_delete(&iterator), 0U);
-
+    EXPECT_EQ(cu_Map_ConstIterator_delete(&constIterator), 0U);
     destroyed.clear();
-    EXPECT_EQ(cu_Map_delete(&map_), 0U);
-    EXPECT_EQ(map_, nullptr);
-    EXPECT_THAT(destroyed, testing::ElementsAre(2, 20, 3, 30, 1, 10, 4, 40));
-    ASSERT_EQ(cu_Map_new(&map_, hashOf, equality, destroy, destroy, cloneOf, cloneOf, nullptr), 0U);
+    renew();
+    EXPECT_EQ(destroyed, (std::vector{2, 20, 3, 30, 1, 10, 4, 40}));
 }
 
 } // namespace

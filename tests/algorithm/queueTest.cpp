@@ -45,36 +45,18 @@ private:
     support::WatchfulAllocator allocator_;
 };
 
-TEST(QueueConstructor, leavesNothingBehindWhenItFails)
+TEST_F(Queue, refusesNullArgumentsAndWrongHandles)
 {
-    support::sweep<cu_Queue>(
-        "cu_Queue_new", [](auto handle, auto allocator) { return cu_Queue_new(handle, destroy, cloneOf, allocator); },
-        cu_Queue_delete);
-}
-
-TEST_F(Queue, badArgumentsAreRefused)
-{
-    const Element original = {0, 1};
     cu_Queue* none = nullptr;
-    void* nothing = nullptr;
+    void* element = &none;
     bool empty = false;
-    EXPECT_NULLS_REFUSED(cu_Queue_new, &none, destroy, cloneOf, nullptr);
-    EXPECT_REFUSED(cu_Queue_new(&queue_, destroy, cloneOf, nullptr), "cu_Queue_new", file);
-    EXPECT_NULLS_REFUSED(cu_Queue_delete, &queue_);
-    EXPECT_REFUSED(cu_Queue_delete(&none), "cu_Queue_delete", file);
-    void* element = make(1);
-    EXPECT_NULLS_REFUSED(cu_Queue_pushHead, queue_, &element);
-    EXPECT_REFUSED(cu_Queue_pushHead(queue_, &nothing), "cu_Queue_pushHead", file);
-    EXPECT_NULLS_REFUSED(cu_Queue_pushTail, queue_, &element);
-    EXPECT_REFUSED(cu_Queue_pushTail(queue_, &nothing), "cu_Queue_pushTail", file);
-    destroy(element);
-    EXPECT_NULLS_REFUSED(cu_Queue_constPushHead, queue_, &original);
-    EXPECT_NULLS_REFUSED(cu_Queue_constPushTail, queue_, &original);
-    EXPECT_NULLS_REFUSED(cu_Queue_popHead, queue_, &nothing);
-    EXPECT_NULLS_REFUSED(cu_Queue_popTail, queue_, &nothing);
-    EXPECT_NULLS_REFUSED(cu_Queue_peekHead, queue_, &nothing);
-    EXPECT_NULLS_REFUSED(cu_Queue_peekTail, queue_, &nothing);
-    EXPECT_NULLS_REFUSED(cu_Queue_isEmpty, queue_, &empty);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, queue_, &element, &empty, &destroy, &cloneOf}), cu_Queue_new,
+                         cu_Queue_pushHead, cu_Queue_pushTail, cu_Queue_constPushHead, cu_Queue_constPushTail,
+                         cu_Queue_popHead, cu_Queue_popTail, cu_Queue_peekHead, cu_Queue_peekTail, cu_Queue_isEmpty);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&queue_}, cu_Queue_delete);
+    element = nullptr;
+    EXPECT_REFUSED(cu_Queue_pushHead(queue_, &element), "cu_Queue_pushHead", file);
+    EXPECT_REFUSED(cu_Queue_pushTail(queue_, &element), "cu_Queue_pushTail", file);
     expectContents({});
 }
 
@@ -115,19 +97,17 @@ TEST_F(Queue, keepsTheOrderWhateverItsUse)
 
 TEST_F(Queue, staysAsItIsWhenMemoryIsOut)
 {
-    const auto pushHead = [&](void* element) { return cu_Queue_pushHead(queue_, &element); };
-    const auto pushTail = [&](void* element) { return cu_Queue_pushTail(queue_, &element); };
-    const auto copyToHead = [&](void* element) { return cu_Queue_constPushHead(queue_, element); };
-    const auto copyToTail = [&](void* element) { return cu_Queue_constPushTail(queue_, element); };
+    EXPECT_CLEAN_FAILURES(cu_Queue_new, cu_Queue_delete, destroy, cloneOf);
     const struct {
         const char* name;
-        std::function<cu_ErrorCode(void*)> push;
-        bool copies;
+        std::function<cu_ErrorCode(void** element)> push;
         bool atHead;
-    } calls[] = {{"cu_Queue_pushHead", pushHead, false, true},
-                 {"cu_Queue_pushTail", pushTail, false, false},
-                 {"cu_Queue_constPushHead", copyToHead, true, true},
-                 {"cu_Queue_constPushTail", copyToTail, true, false}};
+    } calls[] = {
+        {"cu_Queue_pushHead", [&](void** element) { return cu_Queue_pushHead(queue_, element); }, true},
+        {"cu_Queue_pushTail", [&](void** element) { return cu_Queue_pushTail(queue_, element); }, false},
+        {"cu_Queue_constPushHead", [&](void** element) { return cu_Queue_constPushHead(queue_, *element); }, true},
+        {"cu_Queue_constPushTail", [&](void** element) { return cu_Queue_constPushTail(queue_, *element); }, false},
+    };
     std::deque<int> model;
     for (const auto& call : calls) {
         SCOPED_TRACE(call.name);
@@ -137,16 +117,16 @@ TEST_F(Queue, staysAsItIsWhenMemoryIsOut)
             const std::size_t before = alive.size();
             const support::Failure outcome = support::failureOf([&] {
                 const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
-                return call.push(element);
+                return call.push(&element);
             });
             if (outcome.code != 0) {
                 ++refusals;
                 EXPECT_EQ(outcome, (support::Failure{cu_ERROR_COM_MALLOC_FAILED, call.name, file, ""}));
                 EXPECT_EQ(alive.size(), before);
                 expectContents(model);
-                ASSERT_EQ(call.push(element), 0U);
+                ASSERT_EQ(call.push(&element), 0U);
             }
-            if (call.copies)
+            if (element != nullptr)
                 destroy(element);
             model.insert(call.atHead ? model.begin() : model.end(), id);
             expectContents(model);
