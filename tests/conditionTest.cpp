@@ -1,0 +1,350 @@
+// Conditions: with a mutex of their own, and with one of the caller.
+#include "support/deadline.h"
+#include "support/process.h"
+#include "support/refusal.h"
+#include "support/sanitizer.h"
+#include "support/signalStorm.h"
+#include "support/sweep.h"
+#include "support/systemFailure.h"
+
+#include <cUtil/conditionVariable.h>
+#include <cUtil/conditionWait.h>
+
+#include <cerrno>
+#include <vector>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/conditionVariable";
+constexpr char waitFile[] = "src/cUtil/conditionWait";
+
+std::string failureText(const char* call, int error)
+{
+    return std::string(call) + " failed: [" + std::to_string(error) + "] " + strerror(error);
+}
+
+/// The constructor names the call that fails.
+template <typename T>
+void expectNamedCalls(const char* constructor, const char* sourceFile, cu_ErrorCode (*create)(T**, cu_allocator*))
+{
+    T* none = nullptr;
+    for (const auto& [call, shown] :
+         {std::pair("pthread_condattr_init", "pthread_condattr_init( &attr )"),
+          {"pthread_condattr_setclock", "pthread_condattr_setclock( &attr, cu_CLOCK_MONOTONIC )"},
+          {"pthread_cond_init", "pthread_cond_init( &(*me)->cond, &attr )"}}) {
+        const support::Injection injection(call, EAGAIN);
+        EXPECT_SYSTEM_FAILURE(create(&none, nullptr), cu_ERROR_CONDWAIT_INIT_FAILED, EAGAIN, constructor, sourceFile,
+                              failureText(shown, EAGAIN));
+    }
+}
+
+class ConditionVariable : public testing::Test
+{
+protected:
+    void SetUp() override { ASSERT_EQ(cu_ConditionVariable_new(&condition, nullptr), 0U); }
+    void TearDown() override
+    {
+        if (condition != nullptr) {
+            EXPECT_EQ(cu_ConditionVariable_delete(&condition), 0U);
+        }
+        EXPECT_EQ(condition, nullptr);
+    }
+
+    /// The first time-out, in this thread.
+    void timeOut()
+    {
+        const cu_TimeValue past = {0, 1};
+        bool signalled = true;
+        EXPECT_FAILURE(cu_ConditionVariable_timedWait(condition, &past, &signalled), 0, "", "", "");
+        EXPECT_FALSE(signalled);
+    }
+
+    cu_ConditionVariable* condition = nullptr;
+};
+
+TEST_F(ConditionVariable, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
+{
+    EXPECT_CLEAN_FAILURES(cu_ConditionVariable_new, cu_ConditionVariable_delete);
+    expectNamedCalls("cu_ConditionVariable_new", file, cu_ConditionVariable_new);
+    bool signalled = true;
+    const cu_TimeValue past = {0, 1};
+    cu_ConditionVariable* none = nullptr;
+    support::expectSystemFailures(
+        file, {{"pthread_mutex_init", EAGAIN, cu_ERROR_CONDWAIT_INIT_FAILED, "cu_ConditionVariable_new",
+                failureText("pthread_mutex_init( &(*me)->mutex, NULL )", EAGAIN),
+                [&] { return cu_ConditionVariable_new(&none, nullptr); }}});
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, condition, &past, &signalled}), cu_ConditionVariable_new,
+                         cu_ConditionVariable_signal, cu_ConditionVariable_broadcast, cu_ConditionVariable_wait,
+                         cu_ConditionVariable_timedWait);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&condition}, cu_ConditionVariable_delete);
+}
+
+TEST_F(ConditionVariable, aSignalEndsAWaitAndLeavesTheMutexFree)
+{
+    std::atomic<unsigned> ended{0};
+    std::thread waiter([&] {
+        EXPECT_EQ(cu_ConditionVariable_wait(condition), 0U);
+        ++ended;
+    });
+    std::thread timedWaiter([&] {
+        bool signalled = false;
+        const cu_TimeValue later = support::fromNow(60'000, CLOCK_MONOTONIC);
+        EXPECT_EQ(cu_ConditionVariable_timedWait(condition, &later, &signalled), 0U);
+        EXPECT_TRUE(signalled);
+        ++ended;
+    });
+    // Signals are not remembered, so they go on until both have been there.
+    EXPECT_TRUE(support::comesTrue([&] {
+        EXPECT_EQ(cu_ConditionVariable_signal(condition), 0U);
+        return ended == 2;
+    }));
+    waiter.join();
+    timedWaiter.join();
+    timeOut();
+}
+
+TEST_F(ConditionVariable, deadlinesLieOnTheMonotonicClockAndSignalsDoNotBringThemForward)
+{
+    const support::SignalStorm storm;
+    const cu_TimeValue deadline = support::fromNow(50, CLOCK_MONOTONIC);
+    bool signalled = true;
+    while (signalled)
+        ASSERT_EQ(cu_ConditionVariable_timedWait(condition, &deadline, &signalled), 0U);
+    EXPECT_TRUE(support::hasPassed(deadline, CLOCK_MONOTONIC));
+}
+
+TEST_F(ConditionVariable, aTimeOutLeavesTheMutexHeldUntilTheDeletion)
+{
+    timeOut();
+    std::atomic<bool> begun{false};
+    std::atomic<bool> ended{false};
+    std::thread waiter([&, waitedFor = condition] {
+        begun = true;
+        EXPECT_EQ(cu_ConditionVariable_wait(waitedFor), 0U);
+        ended = true;
+    });
+    EXPECT_TRUE(support::comesTrue([&] { return begun.load(); }));
+    // It waits for the mutex, so that no number of signals lets it go.
+    EXPECT_FALSE(support::comesTrue(
+        [&] {
+            EXPECT_EQ(cu_ConditionVariable_broadcast(condition), 0U);
+            return ended.load();
+        },
+        std::chrono::milliseconds(50)));
+    EXPECT_EQ(cu_ConditionVariable_delete(&condition), 0U);
+    waiter.join();
+    EXPECT_TRUE(ended);
+}
+
+TEST_F(ConditionVariable, deletionLetsEverybodyOutBeforeItFrees)
+{
+    constexpr unsigned rounds = 30;
+    constexpr unsigned count = 4;
+    for (unsigned round = 0; round < rounds; ++round) {
+        support::GraveAllocator allocator;
+        cu_ConditionVariable* crowded = nullptr;
+        ASSERT_EQ(cu_ConditionVariable_new(&crowded, allocator.get()), 0U);
+        std::atomic<unsigned> begun{0};
+        std::atomic<unsigned> ended{0};
+        std::vector<std::thread> waiters;
+        for (unsigned index = 0; index < count; ++index)
+            waiters.emplace_back(
+                [&, waitedFor = crowded, later = support::fromNow(60'000, CLOCK_MONOTONIC), isTimed = index % 2 != 0] {
+                    bool signalled = false;
+                    ++begun;
+                    EXPECT_EQ(isTimed ? cu_ConditionVariable_timedWait(waitedFor, &later, &signalled)
+                                      : cu_ConditionVariable_wait(waitedFor),
+                              0U);
+                    EXPECT_EQ(signalled, isTimed);
+                    ++ended;
+                });
+        // They may not be deleted under before they have come in; where within the wait they are differs by round.
+        EXPECT_TRUE(support::comesTrue([&] { return begun == count; }));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        EXPECT_EQ(cu_ConditionVariable_delete(&crowded), 0U);
+        EXPECT_EQ(crowded, nullptr);
+        for (std::thread& waiter : waiters)
+            waiter.join();
+        EXPECT_EQ(ended, count);
+    }
+}
+
+TEST_F(ConditionVariable, anotherThreadThanTheTimedOutOneDeletesIt)
+{
+    if (support::mutexesAreWatched)
+        GTEST_SKIP() << "here the owner of a mutex never gives it back itself";
+    std::thread([&] { timeOut(); }).join();
+    std::atomic<bool> begun{false};
+    std::thread waiter([&, waitedFor = condition] {
+        begun = true;
+        EXPECT_EQ(cu_ConditionVariable_wait(waitedFor), 0U);
+    });
+    EXPECT_TRUE(support::comesTrue([&] { return begun.load(); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_EQ(cu_ConditionVariable_delete(&condition), 0U);
+    waiter.join();
+}
+
+TEST_F(ConditionVariable, aCancelledWaiterLeavesToo)
+{
+    pthread_t waiter = {};
+    ASSERT_EQ(pthread_create(
+                  &waiter, nullptr,
+                  [](void* waitedFor) -> void* {
+                      for (;;)
+                          cu_ConditionVariable_wait(static_cast<cu_ConditionVariable*>(waitedFor));
+                  },
+                  condition),
+              0);
+    EXPECT_EQ(pthread_cancel(waiter), 0);
+    void* result = nullptr;
+    EXPECT_EQ(pthread_join(waiter, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    timeOut(); // the mutex is free
+}
+
+TEST_F(ConditionVariable, failuresHaveNoTextAndKeepTheObject)
+{
+    bool signalled = false;
+    const auto fails = [&](const char* systemCall, cu_ErrorCode code, const char* function, const auto& call) {
+        signalled = false;
+        support::expectSystemFailures(file, {{systemCall, EAGAIN, code, function, "", call}});
+    };
+    const auto wait = [&] { return cu_ConditionVariable_wait(condition); };
+    const auto timedWait = [&] {
+        const cu_TimeValue later = support::fromNow(60'000, CLOCK_MONOTONIC);
+        return cu_ConditionVariable_timedWait(condition, &later, &signalled);
+    };
+    for (const char* call : {"pthread_mutex_lock", "pthread_cond_wait"})
+        fails(call, cu_ERROR_CONDWAIT_WAIT_FAILED, "cu_ConditionVariable_wait", wait);
+    for (const char* call : {"pthread_mutex_lock", "pthread_cond_timedwait"}) {
+        fails(call, cu_ERROR_CONDWAIT_WAIT_FAILED, "cu_ConditionVariable_timedWait", timedWait);
+        EXPECT_TRUE(signalled);
+    }
+    fails("pthread_cond_signal", cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_signal",
+          [&] { return cu_ConditionVariable_signal(condition); });
+    fails("pthread_cond_broadcast", cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_broadcast",
+          [&] { return cu_ConditionVariable_delete(&condition); });
+    EXPECT_EQ(support::trace().find("cu_ConditionVariable_delete  -  "), 0U);
+    timeOut(); // every failed wait has given the mutex back
+    const support::Injection injection("pthread_mutex_destroy", EBUSY);
+    EXPECT_EQ(cu_ConditionVariable_delete(&condition), 0U);
+    EXPECT_NE(injection.fired(), nullptr);
+}
+
+// --- The condition with the caller's mutex --------------------------------------------------------------------------
+
+class ConditionWait : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(cu_ConditionWait_new(&condition, nullptr), 0U);
+        ASSERT_EQ(cu_Mutex_new(&mutex, false, nullptr), 0U);
+    }
+    void TearDown() override
+    {
+        if (condition != nullptr) {
+            EXPECT_EQ(cu_ConditionWait_delete(&condition), 0U);
+        }
+        EXPECT_EQ(cu_Mutex_delete(&mutex), 0U);
+    }
+
+    cu_ConditionWait* condition = nullptr;
+    cu_Mutex* mutex = nullptr;
+    const cu_TimeValue past = {0, 1};
+};
+
+TEST_F(ConditionWait, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
+{
+    EXPECT_CLEAN_FAILURES(cu_ConditionWait_new, cu_ConditionWait_delete);
+    expectNamedCalls("cu_ConditionWait_new", waitFile, cu_ConditionWait_new);
+    bool signalled = true;
+    cu_ConditionWait* none = nullptr;
+    EXPECT_NULLS_REFUSED(waitFile, (std::tuple{&none, condition, mutex, &past, &signalled}), cu_ConditionWait_new,
+                         cu_ConditionWait_signal, cu_ConditionWait_broadcast, cu_ConditionWait_wait,
+                         cu_ConditionWait_timedWait);
+    EXPECT_NULLS_REFUSED(waitFile, std::tuple{&condition}, cu_ConditionWait_delete);
+}
+
+TEST_F(ConditionWait, waitersAreWokenOneByOneAllTogetherAndByTheDeletion)
+{
+    unsigned tokens = 0;
+    unsigned taken = 0;
+    unsigned asleep = 0;
+    std::vector<std::thread> waiters;
+    for (unsigned index = 0; index < 6; ++index)
+        waiters.emplace_back([&] {
+            ASSERT_EQ(cu_Mutex_lock(mutex), 0U);
+            ++asleep;
+            while (tokens == 0)
+                ASSERT_EQ(cu_ConditionWait_wait(condition, mutex), 0U);
+            --tokens;
+            ++taken;
+            ASSERT_EQ(cu_Mutex_unlock(mutex), 0U);
+        });
+    // Under the mutex, with all counted, all are within the wait.
+    const auto whenReads = [&](const unsigned& value, unsigned wanted, unsigned given, const auto& wake) {
+        EXPECT_TRUE(support::comesTrue([&] {
+            EXPECT_EQ(cu_Mutex_lock(mutex), 0U);
+            return value == wanted || cu_Mutex_unlock(mutex) != 0;
+        }));
+        tokens = given;
+        EXPECT_EQ(wake(), 0U);
+        EXPECT_EQ(cu_Mutex_unlock(mutex), 0U);
+    };
+    whenReads(asleep, 6, 1, [&] { return cu_ConditionWait_signal(condition); });
+    whenReads(taken, 1, 2, [&] { return cu_ConditionWait_broadcast(condition); });
+    whenReads(taken, 3, 3, [&] { return cu_ConditionWait_delete(&condition); }); // which needs none to get the mutex
+    EXPECT_EQ(condition, nullptr);
+    for (std::thread& waiter : waiters)
+        waiter.join();
+    EXPECT_EQ(taken, 6U);
+}
+
+TEST_F(ConditionWait, deadlinesLieOnTheMonotonicClockAndSignalsDoNotBringThemForward)
+{
+    const support::SignalStorm storm;
+    const cu_TimeValue deadline = support::fromNow(50, CLOCK_MONOTONIC);
+    ASSERT_EQ(cu_Mutex_lock(mutex), 0U);
+    // The real-time clock reads far beyond this deadline: with that clock the wait would end at once.
+    for (bool signalled = true; signalled;)
+        ASSERT_EQ(cu_ConditionWait_timedWait(condition, mutex, &deadline, &signalled), 0U);
+    EXPECT_TRUE(support::hasPassed(deadline, CLOCK_MONOTONIC));
+    // The caller has its mutex again.
+    EXPECT_EQ(cu_Mutex_unlock(mutex), 0U);
+}
+
+TEST_F(ConditionWait, aWaitNeedsTheMutex)
+{
+    if (support::mutexesAreWatched)
+        GTEST_SKIP() << "a mutex is given back by a thread that does not hold it";
+    EXPECT_SYSTEM_FAILURE(cu_ConditionWait_wait(condition, mutex), cu_ERROR_CONDWAIT_WAIT_FAILED, EPERM,
+                          "cu_ConditionWait_wait", waitFile,
+                          failureText("pthread_cond_wait( &me->cond, &mutex->mutex )", EPERM));
+}
+
+TEST_F(ConditionWait, failuresAreToldAndKeepTheObject)
+{
+    bool signalled = false;
+    ASSERT_EQ(cu_Mutex_lock(mutex), 0U);
+    const cu_TimeValue invalid = {0, -1};
+    EXPECT_SYSTEM_FAILURE(cu_ConditionWait_timedWait(condition, mutex, &invalid, &signalled),
+                          cu_ERROR_CONDWAIT_WAIT_FAILED, EINVAL, "cu_ConditionWait_timedWait", waitFile, "");
+    EXPECT_TRUE(signalled);
+    EXPECT_EQ(cu_Mutex_unlock(mutex), 0U);
+    const auto end = [&] { return cu_ConditionWait_delete(&condition); };
+    support::expectSystemFailures(
+        waitFile,
+        {{"pthread_cond_signal", EINVAL, cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionWait_signal",
+          failureText("pthread_cond_signal( &me->cond )", EINVAL), [&] { return cu_ConditionWait_signal(condition); }},
+         {"pthread_cond_destroy", EBUSY, cu_ERROR_CONDWAIT_FREE_FAILED, "cu_ConditionWait_delete",
+          failureText("pthread_cond_destroy( &(*me)->cond )", EBUSY), end},
+         {"pthread_cond_broadcast", EINVAL, cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionWait_broadcast",
+          failureText("pthread_cond_broadcast( &me->cond )", EINVAL), end}});
+    EXPECT_EQ(support::trace().find("cu_ConditionWait_delete  -  "), 0U);
+    EXPECT_NE(condition, nullptr);
+}
+
+} // namespace
