@@ -133,9 +133,12 @@ TEST_F(Map, copiesWhatTheCallerKeepsAndMakesRoomEvenToReplace)
         for (unsigned clones = 0; clones <= call.clones; ++clones) {
             clonesLeft = clones;
             const bool cloned = clones == call.clones;
-            const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
-            EXPECT_FAILURE(call.insert(&given), cu_ERROR_COM_MALLOC_FAILED, cloned ? "cu_Map_insert" : call.name, file,
-                           "");
+            const auto insertWithoutMemory = [&] {
+                const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
+                return call.insert(&given);
+            };
+            EXPECT_FAILURE(insertWithoutMemory(), cu_ERROR_COM_MALLOC_FAILED, cloned ? "cu_Map_insert" : call.name,
+                           file, "");
             EXPECT_EQ(support::trace().find(call.name) == 0, cloned);
             EXPECT_EQ(idOf(given), call.given);
             EXPECT_EQ(alive.size(), 131U);
