@@ -1,3 +1,4 @@
+#include "support/refusal.h"
 #include "variantCases.h"
 
 #include <cmath>
@@ -27,18 +28,14 @@ const Row rows[] = {
     // clang-format off
     {{}, "- - - - - - - - - - - - - -"},
     //                           bool sint8 uint8 sint16 uint16 sint32 uint32 sint64 uint64 ieee32 ieee64 string binary vector
-    {{cu_Variant_set_bool, false}, "false 0 0 0 0 0 0 0 0 0 0 false - -"},
     {{cu_Variant_set_bool, true}, "true 1 1 1 1 1 1 1 1 1 1 true - -"},
     {{cu_Variant_set_sint8, INT8_MIN}, "true -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
-    {{cu_Variant_set_sint8, -1}, "true -1 - -1 - -1 - -1 - -1 -1 -1 - -"},
     {{cu_Variant_set_sint8, INT8_MAX}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint8, 128}, "true - 128 128 128 128 128 128 128 128 128 128 - -"},
     {{cu_Variant_set_uint8, UINT8_MAX}, "true - 255 255 255 255 255 255 255 255 255 255 - -"},
     {{cu_Variant_set_sint16, INT16_MIN}, "true - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
     {{cu_Variant_set_sint16, -129}, "true - - -129 - -129 - -129 - -129 -129 -129 - -"},
     {{cu_Variant_set_sint16, 128}, "true - 128 128 128 128 128 128 128 128 128 128 - -"},
     {{cu_Variant_set_sint16, INT16_MAX}, "true - - 32767 32767 32767 32767 32767 32767 32767 32767 32767 - -"},
-    {{cu_Variant_set_uint16, 0}, "false 0 0 0 0 0 0 0 0 0 0 0 - -"},
     {{cu_Variant_set_uint16, 256}, "true - - 256 256 256 256 256 256 256 256 256 - -"},
     {{cu_Variant_set_uint16, 0x8000}, "true - - - 32768 32768 32768 32768 32768 32768 32768 32768 - -"},
     {{cu_Variant_set_uint16, UINT16_MAX}, "true - - - 65535 65535 65535 65535 65535 65535 65535 65535 - -"},
@@ -50,64 +47,35 @@ const Row rows[] = {
     {{cu_Variant_set_sint64, INT64_MIN}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808 - -"},
     {{cu_Variant_set_sint64, -0x8000'0001LL}, "true - - - - - - -2147483649 - -2.14748365e+09 -2147483649 -2147483649 - -"},
     {{cu_Variant_set_sint64, -0x8000'0000LL}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
-    {{cu_Variant_set_sint64, 0x8000'0000LL}, "true - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
     {{cu_Variant_set_sint64, 0x1'0000'0000LL}, "true - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
     {{cu_Variant_set_sint64, 0x4000'0040'0000'0001LL}, "true - - - - - - 4611686293305294849 4611686293305294849 4.61168657e+18 4.6116862933052948e+18 4611686293305294849 - -"},
-    {{cu_Variant_set_sint64, -0x4000'0040'0000'0001LL}, "true - - - - - - -4611686293305294849 - -4.61168657e+18 -4.6116862933052948e+18 -4611686293305294849 - -"},
     {{cu_Variant_set_sint64, INT64_MAX}, "true - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
-    {{cu_Variant_set_uint64, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint64, 128}, "true - 128 128 128 128 128 128 128 128 128 128 - -"},
-    {{cu_Variant_set_uint64, 0x1'0000'0000ULL}, "true - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
     {{cu_Variant_set_uint64, 0x8000'0000'0000'0000ULL}, "true - - - - - - - 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808 - -"},
     {{cu_Variant_set_uint64, 0x8000'0080'0000'0001ULL}, "true - - - - - - - 9223372586610589697 9.22337314e+18 9.2233725866105897e+18 9223372586610589697 - -"},
     {{cu_Variant_set_uint64, UINT64_MAX}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551615 - -"},
     {{cu_Variant_set_ieee32, -0.0F}, "false 0 0 0 0 0 0 0 0 -0 -0 -0.000000 - -"},
-    {{cu_Variant_set_ieee32, 0.5F}, "true 0 0 0 0 0 0 0 0 0.5 0.5 0.500000 - -"},
     {{cu_Variant_set_ieee32, -0.5F}, "true 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
-    {{cu_Variant_set_ieee32, 1.5F}, "true 1 1 1 1 1 1 1 1 1.5 1.5 1.500000 - -"},
-    {{cu_Variant_set_ieee32, 127.5F}, "true - 127 127 127 127 127 127 127 127.5 127.5 127.500000 - -"},
     {{cu_Variant_set_ieee32, -128.5F}, "true - - -128 - -128 - -128 - -128.5 -128.5 -128.500000 - -"},
-    {{cu_Variant_set_ieee32, 32767.5F}, "true - - - 32767 32767 32767 32767 32767 32767.5 32767.5 32767.500000 - -"},
-    {{cu_Variant_set_ieee32, -0x1p31F}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.fffffep30F}, "true - - - - 2147483520 2147483520 2147483520 2147483520 2.14748352e+09 2147483520 2147483520.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p31F}, "true - - - - 2147483647 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1.000002p31F}, "true - - - - - 2147483904 2147483904 2147483904 2.1474839e+09 2147483904 2147483904.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p32F}, "true - - - - - 4294967295 4294967296 4294967296 4.2949673e+09 4294967296 4294967296.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p32F}, "true - - - - - - 4294967808 4294967808 4.29496781e+09 4294967808 4294967808.000000 - -"},
     {{cu_Variant_set_ieee32, -0x1p63F}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee32, -0x1.000002p63F}, "true - - - - - - - - -9.22337314e+18 -9.2233731363664036e+18 -9223373136366403584.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p63F}, "true - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p63F}, "true - - - - - - - 9223373136366403584 9.22337314e+18 9.2233731363664036e+18 9223373136366403584.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p64F}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1.000002p64F}, "true - - - - - - - - 1.84467463e+19 1.8446746272732807e+19 18446746272732807168.000000 - -"},
     {{cu_Variant_set_ieee32, INFINITY}, "true - - - - - - - - inf inf inf - -"},
-    {{cu_Variant_set_ieee32, -INFINITY}, "true - - - - - - - - -inf -inf -inf - -"},
     {{cu_Variant_set_ieee32, NAN}, "true 0 0 0 0 0 0 0 0 nan nan nan - -"},
     {{cu_Variant_set_ieee64, 0.1}, "true 0 0 0 0 0 0 0 0 0.100000001 0.10000000000000001 0.100000 - -"},
-    {{cu_Variant_set_ieee64, -0.9}, "true 0 - 0 - 0 - 0 - -0.899999976 -0.90000000000000002 -0.900000 - -"},
-    {{cu_Variant_set_ieee64, 127.0}, "true 127 127 127 127 127 127 127 127 127 127 127.000000 - -"},
     {{cu_Variant_set_ieee64, 127.9}, "true - 127 127 127 127 127 127 127 127.900002 127.90000000000001 127.900000 - -"},
     {{cu_Variant_set_ieee64, -128.9}, "true - - -128 - -128 - -128 - -128.899994 -128.90000000000001 -128.900000 - -"},
-    {{cu_Variant_set_ieee64, 255.1}, "true - - 255 255 255 255 255 255 255.100006 255.09999999999999 255.100000 - -"},
-    {{cu_Variant_set_ieee64, -32768.1}, "true - - - - -32768 - -32768 - -32768.1016 -32768.099999999999 -32768.100000 - -"},
-    {{cu_Variant_set_ieee64, 65535.1}, "true - - - - 65535 65535 65535 65535 65535.1016 65535.099999999999 65535.100000 - -"},
-    {{cu_Variant_set_ieee64, -2147483648.0}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648.000000 - -"},
     {{cu_Variant_set_ieee64, -2147483648.5}, "true - - - - - - -2147483648 - -2.14748365e+09 -2147483648.5 -2147483648.500000 - -"},
-    {{cu_Variant_set_ieee64, 2147483647.0}, "true - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647.000000 - -"},
     {{cu_Variant_set_ieee64, 2147483647.5}, "true - - - - - 2147483647 2147483647 2147483647 2.14748365e+09 2147483647.5 2147483647.500000 - -"},
-    {{cu_Variant_set_ieee64, 4294967295.0}, "true - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295.000000 - -"},
     {{cu_Variant_set_ieee64, 4294967295.5}, "true - - - - - - 4294967295 4294967295 4.2949673e+09 4294967295.5 4294967295.500000 - -"},
-    {{cu_Variant_set_ieee64, 0x1.fffffffffffffp62}, "true - - - - - - 9223372036854774784 9223372036854774784 9.22337204e+18 9.2233720368547748e+18 9223372036854774784.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1p63}, "true - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1.0000000000001p63}, "true - - - - - - - 9223372036854777856 9.22337204e+18 9.2233720368547779e+18 9223372036854777856.000000 - -"},
     {{cu_Variant_set_ieee64, -0x1p63}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
     {{cu_Variant_set_ieee64, -0x1.0000000000001p63}, "true - - - - - - - - -9.22337204e+18 -9.2233720368547779e+18 -9223372036854777856.000000 - -"},
     {{cu_Variant_set_ieee64, 0x1p64}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
     {{cu_Variant_set_ieee64, 0x1.0000000000001p64}, "true - - - - - - - - 1.84467441e+19 1.8446744073709556e+19 18446744073709555712.000000 - -"},
     {{cu_Variant_set_ieee64, 1e39}, "true - - - - - - - - inf 9.9999999999999994e+38 999999999999999939709166371603178586112.000000 - -"},
-    {{cu_Variant_set_ieee64, 1e-50}, "true 0 0 0 0 0 0 0 0 0 1e-50 0.000000 - -"},
-    {{cu_Variant_set_ieee64, INFINITY}, "true - - - - - - - - inf inf inf - -"},
-    {{cu_Variant_set_ieee64, NAN}, "true 0 0 0 0 0 0 0 0 nan nan nan - -"},
     {{cu_Variant_set_string, "1"}, "true 1 1 1 1 1 1 1 1 1 1 1 [31] -"},
     {{cu_Variant_set_string, "TRUE"}, "true ! ! ! ! ! ! ! ! ! ! TRUE [54525545] -"},
     {{cu_Variant_set_string, "-128"}, "! -128 ! -128 ! -128 ! -128 ! -128 -128 -128 [2D313238] -"},
@@ -122,7 +90,9 @@ const Row rows[] = {
 
 cu_VariantType is(const cu_Variant* variant)
 {
-    return variant->type;
+    cu_VariantType type = ~0U;
+    EXPECT_EQ(cu_Variant_getType(variant, &type), 0U);
+    return type;
 }
 
 TEST(Variant, becomesAnyOtherTypeOrStaysAsItIs)
@@ -175,23 +145,19 @@ void expectRoundTrip(cu_ErrorCode (*set)(cu_Variant*, T), cu_ErrorCode (*get)(co
         T got = {};
         EXPECT_EQ(get(value, &got), 0U);
         EXPECT_EQ(got, given);
-        uint32_t is = 0;
-        EXPECT_EQ(cu_Variant_getType(value, &is), 0U);
-        EXPECT_EQ(is, type);
+        EXPECT_EQ(is(value), type);
     }
     const std::string getter = std::string("cu_Variant_get_") + typeNames[type];
     T untouched = 1;
-    Value value;
     for (uint32_t other = 0; other < std::size(typeNames) + 1; ++other) {
-        static_cast<cu_Variant*>(value)->type = other;
+        const cu_Variant wrong = {other, {}};
         if (other != type) {
-            EXPECT_FAILURE(get(value, &untouched), cu_ERROR_COM_INVARIANT, getter, file, "");
+            EXPECT_FAILURE(get(&wrong, &untouched), cu_ERROR_COM_INVARIANT, getter, file, "");
         }
     }
-    static_cast<cu_Variant*>(value)->type = 0;
     EXPECT_EQ(untouched, T{1});
     EXPECT_REFUSED(get(nullptr, &untouched), getter, file);
-    EXPECT_REFUSED(get(value, nullptr), getter, file);
+    EXPECT_REFUSED(get(Value(), nullptr), getter, file);
     EXPECT_REFUSED(set(nullptr, untouched), "cu_Variant_free", file);
     EXPECT_EQ(support::trace().find(std::string("cu_Variant_set_") + typeNames[type] + "  -  "), 0U);
     EXPECT_REFUSED(conversions[type](nullptr), std::string("cu_Variant_convert_") + typeNames[type], file);
@@ -215,33 +181,25 @@ TEST(Variant, givesBackANumberAsTheTypeThatItWasSetAs)
 TEST(Variant, refusesBadArguments)
 {
     Value value(cu_Variant_set_string, "kept");
-    const cu_Variant* null = nullptr;
+    cu_Variant* variant = value;
+    const cu_Variant* same = value;
     const char* text = nullptr;
     const cu_VariantBinary* binary = nullptr;
     const cu_VariantVector* vector = nullptr;
     cu_VariantType type = 0;
     bool less = false;
-    EXPECT_REFUSED(cu_Variant_init(nullptr), "cu_Variant_init", file);
-    EXPECT_REFUSED(cu_Variant_free(nullptr), "cu_Variant_free", file);
-    EXPECT_REFUSED(cu_Variant_getType(nullptr, &type), "cu_Variant_getType", file);
-    EXPECT_REFUSED(cu_Variant_getType(value, nullptr), "cu_Variant_getType", file);
-    EXPECT_REFUSED(cu_Variant_clone(nullptr, value), "cu_Variant_clone", file);
-    EXPECT_REFUSED(cu_Variant_clone(value, nullptr), "cu_Variant_clone", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{variant, same, &text, &binary, &vector, &type, &less}), cu_Variant_init,
+                         cu_Variant_free, cu_Variant_getType, cu_Variant_clone, cu_Variant_get_string,
+                         cu_Variant_get_binary, cu_Variant_get_vector, cu_Variant_convert, cu_Variant_convert_string,
+                         cu_Variant_lessThan);
     EXPECT_REFUSED(cu_Variant_set_string(value, nullptr), "cu_Variant_set_string", file);
     EXPECT_REFUSED(cu_Variant_set_vector(value, nullptr, 1), "cu_Variant_set_vector", file);
     EXPECT_REFUSED(cu_Variant_set_vector(value, value, 0), "cu_Variant_set_vector", file);
     EXPECT_REFUSED(cu_Variant_set_string(nullptr, ""), "cu_Variant_free", file);
     EXPECT_REFUSED(cu_Variant_set_binary(nullptr, nullptr, 0), "cu_Variant_free", file);
     EXPECT_REFUSED(cu_Variant_set_vector(nullptr, value, 1), "cu_Variant_free", file);
-    EXPECT_REFUSED(cu_Variant_get_string(nullptr, &text), "cu_Variant_get_string", file);
-    EXPECT_REFUSED(cu_Variant_get_string(value, nullptr), "cu_Variant_get_string", file);
     EXPECT_FAILURE(cu_Variant_get_binary(value, &binary), cu_ERROR_COM_INVARIANT, "cu_Variant_get_binary", file, "");
     EXPECT_FAILURE(cu_Variant_get_vector(value, &vector), cu_ERROR_COM_INVARIANT, "cu_Variant_get_vector", file, "");
-    EXPECT_REFUSED(cu_Variant_convert(nullptr, 0), "cu_Variant_convert", file);
-    EXPECT_REFUSED(cu_Variant_convert_string(nullptr), "cu_Variant_convert_string", file);
-    EXPECT_REFUSED(cu_Variant_lessThan(nullptr, value, value), "cu_Variant_lessThan", file);
-    EXPECT_REFUSED(cu_Variant_lessThan(&less, null, value), "cu_Variant_lessThan", file);
-    EXPECT_REFUSED(cu_Variant_lessThan(&less, value, null), "cu_Variant_lessThan", file);
     EXPECT_EQ(cu_Variant_get_string(value, &text), 0U);
     EXPECT_STREQ(text, "kept");
 }
@@ -274,15 +232,6 @@ TEST(Variant, tellsOfTypesThatDoNotExist)
     EXPECT_EQ(strange.type, 0U);
 }
 
-TEST(Variant, aVectorThatCannotBeReleasedStays)
-{
-    cu_Variant broken = {cu_VARIANT_VECTOR, {.vector = {nullptr, 1}}};
-    EXPECT_REFUSED(cu_Variant_free(&broken), "cu_Variant_free", file);
-    EXPECT_EQ(support::trace().find("cu_Variant_free  -  "), 0U);
-    EXPECT_REFUSED(cu_Variant_set_string(&broken, "text"), "cu_Variant_free", file);
-    EXPECT_EQ(broken.type, cu_VARIANT_VECTOR);
-}
-
 TEST(Variant, bytesThatAreNotThereHaveALengthAllTheSame)
 {
     Value value(cu_Variant_set_string, "before");
@@ -300,22 +249,17 @@ TEST(Variant, mayBeSetFromWhatItHolds)
     Value value(cu_Variant_set_string, ("skipped " + longText).c_str());
     EXPECT_EQ(cu_Variant_set_string(value, value->string + 8), 0U);
     EXPECT_EQ(value.shown(), "string " + longText);
-    EXPECT_EQ(cu_Variant_clone(value, value), 0U);
-    EXPECT_EQ(value.shown(), "string " + longText);
     EXPECT_EQ(cu_Variant_set_vector(value, value, 1), 0U);
     EXPECT_EQ(value.shown(), "vector (string " + longText + ")");
     EXPECT_EQ(cu_Variant_set_string(value, value->vector.items[0].value.string), 0U);
-    EXPECT_EQ(value.shown(), "string " + longText);
 
-    Value bytes(Value::bytes("abcdef"));
-    EXPECT_EQ(cu_Variant_set_binary(bytes, bytes->binary.data + 2, 3), 0U);
-    EXPECT_EQ(bytes.shown(), "binary [636465]");
-
-    Value tree(Value::vector({value, bytes, Value::vector({bytes, value})}));
+    Value tree(Value::vector({value, value, Value::vector({Value::bytes("abcdef"), value})}));
     EXPECT_EQ(cu_Variant_set_vector(tree, &tree->vector.items[1], 2), 0U);
-    EXPECT_EQ(tree.shown(), "vector (" + bytes.shown() + ", vector (" + bytes.shown() + ", " + value.shown() + "))");
+    EXPECT_EQ(tree.shown(), "vector (" + value.shown() + ", vector (binary [616263646566], " + value.shown() + "))");
     EXPECT_EQ(cu_Variant_clone(tree, &tree->vector.items[1].value.vector.items[0]), 0U);
-    EXPECT_EQ(tree.shown(), bytes.shown());
+    EXPECT_EQ(cu_Variant_set_binary(tree, tree->binary.data + 2, 3), 0U);
+    EXPECT_EQ(cu_Variant_clone(tree, tree), 0U);
+    EXPECT_EQ(tree.shown(), "binary [636465]");
 }
 
 TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)
@@ -349,13 +293,19 @@ TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)
     expect(number, cu_Variant_convert_string, "sint32 4711", "string 4711", 1);
 }
 
-TEST(Variant, aVectorTooLargeForItsSizeIsRefused)
+TEST(Variant, aVectorThatCannotBeMadeOrReleasedIsRefused)
 {
     // Its bytes are a multiple of 2^32 and a few.
     Value value(cu_Variant_set_sint8, 1);
     EXPECT_FAILURE(cu_Variant_set_vector(value, value, static_cast<uint32_t>((1ULL << 32) / sizeof(cu_Variant)) + 1),
                    cu_ERROR_COM_MALLOC_FAILED, "cu_Variant_set_vector", file, "");
     EXPECT_EQ(value.shown(), "null");
+
+    cu_Variant broken = {cu_VARIANT_VECTOR, {.vector = {nullptr, 1}}};
+    EXPECT_REFUSED(cu_Variant_free(&broken), "cu_Variant_free", file);
+    EXPECT_EQ(support::trace().find("cu_Variant_free  -  "), 0U);
+    EXPECT_REFUSED(cu_Variant_set_string(&broken, "text"), "cu_Variant_free", file);
+    EXPECT_EQ(broken.type, cu_VARIANT_VECTOR);
 }
 
 bool less(const cu_Variant* a, const cu_Variant* b)
