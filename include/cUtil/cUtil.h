@@ -35,7 +35,10 @@
 #include <cUtil/network/tcpSocket.h>
 #include <cUtil/network/udpSocket.h>
 #include <cUtil/pointerBuffer.h>
+#include <cUtil/process.h>
+#include <cUtil/processInfo.h>
 #include <cUtil/propertyMap.h>
+#include <cUtil/realTime.h>
 #include <cUtil/ringBuffer.h>
 #include <cUtil/rpcChannel.h>
 #include <cUtil/rpcQueue.h>

@@ -34,9 +34,7 @@ cu_ErrorCode cu_SharedLibrary_new(cu_SharedLibrary** library, const char* name, 
     internal::Owned<cu_SharedLibrary> fresh;
     CU_TRY(fresh.allocate(allocator));
     internal::Owned<char> copy;
-    const auto size = static_cast<uint32_t>(strlen(name) + 1);
-    CU_TRY(copy.allocateBytes(allocator, size));
-    memcpy(copy.get(), name, size);
+    CU_TRY(internal::copyText(copy, name, allocator, CU_HERE));
 
     fresh->handle = openLibrary(name);
     if (fresh->handle == nullptr)

@@ -24,6 +24,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+extern "C" {
+#include <sys/pidfd.h> // which does not say so itself
+}
+
 namespace
 {
 
@@ -212,6 +216,9 @@ extern "C" __attribute__((visibility("default"))) ssize_t __read_chk(int file, v
     EXPECT_LE(size, room);
     return mustFail("read", __builtin_return_address(0)) ? -1 : read(file, buffer, size);
 }
+INTERCEPT_NOTHROW(fork, (), ())
+INTERCEPT_NOTHROW(mlockall, (int flags), (flags))
+INTERCEPT_NOTHROW(pidfd_open, (pid_t id, unsigned flags), (id, flags))
 INTERCEPT_NOTHROW(unlink, (const char* path), (path))
 INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
 

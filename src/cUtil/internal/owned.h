@@ -7,6 +7,7 @@
 #include <cUtil/mallocAllocator.h>
 
 #include <new>
+#include <string_view>
 #include <type_traits>
 
 namespace cu::internal
@@ -66,6 +67,19 @@ private:
     void* block_ = nullptr;
     cu_allocator* allocator_ = nullptr;
 };
+
+/// Copies a text into a block, for the exported function whose place it is given.
+inline cu_ErrorCode copyText(Owned<char>& copy, std::string_view text, cu_allocator* allocator, Place here)
+{
+    if (text.size() >= UINT32_MAX)
+        return report(cu_ERROR_COM_MALLOC_FAILED, 0, here, nullptr);
+    const cu_ErrorCode code = copy.allocateBytes(allocator, static_cast<uint32_t>(text.size() + 1));
+    if (code == 0) {
+        memcpy(copy.get(), text.data(), text.size());
+        copy.get()[text.size()] = '\0';
+    }
+    return code;
+}
 
 /// Gives an object back to its allocator and resets the handle; the object is gone even while the handle is reset.
 template <typename T>

@@ -1,0 +1,273 @@
+#include <cUtil/process.h>
+
+#include "support/inject.h"
+#include "support/process.h"
+#include "support/record.h"
+#include "support/refusal.h"
+#include "support/signalStorm.h"
+#include "support/sweep.h"
+
+#include <cUtil/processInfo.h>
+#include <cUtil/realTime.h>
+
+#include <fstream>
+#include <sys/resource.h>
+
+namespace
+{
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr char file[] = "src/cUtil/process.linux";
+
+class Child
+{
+public:
+    explicit Child(const char* path, std::vector<const char*> arguments = {})
+    {
+        EXPECT_EQ(cu_Process_new(&me_, path, allocator_.get()), 0U);
+        for (const char* argument : arguments)
+            EXPECT_EQ(cu_Process_addArgument(me_, argument), 0U);
+    }
+    ~Child() { EXPECT_EQ(cu_Process_delete(&me_), 0U); }
+
+    operator cu_Process*() const { return me_; }
+
+    pid_t start(bool waitBeforeExec = false) const
+    {
+        EXPECT_EQ(cu_Process_start(me_, waitBeforeExec), 0U);
+        int32_t id = 0;
+        EXPECT_EQ(cu_Process_getProcessID(me_, &id), 0U);
+        return id;
+    }
+
+    bool isRunning() const
+    {
+        bool running = false;
+        EXPECT_EQ(cu_Process_isRunning(me_, &running), 0U);
+        return running;
+    }
+
+private:
+    support::WatchfulAllocator allocator_;
+    cu_Process* me_ = nullptr;
+};
+
+// Waits for a child behind the library's back.
+int statusOf(pid_t id)
+{
+    int status = 0;
+    EXPECT_EQ(waitpid(id, &status, 0), id);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+TEST(Process, refusesNullsAndEndsWithoutAChild)
+{
+    EXPECT_CLEAN_FAILURES(cu_Process_new, cu_Process_delete, "/usr/bin/tool");
+    const Child child("/usr/bin/tool");
+    cu_Process* none = nullptr;
+    cu_Process* some = child;
+    bool running = true;
+    int32_t id = -7;
+    const char* const untouched = "untouched";
+    const char* command = untouched;
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, "path"}), cu_Process_new);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{some, "argument"}), cu_Process_addArgument);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{some, &running}), cu_Process_isRunning);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{some, &id}), cu_Process_getProcessID);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{some, &command}), cu_Process_getCommand);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&some}, cu_Process_delete);
+    EXPECT_REFUSED(cu_Process_start(nullptr, false), "cu_Process_start", file);
+    EXPECT_REFUSED(cu_Process_stop(nullptr), "cu_Process_stop", file);
+    EXPECT_REFUSED(cu_Process_addArgument(some, ""), "cu_Process_addArgument", file);
+    EXPECT_EQ(cu_Process_getCommand(some, &command), 0U);
+    EXPECT_EQ(command, untouched);
+    EXPECT_FALSE(child.isRunning());
+    EXPECT_FAILURE(cu_Process_stop(some), cu_ERROR_COM_INVARIANT, "cu_Process_stop", file, "");
+    EXPECT_FAILURE(cu_Process_getProcessID(some, &id), cu_ERROR_COM_INVARIANT, "cu_Process_getProcessID", file, "");
+    EXPECT_EQ(id, -7);
+}
+
+TEST(Process, handsOnAsManyArgumentsAsThereAre)
+{
+    for (const auto& [path, name] :
+         {std::pair{"/usr/bin/no-such-tool", "no-such-tool"}, {"/none//", "none"}, {"//", "/"}}) {
+        const support::Outcome outcome = support::outcomeOf([path = path] {
+            const Child child(path);
+            EXPECT_EQ(statusOf(child.start()), 1);
+        });
+        EXPECT_EQ(outcome.status, 0) << outcome.out;
+        EXPECT_THAT(outcome.error, HasSubstr(std::string("\targv[0] = '") + name + "'\n\terrno: ["));
+    }
+    const support::Outcome outcome = support::outcomeOf([] {
+        const Child child("/bin/sh", {"-c", "echo $# $1 ${251} ${252}", "sh"});
+        for (int count = 4; count < 255; ++count)
+            EXPECT_EQ(cu_Process_addArgument(child, count == 254 ? "last" : "more words"), 0U);
+        EXPECT_FAILURE(cu_Process_addArgument(child, "one too many"), cu_ERROR_COM_INVARIANT, "cu_Process_addArgument",
+                       file, "");
+        EXPECT_EQ(statusOf(child.start()), 0);
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "251 more words last\n");
+}
+
+TEST(Process, isStartedOnceAndKilledByStopAndDelete)
+{
+    pid_t id = 0;
+    {
+        const Child child("/bin/sleep", {"1000"});
+        for (int round = 0; round < 3; ++round) {
+            id = child.start();
+            EXPECT_TRUE(child.isRunning());
+            EXPECT_FAILURE(cu_Process_start(child, false), cu_ERROR_PROCESS_ALREADY_RUNNING, "cu_Process_start", file,
+                           "Process is already running");
+            EXPECT_EQ(cu_Process_stop(child), 0U);
+            EXPECT_FALSE(child.isRunning());
+            EXPECT_EQ(kill(id, 0), -1) << "waited for";
+        }
+        id = child.start();
+    }
+    EXPECT_EQ(kill(id, 0), -1);
+    const Child quick("/bin/true");
+    id = quick.start();
+    siginfo_t info = {};
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(id), &info, WEXITED | WNOWAIT), 0);
+    EXPECT_TRUE(quick.isRunning()) << "the system is not asked";
+    EXPECT_EQ(cu_Process_stop(quick), 0U);
+    const support::Injection injection("fork", EAGAIN);
+    EXPECT_SYSTEM_FAILURE(cu_Process_start(quick, false), cu_ERROR_PROCESS_LAUNCH_FAILURE, EAGAIN, "cu_Process_start",
+                          file, "Failed to start process");
+    EXPECT_FALSE(quick.isRunning());
+}
+
+// Another child of this process that has got the number of one that somebody else waited for.
+TEST(Process, aStrangerWithTheChildsNumberIsLeftAlone)
+{
+    const Child gone("/bin/true");
+    const pid_t id = gone.start();
+    EXPECT_EQ(statusOf(id), 0);
+    std::ofstream("/proc/sys/kernel/ns_last_pid") << id - 1;
+    support::Process stranger([] { return pause(); });
+    if (stranger.id() != id)
+        std::cout << "the kernel gives no numbers on demand here: nobody has the child's\n";
+    EXPECT_SYSTEM_FAILURE(cu_Process_stop(gone), cu_ERROR_COM_INVARIANT, ECHILD, "cu_Process_stop", file,
+                          "waitpid failed!");
+    EXPECT_EQ(kill(stranger.id(), 0), 0);
+    siginfo_t info = {};
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(stranger.id()), &info, WEXITED | WNOHANG | WNOWAIT), 0);
+    EXPECT_EQ(info.si_pid, 0) << "it runs";
+}
+
+TEST(Process, withoutHandlesOfTheKernelIdsDo)
+{
+    const support::Injection injection = support::Injection::ofEvery("pidfd_open", ENOSYS);
+    const Child child("/bin/sleep", {"1000"});
+    const pid_t id = child.start();
+    EXPECT_EQ(cu_Process_stop(child), 0U);
+    EXPECT_EQ(kill(id, 0), -1);
+    const Child gone("/bin/true");
+    EXPECT_EQ(statusOf(gone.start()), 0);
+    EXPECT_SYSTEM_FAILURE(cu_Process_stop(gone), cu_ERROR_COM_INVARIANT, ECHILD, "cu_Process_stop", file,
+                          "waitpid failed!");
+}
+
+// What the parent has buffered, its exit handlers, its blocked and ignored signals are its own.
+TEST(Process, theChildBeginsAfresh)
+{
+    const support::Outcome outcome = support::outcomeOf([] {
+        printf("once");
+        atexit([] { puts(" at the end"); });
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);
+        signal(SIGUSR1, SIG_IGN);
+        EXPECT_EQ(statusOf(Child("/no/such/program", {"an argument"}).start()), 1);
+        EXPECT_EQ(statusOf(Child("/bin/grep", {"-E", "^Sig(Blk|Ign):.*[1-9a-f]", "/proc/self/status"}).start()), 1);
+        exit(testing::Test::HasFailure() ? 99 : 0);
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "once at the end\n");
+    EXPECT_EQ(outcome.error, "Failed to execv() the requested process. Arguments:\n\tfile = '/no/such/program'\n"
+                             "\targv[0] = 'program'\n\targv[1] = 'an argument'\n"
+                             "\terrno: [2] No such file or directory\n");
+}
+
+TEST(Process, signalsDoNotCutTheWaitShort)
+{
+    const support::SignalStorm storm;
+    for (int round = 0; round < 50; ++round) {
+        const Child child("/bin/sleep", {"1000"});
+        child.start();
+        EXPECT_EQ(cu_Process_stop(child), 0U);
+    }
+}
+
+TEST(Process, aDebuggerGetsTimeAndTheId)
+{
+    const support::Outcome outcome = support::outcomeOf([] {
+        const Child child("/bin/true");
+        const auto start = std::chrono::steady_clock::now();
+        const pid_t id = child.start(true);
+        EXPECT_EQ(statusOf(id), 0);
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(9999));
+        fprintf(stderr, "%d", id);
+    });
+    EXPECT_EQ(outcome.status, 0);
+    const std::string line = std::string(57, '*') + '\n';
+    EXPECT_EQ(outcome.out, '\n' + line + "  Continuing in 10s\n  PID: " + outcome.error + '\n' + line);
+}
+
+TEST(ProcessInfo, tellsTheTimesOfAProcessWhateverItsName)
+{
+    constexpr char infoFile[] = "src/cUtil/processInfo.linux";
+    cu_TimeValue user = {-1, -1};
+    cu_TimeValue system = {-1, -1};
+    EXPECT_REFUSED(cu_ProcessInfo_getCPUTimes(1, nullptr, &system), "cu_ProcessInfo_getCPUTimes", infoFile);
+    EXPECT_REFUSED(cu_ProcessInfo_getCPUTimes(1, &user, nullptr), "cu_ProcessInfo_getCPUTimes", infoFile);
+    EXPECT_SYSTEM_FAILURE(cu_ProcessInfo_getCPUTimes(-1, &user, &system), cu_ERROR_COM_INVALID_ARGUMENT, ENOENT,
+                          "cu_ProcessInfo_getCPUTimes", infoFile, "Failed to open '/proc/-1/stat'.");
+    EXPECT_EQ(user.tv_nsec, -1);
+    prctl(PR_SET_NAME, ") R 1 (2");
+    rusage before = {};
+    do
+        getrusage(RUSAGE_SELF, &before);
+    while (before.ru_utime.tv_sec * 1000 + before.ru_utime.tv_usec / 1000 < 150);
+    ASSERT_EQ(cu_ProcessInfo_getCPUTimes(getpid(), &user, &system), 0U);
+    rusage after = {};
+    getrusage(RUSAGE_SELF, &after);
+    const auto seconds = [](const auto& time, auto fraction) { return static_cast<double>(time.tv_sec) + fraction; };
+    // The kernel splits the sum by samples: only that is sure.
+    const double told = seconds(user, 1e-9 * static_cast<double>(user.tv_nsec)) +
+                        seconds(system, 1e-9 * static_cast<double>(system.tv_nsec));
+    const auto sum = [&](const rusage& usage) {
+        return seconds(usage.ru_utime, 1e-6 * static_cast<double>(usage.ru_utime.tv_usec)) +
+               seconds(usage.ru_stime, 1e-6 * static_cast<double>(usage.ru_stime.tv_usec));
+    };
+    EXPECT_GE(told, sum(before) - 0.03);
+    EXPECT_LE(told, sum(after) + 0.03);
+    const support::Injection injection("read", EIO);
+    EXPECT_SYSTEM_FAILURE(cu_ProcessInfo_getCPUTimes(getpid(), &user, &system), cu_ERROR_COM_INVARIANT, EIO,
+                          "cu_ProcessInfo_getCPUTimes", infoFile,
+                          "Failed to parse '/proc/" + std::to_string(getpid()) + "/stat'.");
+}
+
+TEST(RealTime, locksMemoryOrSaysWhyNot)
+{
+    constexpr char realTimeFile[] = "src/cUtil/realTime.linux";
+    EXPECT_REFUSED(cu_configureTaskForRealTime(0), "cu_configureTaskForRealTime", realTimeFile);
+    {
+        const support::Injection injection("mlockall", EPERM);
+        EXPECT_SYSTEM_FAILURE(cu_configureTaskForRealTime(1), cu_ERROR_COM_INVARIANT, EPERM,
+                              "cu_configureTaskForRealTime", realTimeFile,
+                              "mlockall(..) failed: [1] Operation not permitted");
+    }
+    support::Process granted([] {
+        const cu_ErrorCode code = cu_configureTaskForRealTime(UINT32_MAX);
+        EXPECT_TRUE(code == 0 || getuid() != 0) << code;
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(granted.wait(), 0);
+}
+
+} // namespace
