@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <locale.h>
+#include <malloc.h>
 #include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
@@ -218,6 +219,7 @@ extern "C" __attribute__((visibility("default"))) ssize_t __read_chk(int file, v
 }
 INTERCEPT_NOTHROW(fork, (), ())
 INTERCEPT_NOTHROW(mlockall, (int flags), (flags))
+INTERCEPT_AS(int, mallopt, (int what, int value), (what, value), 0, noexcept)
 INTERCEPT_NOTHROW(pidfd_open, (pid_t id, unsigned flags), (id, flags))
 INTERCEPT_NOTHROW(unlink, (const char* path), (path))
 INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
