@@ -30,7 +30,8 @@ const Row rows[] = {
     //                           bool sint8 uint8 sint16 uint16 sint32 uint32 sint64 uint64 ieee32 ieee64 string binary vector
     {{cu_Variant_set_bool, true}, "true 1 1 1 1 1 1 1 1 1 1 true - -"},
     {{cu_Variant_set_sint8, INT8_MIN}, "true -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
-    {{cu_Variant_set_sint8, INT8_MAX}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_uint64, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
+    {{cu_Variant_set_sint16, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
     {{cu_Variant_set_uint8, UINT8_MAX}, "true - 255 255 255 255 255 255 255 255 255 255 - -"},
     {{cu_Variant_set_sint16, INT16_MIN}, "true - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
     {{cu_Variant_set_sint16, -129}, "true - - -129 - -129 - -129 - -129 -129 -129 - -"},
