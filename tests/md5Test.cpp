@@ -1,5 +1,5 @@
 #include "internal/md5.h"
-#include "support/record.h"
+#include "support/refusal.h"
 #include "support/scale.h"
 
 #include <cUtil/md5.h>
@@ -31,41 +31,18 @@ Bytes digestOf(const void* data, uint32_t length)
     return digest;
 }
 
-TEST(Md5, knownTextsHaveTheirDigests)
-{
-    const std::pair<std::string, std::string> known[] = {
-        {"a", "0cc175b9c0f1b6a831c399e269772661"},
-        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-        {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-        {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
-        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789", "d174ab98d277d9f5a5611c2c9f419d9f"},
-        {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
-         "57edf4a22be3c955ac49da2e2107b67a"},
-    };
-    for (const auto& [text, digest] : known)
-        EXPECT_EQ(toText(digestOf(text.data(), static_cast<uint32_t>(text.size()))), digest) << text;
-}
-
-TEST(Md5, everyLengthAroundTheEndsOfBlocksAndEveryAlignmentIsDigested)
+// All lengths up to some blocks and all alignments, in one digest: that of their digests, one behind the other.
+TEST(Md5, everyLengthAndEveryAlignmentIsDigested)
 {
     constexpr uint32_t longest = 300;
-    Bytes data(longest);
-    for (uint32_t i = 0; i < longest; ++i)
-        data[i] = static_cast<uint8_t>(i * 7 + i / 256);
-    const std::pair<uint32_t, std::string> known[] = {
-        {55, "8d24280288a696559fd8d5aa1b6d8c6e"},  {56, "ef2c72b7254c92459e498eddd4ace573"},
-        {63, "c4c8c6d513f4e1604eb18508a1769364"},  {64, "a2fcb39a253b9b785b1f97518fa37683"},
-        {119, "1640deea49ebb258ec6ede18d4b2d2d7"}, {120, "05f879f7b542a7ebf0605adff67d4423"},
-    };
-    for (const auto& [length, digest] : known)
-        EXPECT_EQ(toText(digestOf(data.data(), length)), digest) << length;
-
     for (uint32_t offset = 0; offset < 8; ++offset) {
-        Bytes digests; // of 1, 2, ... bytes, one behind the other
+        Bytes digests;
         for (uint32_t length = 1; length <= longest; ++length) {
-            Bytes moved(offset + length); // so that a sanitizer sees a read beyond
-            std::copy_n(data.data(), length, moved.data() + offset);
-            const Bytes digest = digestOf(moved.data() + offset, length);
+            Bytes data(offset); // ends where the data does, so that a sanitizer sees a read beyond
+            for (uint32_t i = 0; i < length; ++i)
+                data.push_back(static_cast<uint8_t>(i * 7 + i / 256));
+            data.shrink_to_fit();
+            const Bytes digest = digestOf(data.data() + offset, length);
             digests.insert(digests.end(), digest.begin(), digest.end());
         }
         EXPECT_EQ(toText(digestOf(digests.data(), static_cast<uint32_t>(digests.size()))),
@@ -95,9 +72,8 @@ TEST(Md5, nothingThatCannotBeDigestedIs)
 {
     uint8_t bytes[CU_MD5_DIGEST_SIZE] = {'a', 'b', 'c'};
     constexpr char file[] = "src/cUtil/md5";
-    EXPECT_REFUSED(cu_checksum_md5(nullptr, 0, nullptr), "cu_checksum_md5", file);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&bytes[0]}, cu_checksum_md5);
     EXPECT_REFUSED(cu_checksum_md5(bytes, 0, bytes), "cu_checksum_md5", file);
-    EXPECT_REFUSED(cu_checksum_md5(bytes, 3, nullptr), "cu_checksum_md5", file);
     EXPECT_EQ(bytes[0], 'a');
     // The digest may take the place of the data.
     EXPECT_EQ(cu_checksum_md5(bytes, 3, bytes), 0U);

@@ -53,17 +53,13 @@ TEST(Uuid, textAndBytesTellTheSame)
 
 TEST(Uuid, aCharacterThatIsNoDigitIsNamedAndTheBytesBeforeItStay)
 {
-    for (std::size_t at = 0; at < 32; ++at) {
-        for (const char bad : {'g', 'G', '/', ':', '@', '`', ' ', '\xB0'}) {
-            std::string text = counted;
-            text[at] = bad;
-            text[31] = at < 31 ? 'z' : bad; // the first one is told
-            cu_UUID uuid;
-            memset(&uuid, 0xEE, sizeof(uuid));
-            EXPECT_FAILURE(cu_UUID_fromString(&uuid, text.c_str()), cu_ERROR_COM_INVALID_ARGUMENT, "cu_UUID_fromString",
-                           file, std::string("The ASCII character '") + bad + "' can't be converted to hex!");
-            ASSERT_EQ(textOf(uuid), std::string(counted, at / 2 * 2) + std::string(32 - at / 2 * 2, 'E'));
-        }
+    for (const char bad : {'g', 'G', '/', ':', '@', '`', ' ', '\xB0'}) {
+        cu_UUID uuid;
+        memset(&uuid, 0xEE, sizeof(uuid));
+        const std::string text = std::string("00010") + bad + "060708090A0B0C0D0E0F00010Z"; // the first one is told
+        EXPECT_FAILURE(cu_UUID_fromString(&uuid, text.c_str()), cu_ERROR_COM_INVALID_ARGUMENT, "cu_UUID_fromString",
+                       file, std::string("The ASCII character '") + bad + "' can't be converted to hex!");
+        EXPECT_EQ(textOf(uuid), "0001EEEEEEEEEEEEEEEEEEEEEEEEEEEE");
     }
 }
 

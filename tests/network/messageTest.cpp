@@ -1,3 +1,4 @@
+#include "support/refusal.h"
 #include "support/sweep.h"
 
 #include <cUtil/network/message.h>
@@ -46,13 +47,18 @@ private:
     cu_Message* me_ = nullptr;
 };
 
-std::string content(const cu_Message* message)
+uint8_t* bytesOf(const cu_Message* message)
 {
     uint8_t* data = nullptr;
-    uint32_t size = 0;
     EXPECT_EQ(cu_Message_get(message, &data), 0U);
+    return data;
+}
+
+std::string content(const cu_Message* message)
+{
+    uint32_t size = 0;
     EXPECT_EQ(cu_Message_getSize(message, &size), 0U);
-    return std::string(data, data + size);
+    return {bytesOf(message), bytesOf(message) + size};
 }
 
 uint32_t cursor(const cu_Message* message)
@@ -60,13 +66,6 @@ uint32_t cursor(const cu_Message* message)
     uint32_t position = ~0U;
     EXPECT_EQ(cu_Message_tell(message, &position), 0U);
     return position;
-}
-
-uint8_t* bytesOf(cu_Message* message)
-{
-    uint8_t* data = nullptr;
-    EXPECT_EQ(cu_Message_get(message, &data), 0U);
-    return data;
 }
 
 TEST(Message, growsInStatedSteps)
@@ -132,10 +131,21 @@ TEST(Message, givesRoomBackAndTakesItAtOnce)
     EXPECT_EQ(content(message).size(), 1001U);
     EXPECT_EQ(cu_Message_reserve(message, 5000), 0U);
     EXPECT_EQ(message.allocator.requests().back(), 5000U);
-    const std::size_t requests = message.allocator.requests().size();
-    EXPECT_EQ(cu_Message_reserve(message, 5000), 0U);
-    EXPECT_EQ(message.allocator.requests().size(), requests);
-    EXPECT_EQ(cu_Message_resize(message, 5000), 0U);
+    message.seek(3);
+
+    cu_Message* clone = nullptr; // with the same room and cursor
+    message.allocator.refuse(1);
+    EXPECT_EQ(cu_Message_clone(&clone, message), cu_ERROR_COM_MALLOC_FAILED);
+    EXPECT_EQ(clone, nullptr);
+    ASSERT_EQ(cu_Message_clone(&clone, message), 0U);
+    EXPECT_EQ(content(clone), content(message));
+    EXPECT_EQ(cursor(clone), 3U);
+    for (cu_Message* each : {clone, static_cast<cu_Message*>(message)}) {
+        message.allocator.refuse(1);
+        EXPECT_EQ(cu_Message_reserve(each, 5000), 0U); // is there
+        EXPECT_EQ(cu_Message_resize(each, 5000), 0U);
+    }
+    EXPECT_EQ(cu_Message_delete(&clone), 0U);
 }
 
 TEST(Message, encodesLengthsInNetworkOrder)
@@ -171,13 +181,8 @@ TEST(Message, encodesLengthsInNetworkOrder)
 
 TEST(Message, lengthsThatLieFailBeforeAnythingIsAllocated)
 {
-    for (const std::string& bytes : {"\0\0\0\5four"s,
-                                     "\xFF\xFF\xFF\xFF"
-                                     "four"s,
-                                     "\xFF\xFF\xFF\xFE"
-                                     "four"s,
-                                     "\x80\0\0\0four"s}) {
-        Message message(0, bytes);
+    for (const std::string& length : {"\0\0\0\5"s, "\xFF\xFF\xFF\xFF"s, "\xFF\xFF\xFF\xFE"s, "\x80\0\0\0"s}) {
+        Message message(0, length + "four");
         message.seek(0);
         char* text = nullptr;
         EXPECT_REFUSED(cu_Message_readString(message, &text), "cu_Message_readString", file);
@@ -241,19 +246,6 @@ TEST(Message, comparesBySizeAndThenByContent)
     }
 }
 
-TEST(Message, aCloneHasTheSameCursorAndRoom)
-{
-    Message message(100, "0123456789");
-    message.seek(3);
-    cu_Message* clone = nullptr;
-    ASSERT_EQ(cu_Message_clone(&clone, message), 0U);
-    EXPECT_EQ(content(clone), "0123456789");
-    EXPECT_EQ(cursor(clone), 3U);
-    EXPECT_EQ(cu_Message_resize(clone, 100), 0U);
-    EXPECT_EQ(cu_Message_delete(&clone), 0U);
-    EXPECT_EQ(content(message), "0123456789");
-}
-
 // Lengths are tested before a byte is touched, so the data need not be there.
 TEST(Message, nothingWrapsNear4GiB)
 {
@@ -264,8 +256,6 @@ TEST(Message, nothingWrapsNear4GiB)
     EXPECT_FAILURE(cu_Message_writeVector(message, &byte, UINT32_MAX - 7), cu_ERROR_COM_MALLOC_FAILED,
                    "cu_Message_writeVector", file, "");
     message.seek(2);
-    EXPECT_REFUSED(cu_Message_read(message, &byte, UINT32_MAX), "cu_Message_read", file);
-    EXPECT_REFUSED(cu_Message_peek(message, &byte, UINT32_MAX - 1), "cu_Message_peek", file);
     message.allocator.refuse(1); // for the last capacity of all
     EXPECT_FAILURE(cu_Message_write(message, &byte, UINT32_MAX - 2), cu_ERROR_COM_MALLOC_FAILED, "refusal", "test", "");
     EXPECT_EQ(message.allocator.requests().back(), UINT32_MAX);
@@ -274,10 +264,7 @@ TEST(Message, nothingWrapsNear4GiB)
 
 TEST(Message, survivesEveryFailure)
 {
-    support::sweep<cu_Message>(
-        "cu_Message_new", [](cu_Message** me, cu_allocator* allocator) { return cu_Message_new(me, 10, allocator); },
-        cu_Message_delete);
-
+    EXPECT_CLEAN_FAILURES(cu_Message_new, cu_Message_delete, 10U);
     Message message(0, "0123456789");
     message.seek(5);
     const std::string much(100, 'x');
@@ -298,77 +285,35 @@ TEST(Message, survivesEveryFailure)
         EXPECT_EQ(content(message), "0123456789");
         EXPECT_EQ(cursor(message), 5U);
     }
-    cu_Message* clone = nullptr;
-    for (const unsigned nth : {1U, 2U}) {
-        message.allocator.refuse(nth);
-        EXPECT_EQ(cu_Message_clone(&clone, message), cu_ERROR_COM_MALLOC_FAILED);
-        EXPECT_EQ(clone, nullptr);
-    }
 }
 
 TEST(Message, refusesBadArguments)
 {
     Message message(0, "0123456789");
-    cu_Message* const none = nullptr;
-    cu_Message* empty = nullptr;
+    message.seek(2);
+    cu_Message* const some = message;
     cu_Message* taken = message;
+    cu_Message* none = nullptr;
     uint8_t* data = nullptr;
     uint32_t number = 0;
     int32_t result = 0;
     char* text = nullptr;
-    message.seek(2);
-    const struct {
-        const char* name;
-        std::function<cu_ErrorCode()> call;
-    } calls[] = {
-        {"new", [&] { return cu_Message_new(nullptr, 0, nullptr); }},
-        {"new", [&] { return cu_Message_new(&taken, 0, nullptr); }},
-        {"clone", [&] { return cu_Message_clone(nullptr, message); }},
-        {"clone", [&] { return cu_Message_clone(&taken, message); }},
-        {"clone", [&] { return cu_Message_clone(&empty, none); }},
-        {"delete", [&] { return cu_Message_delete(nullptr); }},
-        {"delete", [&] { return cu_Message_delete(&empty); }},
-        {"get", [&] { return cu_Message_get(none, &data); }},
-        {"get", [&] { return cu_Message_get(message, nullptr); }},
-        {"getSize", [&] { return cu_Message_getSize(none, &number); }},
-        {"getSize", [&] { return cu_Message_getSize(message, nullptr); }},
-        {"tell", [&] { return cu_Message_tell(none, &number); }},
-        {"tell", [&] { return cu_Message_tell(message, nullptr); }},
-        {"seek", [&] { return cu_Message_seek(none, 0); }},
-        {"seek", [&] { return cu_Message_seek(message, 11); }},
-        {"read", [&] { return cu_Message_read(none, &number, 1); }},
-        {"read", [&] { return cu_Message_read(message, nullptr, 1); }},
-        {"read", [&] { return cu_Message_read(message, &number, 0); }},
-        {"read", [&] { return cu_Message_read(message, &number, 9); }},
-        {"peek", [&] { return cu_Message_peek(none, &number, 1); }},
-        {"peek", [&] { return cu_Message_peek(message, nullptr, 1); }},
-        {"peek", [&] { return cu_Message_peek(message, &number, 0); }},
-        {"peek", [&] { return cu_Message_peek(message, &number, 9); }},
-        {"write", [&] { return cu_Message_write(none, "x", 1); }},
-        {"write", [&] { return cu_Message_write(message, nullptr, 1); }},
-        {"write", [&] { return cu_Message_write(message, "x", 0); }},
-        {"trim", [&] { return cu_Message_trim(none); }},
-        {"reserve", [&] { return cu_Message_reserve(none, 1); }},
-        {"resize", [&] { return cu_Message_resize(none, 1); }},
-        {"writeString", [&] { return cu_Message_writeString(none, ""); }},
-        {"writeString", [&] { return cu_Message_writeString(message, nullptr); }},
-        {"readString", [&] { return cu_Message_readString(none, &text); }},
-        {"readString", [&] { return cu_Message_readString(message, nullptr); }},
-        {"writeMessage", [&] { return cu_Message_writeMessage(none, message); }},
-        {"writeMessage", [&] { return cu_Message_writeMessage(message, nullptr); }},
-        {"readMessage", [&] { return cu_Message_readMessage(none, &empty); }},
-        {"readMessage", [&] { return cu_Message_readMessage(message, nullptr); }},
-        {"readMessage", [&] { return cu_Message_readMessage(message, &taken); }},
-        {"writeVector", [&] { return cu_Message_writeVector(none, "x", 1); }},
-        {"writeVector", [&] { return cu_Message_writeVector(message, nullptr, 1); }},
-        {"writeVector", [&] { return cu_Message_writeVector(message, "x", 0); }},
-        {"writeVector", [&] { return cu_Message_writeVector(message, "x", UINT32_MAX); }},
-        {"compare", [&] { return cu_Message_compare(none, message, &result); }},
-        {"compare", [&] { return cu_Message_compare(message, none, &result); }},
-        {"compare", [&] { return cu_Message_compare(message, message, nullptr); }},
-    };
-    for (const auto& c : calls)
-        EXPECT_REFUSED(c.call(), "cu_Message_"s + c.name, file);
+    const std::tuple good{&none, some, &data, &number, &result, &text, static_cast<void*>(&number)};
+    EXPECT_NULLS_REFUSED(file, good, cu_Message_new, cu_Message_clone, cu_Message_get, cu_Message_getSize,
+                         cu_Message_tell, cu_Message_seek, cu_Message_read, cu_Message_peek, cu_Message_write,
+                         cu_Message_trim, cu_Message_reserve, cu_Message_resize, cu_Message_writeString,
+                         cu_Message_readString, cu_Message_writeMessage, cu_Message_readMessage, cu_Message_writeVector,
+                         cu_Message_compare);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&taken}, cu_Message_delete);
+    EXPECT_REFUSED(cu_Message_readMessage(message, &taken), "cu_Message_readMessage", file);
+    EXPECT_REFUSED(cu_Message_seek(message, 11), "cu_Message_seek", file);
+    for (const uint32_t n : {0U, 9U, UINT32_MAX - 1, UINT32_MAX}) {
+        EXPECT_REFUSED(cu_Message_read(message, &number, n), "cu_Message_read", file);
+        EXPECT_REFUSED(cu_Message_peek(message, &number, n), "cu_Message_peek", file);
+    }
+    EXPECT_REFUSED(cu_Message_write(message, "x", 0), "cu_Message_write", file);
+    for (const uint32_t n : {0U, UINT32_MAX})
+        EXPECT_REFUSED(cu_Message_writeVector(message, "x", n), "cu_Message_writeVector", file);
     EXPECT_EQ(content(message), "0123456789");
     EXPECT_EQ(cursor(message), 2U);
 }
