@@ -221,6 +221,7 @@ INTERCEPT_NOTHROW(fork, (), ())
 INTERCEPT_NOTHROW(mlockall, (int flags), (flags))
 INTERCEPT_AS(int, mallopt, (int what, int value), (what, value), 0, noexcept)
 INTERCEPT_NOTHROW(pidfd_open, (pid_t id, unsigned flags), (id, flags))
+INTERCEPT_AS(FILE*, fopen64, (const char* path, const char* mode), (path, mode), nullptr)
 INTERCEPT_NOTHROW(unlink, (const char* path), (path))
 INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
 

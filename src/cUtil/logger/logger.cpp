@@ -140,9 +140,12 @@ uint32_t highestLevel()
 void noteLevels()
 {
     uint32_t highest = highestLevel();
-    do
-        logger.loudest.store(highest);
-    while (highest != std::exchange(highest, highestLevel()));
+    uint32_t stored = 0;
+    do {
+        stored = highest;
+        logger.loudest.store(stored);
+        highest = highestLevel();
+    } while (highest != stored);
 }
 
 bool isHeard(uint32_t level)
@@ -232,7 +235,7 @@ cu_ErrorCode cu_Logger_formattedLog(uint32_t level, const char* format, ...)
     }
 
     // Compatibility: there is no room for the NUL, so that a long text loses its last character.
-    auto* text = static_cast<char*>(malloc(size));
+    auto* text = static_cast<char*>(calloc(1, size));
     if (text == nullptr)
         return cu_ERROR_COM_MALLOC_FAILED; // Compatibility: without a report.
     va_start(arguments, format);

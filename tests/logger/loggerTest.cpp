@@ -1,0 +1,422 @@
+#include "logger/recorder.h"
+#include "support/inject.h"
+#include "support/process.h"
+#include "support/record.h"
+
+#include <cUtil/ipcSemaphore.h>
+#include <cUtil/logger/logger.h>
+#include <cUtil/version.h>
+
+#include <dlfcn.h>
+
+#include <array>
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+namespace
+{
+
+using support::Recorder;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+constexpr char file[] = "src/cUtil/logger/logger";
+
+// Logs before the tests are there and after they are gone.
+struct Early {
+    Early()
+    {
+        added = cu_Logger_addAdapter("early", adapter.get(), 2);
+        logged = cu_Logger_log(2, "before main");
+        removed = cu_Logger_removeAdapter("early");
+    }
+    ~Early()
+    {
+        if (!tells)
+            return;
+        Recorder late;
+        late.act = [](uint32_t, const std::string& text) { EXPECT_EQ(write(1, text.data(), text.size()), 10); };
+        cu_Logger_addAdapter("late", late.get(), 2);
+        cu_Logger_log(2, "after main");
+        cu_Logger_removeAllAdapters();
+    }
+    Recorder adapter;
+    cu_ErrorCode added, logged, removed;
+    bool tells = false;
+} early __attribute__((init_priority(101)));
+
+void add(const char* name, Recorder& adapter, uint32_t level)
+{
+    ASSERT_EQ(cu_Logger_addAdapter(name, adapter.get(), level), 0U);
+}
+
+TEST(Logger, isThereBeforeMainAndAfterIt)
+{
+    EXPECT_EQ(early.added | early.logged | early.removed, 0U);
+    EXPECT_THAT(early.adapter.lines(), ElementsAre("2 before main"));
+    const support::Outcome outcome = support::outcomeOf([] {
+        early.tells = true;
+        exit(7);
+    });
+    EXPECT_EQ(outcome.status, 7);
+    EXPECT_EQ(outcome.out, "after main");
+}
+
+TEST(Logger, withoutItsStateTheProcessEnds)
+{
+    Dl_info where = {};
+    ASSERT_NE(dladdr(reinterpret_cast<void*>(cu_Logger_log), &where), 0);
+    // Another file is another library, which starts as it is loaded.
+    const auto copy = std::filesystem::temp_directory_path() / ("libkoCUtil." + std::to_string(getpid()));
+    std::filesystem::copy_file(where.dli_fname, copy);
+    const std::string other = std::to_string(cu_ERROR_MUTEX_INIT_FAILED);
+    for (const auto& failing : {std::pair("calloc", "out of memory"s), {"pthread_rwlock_init", other}}) {
+        const support::Outcome outcome = support::outcomeOf([&] {
+            const auto injection = support::Injection::ofEvery(failing.first, ENOMEM);
+            dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+        });
+        EXPECT_EQ(outcome.status, 1) << failing.first;
+        EXPECT_EQ(outcome.out, "FATAL: Logger initialization failed: " + failing.second + "! Bye\n");
+    }
+    std::filesystem::remove(copy);
+}
+
+TEST(Logger, eachAdapterGetsTheLinesOfItsLevel)
+{
+    std::vector<std::string> order;
+    std::array<Recorder, 4> adapters;
+    const std::array<const char*, 4> names = {"a", "b", "c", "d"};
+    for (uint32_t level = 0; level < 4; ++level) {
+        adapters[level].act = [&, level](uint32_t, const std::string&) { order.emplace_back(names[level]); };
+        add(names[level], adapters[level], level);
+    }
+    const auto logAll = [] {
+        for (uint32_t level = 0; level < 6; ++level)
+            EXPECT_EQ(cu_Logger_log(level, "100%s %n"), 0U);
+    };
+    logAll();
+    EXPECT_THAT(adapters[0].take(), ElementsAre("0 100%s %n"));
+    EXPECT_THAT(adapters[1].take(), ElementsAre("0 100%s %n", "1 100%s %n"));
+    EXPECT_EQ(adapters[3].take().size(), 4U);
+    EXPECT_THAT(order, ElementsAre("d", "c", "b", "a", "d", "c", "b", "d", "c", "d"));
+
+    EXPECT_EQ(cu_Logger_setSpecificLogLevel("b", 5), 0U);
+    EXPECT_EQ(cu_Logger_setSpecificLogLevel("d", 0), 0U);
+    logAll();
+    EXPECT_EQ(adapters[1].take().size(), 6U);
+    EXPECT_EQ(adapters[3].take().size(), 1U);
+    EXPECT_EQ(cu_Logger_setLogLevel(1), 0U);
+    logAll();
+    for (Recorder& adapter : adapters)
+        EXPECT_THAT(adapter.take(), testing::Contains("1 100%s %n"));
+
+    // Who has left raises and lowers nothing.
+    EXPECT_EQ(cu_Logger_setSpecificLogLevel("b", 3), 0U);
+    EXPECT_EQ(cu_Logger_removeAdapter("b"), 0U);
+    EXPECT_TRUE(adapters[1].ended);
+    EXPECT_EQ(adapters[1].get()->name, nullptr);
+    order.clear();
+    logAll();
+    EXPECT_THAT(order, ElementsAre("d", "c", "a", "d", "c", "a"));
+    EXPECT_EQ(cu_Logger_removeAllAdapters(), 0U);
+    for (const Recorder& adapter : adapters)
+        EXPECT_TRUE(adapter.ended);
+    logAll();
+}
+
+TEST(Logger, anAdapterThatFailsKeepsNoLineFromTheOthers)
+{
+    Recorder oldest;
+    Recorder failing[2];
+    Recorder youngest;
+    add("oldest", oldest, 3);
+    add("second failure", failing[1], 3);
+    add("first failure", failing[0], 3);
+    add("youngest", youngest, 3);
+    failing[0].answer = 77;
+    failing[1].answer = 78;
+    failing[1].act = [](uint32_t, const std::string&) { cu_Logger_removeAdapter(nullptr); };
+    EXPECT_FAILURE(cu_Logger_log(1, "text"), 77U, "logMessage", "recorder", "text");
+    EXPECT_THAT(support::trace(), testing::MatchesRegex("cu_logger_Adapter_logMessage  -  .*\ncu_Logger_log  -  .*\n"));
+    EXPECT_FAILURE(cu_Logger_formattedLog(1, "%d", 5), 77U, "logMessage", "recorder", "5");
+    EXPECT_THAT(support::trace(), HasSubstr("cu_Logger_formattedLog  -  src/cUtil/logger/logger:"));
+    EXPECT_THAT(oldest.lines(), ElementsAre("1 text", "1 5"));
+    EXPECT_EQ(youngest.lines(), oldest.lines());
+
+    failing[0].lastAnswer = 79;
+    EXPECT_FAILURE(cu_Logger_removeAdapter("first failure"), 79U, "destruct", "recorder", "");
+    EXPECT_EQ(failing[0].get()->name, nullptr);
+    failing[0].lastAnswer = 0;
+    cu_logger_Adapter* left = failing[0].get();
+    EXPECT_EQ(cu_logger_Adapter_destruct(&left), 0U);
+    EXPECT_EQ(left, nullptr);
+}
+
+TEST(Logger, refusesWhatIsNoAdapterOrHasNoNameOfItsOwn)
+{
+    Recorder one;
+    Recorder other;
+    void* pointer = nullptr;
+    cu_logger_Adapter bare = {};
+    cu_logger_Adapter* handle = &bare;
+    cu_logger_Adapter* none = nullptr;
+    add("one", one, 3);
+    EXPECT_REFUSED(cu_Logger_log(0, nullptr), "cu_Logger_log", file);
+    EXPECT_REFUSED(cu_Logger_formattedLog(0, nullptr), "cu_Logger_formattedLog", file);
+    EXPECT_REFUSED(cu_Logger_setSpecificLogLevel(nullptr, 0), "cu_Logger_setSpecificLogLevel", file);
+    EXPECT_REFUSED(cu_Logger_setSpecificLogLevel("", 0), "cu_Logger_setSpecificLogLevel", file);
+    EXPECT_REFUSED(cu_Logger_addAdapter(nullptr, other.get(), 0), "cu_Logger_addAdapter", file);
+    EXPECT_REFUSED(cu_Logger_addAdapter("", other.get(), 0), "cu_Logger_addAdapter", file);
+    EXPECT_REFUSED(cu_Logger_addAdapter("other", nullptr, 0), "cu_Logger_addAdapter", file);
+    EXPECT_REFUSED(cu_Logger_addAdapter("other", one.get(), 0), "cu_Logger_addAdapter", file);
+    EXPECT_REFUSED(cu_Logger_addAdapter("one", other.get(), 0), "cu_Logger_addAdapter", file);
+    EXPECT_REFUSED(cu_Logger_removeAdapter(nullptr), "cu_Logger_removeAdapter", file);
+    EXPECT_REFUSED(cu_Logger_setThreadSpecific(nullptr), "cu_ThreadLocal_setSpecific", "src/cUtil/threadLocal");
+    EXPECT_REFUSED(cu_Logger_getThreadSpecific(nullptr), "cu_ThreadLocal_getSpecific", "src/cUtil/threadLocal");
+    constexpr char adapterFile[] = "src/cUtil/logger/adapter";
+    EXPECT_REFUSED(cu_logger_Adapter_logMessage(nullptr, 0, ""), "cu_logger_Adapter_logMessage", adapterFile);
+    EXPECT_REFUSED(cu_logger_Adapter_logMessage(&bare, 0, ""), "cu_logger_Adapter_logMessage", adapterFile);
+    EXPECT_REFUSED(cu_logger_Adapter_logMessage(one.get(), 0, nullptr), "cu_logger_Adapter_logMessage", adapterFile);
+    EXPECT_REFUSED(cu_logger_Adapter_destruct(nullptr), "cu_logger_Adapter_destruct", adapterFile);
+    EXPECT_REFUSED(cu_logger_Adapter_destruct(&none), "cu_logger_Adapter_destruct", adapterFile);
+    EXPECT_REFUSED(cu_logger_Adapter_destruct(&handle), "cu_logger_Adapter_destruct", adapterFile);
+
+    // Unknown names are not reported.
+    const auto unreported = [](auto call) {
+        cu_Error_clear(cu_getErrorLocation());
+        EXPECT_EQ(call(), 1U);
+        EXPECT_EQ(cu_getErrorLocation()->errorID, 0U);
+    };
+    unreported([] { return cu_Logger_setSpecificLogLevel("other", 0); });
+    unreported([] { return cu_Logger_removeAdapter("other"); });
+    {
+        const support::Injection injection("strdup", ENOMEM);
+        EXPECT_EQ(cu_Logger_addAdapter("other", other.get(), 0), cu_ERROR_COM_MALLOC_FAILED);
+    }
+    EXPECT_EQ(cu_Logger_log(0, "x"), 0U);
+    EXPECT_EQ(one.lines().size(), 1U);
+    EXPECT_THAT(other.lines(), IsEmpty());
+    EXPECT_EQ(cu_Logger_getThreadSpecific(&pointer), 0U);
+    EXPECT_EQ(pointer, nullptr);
+}
+
+TEST(Logger, longTextsLoseTheirLastCharacter)
+{
+    Recorder adapter;
+    add("a", adapter, 1);
+    for (const auto& [length, kept] : {std::pair(2047, 2047), {2048, 2047}, {3000, 2999}, {0, 0}}) {
+        EXPECT_EQ(cu_Logger_formattedLog(1, "%s", std::string(static_cast<std::size_t>(length), 'x').c_str()), 0U);
+        EXPECT_THAT(adapter.take(), ElementsAre("1 " + std::string(static_cast<std::size_t>(kept), 'x')));
+    }
+    const std::string text(2048, 'x');
+    EXPECT_EQ(cu_Logger_log(1, text.c_str()), 0U);
+    EXPECT_THAT(adapter.take(), ElementsAre("1 " + text));
+
+    cu_Error_clear(cu_getErrorLocation());
+    const support::Injection injection("calloc", ENOMEM);
+    EXPECT_EQ(cu_Logger_formattedLog(2, "%2048d", 1), 0U); // nobody wants it
+    EXPECT_EQ(cu_Logger_formattedLog(1, "%2048d", 1), cu_ERROR_COM_MALLOC_FAILED);
+    EXPECT_EQ(cu_getErrorLocation()->errorID, 0U);
+    EXPECT_THAT(adapter.take(), IsEmpty());
+}
+
+TEST(Logger, anAdapterMayLogButNotChangeTheList)
+{
+    Recorder listener;
+    Recorder late;
+    Recorder chatty;
+    std::atomic<bool> isWaiting = false;
+    add("listener", listener, 3);
+    add("chatty", chatty, 0);
+    std::thread changer;
+    chatty.act = [&](uint32_t, const std::string&) {
+        // A change waits for this very call, and what it logs must not wait for the change.
+        changer = std::thread([&] {
+            isWaiting = true;
+            EXPECT_EQ(cu_Logger_addAdapter("late", late.get(), 3), 0U);
+        });
+        while (!isWaiting)
+            std::this_thread::yield();
+        std::this_thread::sleep_for(10ms);
+        EXPECT_EQ(cu_Logger_log(1, "inner"), 0U);
+        EXPECT_EQ(cu_Logger_setSpecificLogLevel("listener", 1), 0U);
+        EXPECT_SYSTEM_FAILURE(cu_Logger_addAdapter("x", late.get(), 0), cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK,
+                              "cu_Logger_addAdapter", file, "");
+        EXPECT_SYSTEM_FAILURE(cu_Logger_removeAdapter("chatty"), cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK,
+                              "cu_Logger_removeAdapter", file, "");
+        EXPECT_EQ(cu_Logger_removeAllAdapters(), cu_ERROR_MUTEX_LOCK_FAILED);
+    };
+    EXPECT_EQ(cu_Logger_log(0, "outer"), 0U);
+    changer.join();
+    EXPECT_THAT(listener.lines(), ElementsAre("1 inner", "0 outer"));
+    chatty.act = nullptr;
+    EXPECT_EQ(cu_Logger_removeAdapter("chatty"), 0U);
+
+    // At its end it may do both.
+    Recorder composed;
+    add("composed", composed, 0);
+    composed.lastAct = [&] {
+        EXPECT_EQ(cu_Logger_log(1, "last"), 0U);
+        EXPECT_EQ(cu_Logger_removeAdapter("late"), 0U);
+    };
+    EXPECT_EQ(cu_Logger_removeAdapter("composed"), 0U);
+    EXPECT_THAT(late.lines(), ElementsAre("1 last"));
+}
+
+TEST(Logger, changesAreNotKeptWaitingBySteadyLogging)
+{
+    constexpr int changes = 20;
+    Recorder steady;
+    add("steady", steady, 3);
+    steady.act = [](uint32_t, const std::string&) { std::this_thread::sleep_for(1ms); };
+    std::atomic<bool> over = false;
+    std::vector<std::thread> loggers;
+    for (int n = 0; n < 8; ++n)
+        loggers.emplace_back([&] {
+            while (!over)
+                EXPECT_EQ(cu_Logger_log(1, "steady"), 0U);
+        });
+    Recorder adapters[changes];
+    int done = 0;
+    std::thread changer([&] {
+        for (; done < changes && !over; ++done) {
+            EXPECT_EQ(cu_Logger_addAdapter("guest", adapters[done].get(), 3), 0U);
+            EXPECT_TRUE(support::comesTrue([&] { return !adapters[done].lines().empty(); }));
+            EXPECT_EQ(cu_Logger_setLogLevel(1), 0U);
+            EXPECT_EQ(cu_Logger_removeAdapter("guest"), 0U); // no line comes any more
+            EXPECT_TRUE(adapters[done].ended);
+        }
+        over = true;
+    });
+    EXPECT_TRUE(support::comesTrue([&] { return over.load(); }, 30s));
+    over = true;
+    changer.join();
+    for (std::thread& thread : loggers)
+        thread.join();
+    EXPECT_EQ(done, changes);
+}
+
+TEST(Logger, threadsThatWaitForEachOtherDoNotWaitForAChange)
+{
+    Recorder adapter;
+    Recorder late;
+    std::mutex resource;
+    std::atomic<int> stage = 0;
+    add("a", adapter, 3);
+    adapter.act = [&](uint32_t, const std::string& text) {
+        if (text != "outer")
+            return;
+        stage = 1;
+        while (stage != 2)
+            std::this_thread::yield();
+        const std::lock_guard guard(resource);
+    };
+    std::thread outer([] { EXPECT_EQ(cu_Logger_log(0, "outer"), 0U); });
+    ASSERT_TRUE(support::comesTrue([&] { return stage == 1; }));
+    std::thread changer([&] { EXPECT_EQ(cu_Logger_addAdapter("late", late.get(), 3), 0U); });
+    std::this_thread::sleep_for(10ms);
+    {
+        const std::lock_guard guard(resource);
+        stage = 2;
+        EXPECT_EQ(cu_Logger_log(0, "inner"), 0U);
+    }
+    outer.join();
+    changer.join();
+    EXPECT_THAT(adapter.lines(), ElementsAre("0 outer", "0 inner"));
+}
+
+TEST(Logger, levelsThatManyThreadsSetAreNotForgotten)
+{
+    Recorder adapter;
+    add("a", adapter, 0);
+    for (int round = 0; round < 300; ++round) {
+        std::thread other([] { EXPECT_EQ(cu_Logger_setLogLevel(1), 0U); });
+        EXPECT_EQ(cu_Logger_setLogLevel(3), 0U);
+        other.join();
+        const uint32_t level = adapter.get()->level;
+        EXPECT_EQ(cu_Logger_log(level, "x"), 0U);
+        ASSERT_THAT(adapter.take(), ElementsAre(std::to_string(level) + " x"));
+    }
+}
+
+TEST(Logger, failingLocksAreToldAndLeaveTheLoggerUsable)
+{
+    Recorder adapter;
+    Recorder other;
+    add("a", adapter, 3);
+    struct Case {
+        const char* system;
+        const char* function;
+        std::function<cu_ErrorCode()> call;
+    };
+    const Case cases[] = {
+        {"pthread_rwlock_rdlock", "cu_Logger_log", [] { return cu_Logger_log(0, "x"); }},
+        {"pthread_rwlock_rdlock", "cu_Logger_formattedLog", [] { return cu_Logger_formattedLog(0, "x"); }},
+        {"pthread_rwlock_rdlock", "cu_Logger_setLogLevel", [] { return cu_Logger_setLogLevel(0); }},
+        {"pthread_rwlock_rdlock", "cu_Logger_setSpecificLogLevel",
+         [] { return cu_Logger_setSpecificLogLevel("a", 0); }},
+        {"pthread_rwlock_wrlock", "cu_Logger_addAdapter", [&] { return cu_Logger_addAdapter("b", other.get(), 0); }},
+        {"pthread_rwlock_wrlock", "cu_Logger_removeAdapter", [] { return cu_Logger_removeAdapter("a"); }},
+        {"pthread_rwlock_wrlock", "cu_Logger_removeAllAdapters", [] { return cu_Logger_removeAllAdapters(); }},
+    };
+    for (const Case& one : cases) {
+        const support::Injection injection(one.system, EAGAIN);
+        EXPECT_EQ(one.call(), cu_ERROR_MUTEX_LOCK_FAILED) << one.function;
+        EXPECT_THAT(support::trace(), HasSubstr(std::string(one.function) + "  -  ")) << one.function;
+    }
+    EXPECT_EQ(cu_Logger_log(3, "y"), 0U);
+    EXPECT_THAT(adapter.take(), ElementsAre("3 y"));
+
+    adapter.lastAnswer = 5;
+    const std::function<void()> fatal[] = {
+        [&] {
+            const support::Injection injection("pthread_rwlock_unlock", EPERM);
+            cu_Logger_addAdapter("b", other.get(), 0);
+        },
+        [] {
+            const support::Injection injection("pthread_rwlock_unlock", EPERM);
+            cu_Logger_removeAllAdapters();
+        },
+        [] { cu_Logger_removeAllAdapters(); },
+    };
+    for (const auto& call : fatal) {
+        const support::Outcome outcome = support::outcomeOf(call);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.out, HasSubstr("! Fatal internal unrecoverable error encountered!"));
+    }
+}
+
+TEST(Logger, eachThreadHasItsPointer)
+{
+    int mine = 0;
+    void* pointer = nullptr;
+    EXPECT_EQ(cu_Logger_setThreadSpecific(&mine), 0U);
+    EXPECT_EQ(cu_Logger_setThreadSpecific(&pointer), cu_ERROR_COM_INVALID_ARGUMENT);
+    EXPECT_THAT(support::trace(), HasSubstr("cu_Logger_setThreadSpecific  -  "));
+    std::thread([] {
+        void* empty = &empty;
+        EXPECT_EQ(cu_Logger_getThreadSpecific(&empty), 0U);
+        EXPECT_EQ(empty, nullptr);
+    }).join();
+    EXPECT_EQ(cu_Logger_getThreadSpecific(&pointer), 0U);
+    EXPECT_EQ(pointer, &mine);
+}
+
+TEST(Logger, tellsTheBytesOfASemaphore)
+{
+    Recorder adapter;
+    add("a", adapter, 3);
+    alignas(sem_t) unsigned char bytes[sizeof(sem_t)] = {0, 1, 0xFF, 0x10};
+    bytes[15] = 0xAB;
+    char text[100];
+    snprintf(text, sizeof(text), "2 sem(%p): 0 1 ff 10 0 0 0 0 0 0 0 0 0 0 0 ab", static_cast<void*>(bytes));
+    EXPECT_EQ(cu_ipcSem_print(static_cast<sem_t*>(static_cast<void*>(bytes))), 0U);
+    EXPECT_THAT(adapter.lines(), ElementsAre(text));
+    EXPECT_REFUSED(cu_ipcSem_print(nullptr), "cu_ipcSem_print", "src/cUtil/ipcSemaphorePrint");
+}
+
+} // namespace

@@ -1,0 +1,88 @@
+// An adapter of the application's, for tests.
+#pragma once
+
+#include <cUtil/errorInfo.h>
+#include <cUtil/logger/logger.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace support
+{
+
+/// Keeps its lines as "level text". It outlives its own end as an adapter, so that a test sees what came before; where
+/// its scope ends, it is no longer added.
+class Recorder
+{
+public:
+    Recorder() = default;
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+    ~Recorder()
+    {
+        lastAnswer = 0;
+        act = nullptr;
+        lastAct = nullptr;
+        if (adapter_.name != nullptr) {
+            EXPECT_EQ(cu_Logger_removeAdapter(std::string(adapter_.name).c_str()), 0U);
+        }
+    }
+
+    cu_logger_Adapter* get() { return &adapter_; }
+
+    std::vector<std::string> lines() const
+    {
+        const std::lock_guard guard(mutex_);
+        return lines_;
+    }
+
+    std::vector<std::string> take()
+    {
+        const std::lock_guard guard(mutex_);
+        return std::exchange(lines_, {});
+    }
+
+    cu_ErrorCode answer = 0;                               ///< to each line, with a report
+    cu_ErrorCode lastAnswer = 0;                           ///< to its end
+    bool ended = false;                                    ///< no line may come any more
+    std::function<void(uint32_t, const std::string&)> act; ///< at each line, in the logging thread
+    std::function<void()> lastAct;                         ///< at its end
+
+private:
+    static cu_ErrorCode logMessage(void* context, uint32_t level, const char* text)
+    {
+        auto* me = static_cast<Recorder*>(context);
+        EXPECT_FALSE(me->ended) << text;
+        {
+            const std::lock_guard guard(me->mutex_);
+            me->lines_.push_back(std::to_string(level) + " " + text);
+        }
+        if (me->act)
+            me->act(level, text);
+        if (me->answer != 0)
+            cu_Error_report(cu_getErrorLocation(), me->answer, 0, "logMessage", 1, "recorder", "%s", text);
+        return me->answer;
+    }
+
+    static cu_ErrorCode destruct(void* context)
+    {
+        auto* me = static_cast<Recorder*>(context);
+        EXPECT_FALSE(me->ended);
+        me->ended = me->lastAnswer == 0;
+        if (me->lastAct)
+            me->lastAct();
+        if (me->lastAnswer != 0)
+            cu_Error_report(cu_getErrorLocation(), me->lastAnswer, 0, "destruct", 2, "recorder", nullptr);
+        return me->lastAnswer;
+    }
+
+    cu_logger_Adapter adapter_ = {nullptr, this, 0, nullptr, logMessage, destruct};
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
+} // namespace support

@@ -1,0 +1,240 @@
+#include "support/process.h"
+#include "support/sweep.h"
+
+#include <cUtil/logger/consoleLoggingAdapter.h>
+#include <cUtil/logger/fileLoggingAdapter.h>
+#include <cUtil/logger/syslogLoggingAdapter.h>
+
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace
+{
+
+using testing::HasSubstr;
+
+cu_ErrorCode destruct(cu_logger_Adapter** adapter)
+{
+    return cu_logger_Adapter_destruct(adapter);
+}
+
+void log(cu_logger_Adapter* adapter, uint32_t level, const std::string& text)
+{
+    EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, level, text.c_str()), 0U);
+}
+
+class Clock
+{
+public:
+    explicit Clock(const char* zone)
+    {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    void set(time_t second) { reading.set({second, 999'999'999}); }
+    support::ClockReading reading = support::ClockReading({0, 0});
+};
+
+constexpr time_t thirdOfApril = 1775192829; // 2026-04-03 05:07:09 UTC
+
+class LogFile : public testing::Test
+{
+protected:
+    void SetUp() override { ASSERT_EQ(cu_logger_FileLoggingAdapter_new(&adapter, path.c_str(), nullptr), 0U); }
+    void TearDown() override
+    {
+        if (adapter != nullptr) {
+            EXPECT_EQ(destruct(&adapter), 0U);
+        }
+        std::filesystem::remove(path);
+    }
+
+    std::string content() const
+    {
+        std::ostringstream text;
+        text << std::ifstream(path).rdbuf();
+        return text.str();
+    }
+
+    std::string path = (std::filesystem::temp_directory_path() / ("loggerTest." + std::to_string(getpid()))).string();
+    cu_logger_Adapter* adapter = nullptr;
+};
+
+TEST_F(LogFile, constructorsLeaveNothingBehind)
+{
+    EXPECT_CLEAN_FAILURES(cu_logger_ConsoleLoggingAdapter_new, destruct);
+    EXPECT_CLEAN_FAILURES(cu_logger_FileLoggingAdapter_new, destruct, path.c_str());
+    EXPECT_CLEAN_FAILURES(cu_logger_SyslogLoggingAdapter_new, destruct, "ident");
+    cu_logger_Adapter* none = nullptr;
+    EXPECT_SYSTEM_FAILURE(cu_logger_FileLoggingAdapter_new(&none, "/no/such/folder", nullptr), cu_ERROR_FILEOPEN_FAILED,
+                          ENOENT, "cu_logger_FileLoggingAdapter_new", "src/cUtil/logger/fileLoggingAdapter", "");
+    EXPECT_EQ(none, nullptr);
+}
+
+TEST_F(LogFile, badArgumentsAreRefused)
+{
+    cu_logger_Adapter* none = nullptr;
+    cu_logger_Adapter* console = nullptr;
+    cu_logger_Adapter* syslog = nullptr;
+    ASSERT_EQ(cu_logger_ConsoleLoggingAdapter_new(&console, nullptr), 0U);
+    ASSERT_EQ(cu_logger_SyslogLoggingAdapter_new(&syslog, "ident", nullptr), 0U);
+    struct Case {
+        std::string family;
+        const char* suffix;
+        cu_logger_Adapter* adapter;
+        std::function<cu_ErrorCode(cu_logger_Adapter**, const char*)> make;
+    };
+    const Case cases[] = {
+        {"Console", "", console,
+         [](auto** handle, const char*) { return cu_logger_ConsoleLoggingAdapter_new(handle, nullptr); }},
+        {"File", "", adapter,
+         [](auto** handle, const char* text) { return cu_logger_FileLoggingAdapter_new(handle, text, nullptr); }},
+        {"Syslog", ".linux", syslog,
+         [](auto** handle, const char* text) { return cu_logger_SyslogLoggingAdapter_new(handle, text, nullptr); }},
+    };
+    for (const Case& one : cases) {
+        const std::string prefix = "cu_logger_" + one.family + "LoggingAdapter_";
+        std::string file = "src/cUtil/logger/" + one.family + "LoggingAdapter" + one.suffix;
+        file[17] = static_cast<char>(tolower(file[17]));
+        cu_logger_Adapter* made = one.adapter;
+        cu_logger_Adapter* taken = made;
+        EXPECT_REFUSED(one.make(nullptr, "x"), prefix + "new", file);
+        EXPECT_REFUSED(one.make(&taken, "x"), prefix + "new", file);
+        if (one.family != "Console") {
+            EXPECT_REFUSED(one.make(&none, nullptr), prefix + "new", file);
+            EXPECT_REFUSED(one.make(&none, ""), prefix + "new", file);
+        }
+        EXPECT_REFUSED(made->logMessage(nullptr, 0, "x"), prefix + "logMessage", file);
+        EXPECT_REFUSED(made->logMessage(made->context, 0, nullptr), prefix + "logMessage", file);
+        EXPECT_REFUSED(made->logMessage(made->context, 4, "x"), prefix + "logMessage", file);
+        EXPECT_REFUSED(made->destruct(nullptr), prefix + "destruct", file);
+    }
+    EXPECT_EQ(destruct(&console), 0U);
+    EXPECT_EQ(destruct(&syslog), 0U);
+}
+
+TEST_F(LogFile, consoleLinesAreFlushedOneByOne)
+{
+    const support::Outcome outcome = support::outcomeOf([] {
+        Clock clock("UTC");
+        clock.set(thirdOfApril);
+        cu_logger_Adapter* console = nullptr;
+        EXPECT_EQ(cu_logger_ConsoleLoggingAdapter_new(&console, nullptr), 0U);
+        log(console, 2, "text");
+        struct stat status = {};
+        fstat(STDOUT_FILENO, &status);
+        EXPECT_EQ(status.st_size, 32);
+        log(console, 0, "100% %s\n");
+        EXPECT_EQ(destruct(&console), 0U);
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "[03.04.2026 5:07:09] Info: text\n[03.04.2026 5:07:09] Error: 100% %s\n\n");
+}
+
+TEST_F(LogFile, linesTellTheLocalTimeOfEachSecond)
+{
+    Clock clock("CET-1CEST,M3.5.0,M10.5.0/3");
+    const struct {
+        time_t second;
+        const char* stamp;
+    } cases[] = {
+        {thirdOfApril, "[03.04.2026 7:07:09] "},     {thirdOfApril + 1, "[03.04.2026 7:07:10] "},
+        {thirdOfApril - 1, "[03.04.2026 7:07:08] "}, {1774745999, "[29.03.2026 1:59:59] "},
+        {1774746000, "[29.03.2026 3:00:00] "},       {0, "[01.01.1970 1:00:00] "},
+        {1798757999, "[31.12.2026 23:59:59] "},
+    };
+    std::string expected;
+    const char* names[] = {"Error", "Warning", "Info", "Debug"};
+    for (const auto& [second, stamp] : cases)
+        for (uint32_t level = 0; level < 4; ++level) {
+            clock.set(second);
+            log(adapter, level, "x");
+            expected += std::string(stamp) + names[level] + ": x\n";
+        }
+    EXPECT_EQ(content(), ""); // the stream's buffer has room
+    EXPECT_EQ(destruct(&adapter), 0U);
+    EXPECT_EQ(content(), expected);
+
+    SetUp(); // appends
+    log(adapter, 0, std::string(10000, 'y'));
+    EXPECT_EQ(destruct(&adapter), 0U);
+    EXPECT_EQ(content(), expected + cases[6].stamp + "Error: " + std::string(10000, 'y') + "\n");
+}
+
+TEST_F(LogFile, aFailingClockLosesTheLineOnly)
+{
+    for (const unsigned nth : {1U, 2U}) { // the second one is for the date
+        const support::Injection injection("clock_gettime", EINVAL, nth);
+        EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, 0, "lost"), cu_ERROR_TIME_GET_FAILED);
+        EXPECT_THAT(support::trace(), HasSubstr("cu_logger_FileLoggingAdapter_logMessage  -  "));
+    }
+    log(adapter, 0, "kept");
+    EXPECT_EQ(destruct(&adapter), 0U);
+    EXPECT_THAT(content(), testing::EndsWith("Error: kept\n"));
+    EXPECT_EQ(content().find("lost"), std::string::npos);
+}
+
+TEST_F(LogFile, linesOfManyThreadsDoNotMix)
+{
+    constexpr int lines = 500;
+    std::vector<std::thread> threads;
+    for (char letter : std::string("abcdefgh"))
+        threads.emplace_back([this, letter] {
+            for (std::size_t n = 0; n < lines; ++n)
+                log(adapter, 1, std::string(n % 300, letter) + ".");
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(destruct(&adapter), 0U);
+    std::map<char, std::size_t> next;
+    std::istringstream text(content());
+    for (std::string line; std::getline(text, line);) {
+        const std::string body = line.substr(line.find("Warning: ") + 9);
+        if (body != ".") {
+            EXPECT_EQ(body, std::string(next[body[0]]++ % 299 + 1, body[0]) + ".");
+        }
+    }
+    EXPECT_EQ(next.size(), 8U);
+    for (const auto& [letter, count] : next)
+        EXPECT_EQ(count, 498U) << letter;
+}
+
+TEST(LogSyslog, linesReachTheSystemsLog)
+{
+    const support::Outcome outcome = support::outcomeOf([] {
+        // A namespace where the log's socket is ours.
+        if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", "/dev", "tmpfs", 0, nullptr) != 0) {
+            printf("%s", strerror(errno));
+            fflush(stdout);
+            _exit(77);
+        }
+        const int daemon = socket(AF_UNIX, SOCK_DGRAM, 0);
+        const sockaddr_un address = {AF_UNIX, "/dev/log"};
+        EXPECT_EQ(bind(daemon, static_cast<const sockaddr*>(static_cast<const void*>(&address)), sizeof(address)), 0);
+        cu_logger_Adapter* adapter = nullptr;
+        EXPECT_EQ(cu_logger_SyslogLoggingAdapter_new(&adapter, "board", nullptr), 0U);
+        const std::string priorities[] = {"<27>", "<28>", "<30>", "<31>"};
+        const std::string names[] = {"Error", "Warning", "Info", "Debug"};
+        for (uint32_t level = 0; level < 4; ++level) {
+            log(adapter, level, "100% %s");
+            char line[200] = {};
+            EXPECT_GT(recv(daemon, line, sizeof(line) - 1, MSG_DONTWAIT), 0);
+            EXPECT_EQ(std::string(line).substr(0, 4), priorities[level]);
+            EXPECT_THAT(line, HasSubstr(" board: " + names[level] + ": 100% %s"));
+        }
+        EXPECT_EQ(destruct(&adapter), 0U);
+    });
+    if (outcome.status == 77)
+        GTEST_SKIP() << "no mount namespace of one's own: " << outcome.out;
+    EXPECT_EQ(outcome.status, 0) << outcome.out;
+}
+
+} // namespace
