@@ -11,4 +11,17 @@ inline constexpr bool mutexesAreWatched = true;
 inline constexpr bool mutexesAreWatched = false;
 #endif
 
+/// AddressSanitizer ends the program when the same globals are loaded a second time.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool globalsAreWatched = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool globalsAreWatched = true;
+#else
+inline constexpr bool globalsAreWatched = false;
+#endif
+#else
+inline constexpr bool globalsAreWatched = false;
+#endif
+
 } // namespace support
