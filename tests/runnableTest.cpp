@@ -1,14 +1,12 @@
 #include "internal/spin.h"
+#include "support/deadline.h"
 #include "support/process.h"
-#include "support/record.h"
+#include "support/refusal.h"
 #include "support/scale.h"
 #include "support/sweep.h"
 
 #include <cUtil/runnable.h>
 
-#include <atomic>
-#include <functional>
-#include <thread>
 #include <vector>
 
 namespace
@@ -16,9 +14,11 @@ namespace
 
 constexpr char file[] = "src/cUtil/runnable";
 
+using Function = std::function<uintptr_t(void*)>;
+
 uintptr_t call(void* argument, void* userData)
 {
-    return (*static_cast<std::function<uintptr_t(void*)>*>(userData))(argument);
+    return (*static_cast<Function*>(userData))(argument);
 }
 
 double processorSeconds()
@@ -26,6 +26,13 @@ double processorSeconds()
     timespec time = {};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+void execute(cu_Runnable* runnable)
+{
+    uintptr_t result = 0;
+    int argument = 0;
+    EXPECT_EQ(cu_Runnable_execute(runnable, &argument, &result), 0U);
 }
 
 class Runnable : public testing::Test
@@ -39,55 +46,24 @@ protected:
         EXPECT_EQ(runnable, nullptr);
     }
 
-    void execute()
-    {
-        uintptr_t result = 0;
-        int argument = 0;
-        EXPECT_EQ(cu_Runnable_execute(runnable, &argument, &result), 0U);
-    }
-
-    std::function<uintptr_t(void*)> function = [](void*) { return 0; };
+    Function function = [](void*) { return 0; };
     cu_Runnable* runnable = nullptr;
+    static constexpr cu_TimeValue past = {0, 1};
 };
 
-TEST_F(Runnable, constructorLeavesNothingBehind)
+TEST_F(Runnable, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
 {
-    support::sweep<cu_Runnable>(
-        "cu_Runnable_new", [](auto** me, auto* allocator) { return cu_Runnable_new(me, call, nullptr, allocator); },
-        cu_Runnable_delete);
-}
-
-TEST_F(Runnable, badArgumentsAreRefused)
-{
+    void* const none = nullptr;
+    EXPECT_CLEAN_FAILURES(cu_Runnable_new, cu_Runnable_delete, &call, none);
     int argument = 0;
     bool signalled = false;
     uintptr_t result = 0;
     const cu_TimeValue deadline = {};
-    cu_Runnable* none = nullptr;
-    EXPECT_REFUSED(cu_Runnable_new(nullptr, call, nullptr, nullptr), "cu_Runnable_new", file);
-    EXPECT_REFUSED(cu_Runnable_new(&runnable, call, nullptr, nullptr), "cu_Runnable_new", file);
-    EXPECT_REFUSED(cu_Runnable_new(&none, nullptr, nullptr, nullptr), "cu_Runnable_new", file);
-    EXPECT_REFUSED(cu_Runnable_lock(nullptr), "cu_Runnable_lock", file);
-    EXPECT_REFUSED(cu_Runnable_unlock(nullptr), "cu_Runnable_unlock", file);
-    EXPECT_REFUSED(cu_Runnable_execute(nullptr, &argument, &result), "cu_Runnable_execute", file);
-    EXPECT_REFUSED(cu_Runnable_execute(runnable, nullptr, &result), "cu_Runnable_execute", file);
-    EXPECT_REFUSED(cu_Runnable_execute(runnable, &argument, nullptr), "cu_Runnable_execute", file);
-    EXPECT_REFUSED(cu_Runnable_wait(nullptr), "cu_Runnable_wait", file);
-    EXPECT_REFUSED(cu_Runnable_timedWait(nullptr, &deadline, &signalled), "cu_Runnable_timedWait", file);
-    EXPECT_REFUSED(cu_Runnable_timedWait(runnable, nullptr, &signalled), "cu_Runnable_timedWait", file);
-    EXPECT_REFUSED(cu_Runnable_timedWait(runnable, &deadline, nullptr), "cu_Runnable_timedWait", file);
-    EXPECT_REFUSED(cu_Runnable_delete(nullptr), "cu_Runnable_delete", file);
-    EXPECT_REFUSED(cu_Runnable_delete(&none), "cu_Runnable_delete", file);
-}
-
-TEST_F(Runnable, anExecutionPassesTheArgumentAndAFullPointerBack)
-{
-    int argument = 0;
-    uintptr_t result = 0;
-    function = [](void* passed) { return UINTPTR_MAX - reinterpret_cast<uintptr_t>(passed); };
-    ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
-    EXPECT_EQ(cu_Runnable_execute(runnable, &argument, &result), 0U);
-    EXPECT_EQ(result, UINTPTR_MAX - reinterpret_cast<uintptr_t>(&argument));
+    cu_Runnable* empty = nullptr;
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&empty, &call, none}), cu_Runnable_new);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{runnable, &argument, &result, &deadline, &signalled}), cu_Runnable_lock,
+                         cu_Runnable_unlock, cu_Runnable_execute, cu_Runnable_wait, cu_Runnable_timedWait);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&runnable}, cu_Runnable_delete);
 }
 
 TEST_F(Runnable, anEndWithoutAnAnnouncementIsRefusedAndChangesNothing)
@@ -96,95 +72,73 @@ TEST_F(Runnable, anEndWithoutAnAnnouncementIsRefusedAndChangesNothing)
         EXPECT_FAILURE(cu_Runnable_unlock(runnable), cu_ERROR_COM_INVARIANT, "cu_Runnable_unlock", file, "");
         EXPECT_EQ(cu_Runnable_wait(runnable), 0U);
     }
-    bool hasRun = false;
-    function = [&](void*) { return uintptr_t{hasRun = true}; };
+    // The argument and a full pointer back are passed all the same.
+    function = [](void* passed) { return UINTPTR_MAX - reinterpret_cast<uintptr_t>(passed); };
     int argument = 0;
     uintptr_t result = 0;
     EXPECT_FAILURE(cu_Runnable_execute(runnable, &argument, &result), cu_ERROR_COM_INVARIANT, "cu_Runnable_unlock",
                    file, "");
     EXPECT_NE(support::trace().find("cu_Runnable_execute  -  src/cUtil/runnable:"), std::string::npos);
-    EXPECT_TRUE(hasRun);
+    EXPECT_EQ(result, UINTPTR_MAX - reinterpret_cast<uintptr_t>(&argument));
 }
 
-TEST_F(Runnable, everyWaiterStaysUntilTheLastExecutionEnds)
+TEST_F(Runnable, everyWaiterStaysUntilTheLastExecutionEndsAndLeavesTheProcessorToOthers)
 {
-    const cu_TimeValue past = {0, 1};
-    cu_TimeValue soon = {};
-    ASSERT_EQ(cu_makeTimeoutMilliSecond(&soon, 5, CLOCK_MONOTONIC), 0U);
-    const auto timedWait = [this](const cu_TimeValue& deadline) {
+    constexpr std::chrono::milliseconds step(130);
+    std::atomic<int> ended = 0;
+    std::atomic<int> waits = 0;
+    function = [&](void*) { return static_cast<uintptr_t>(++ended); };
+    const auto timedWait = [&](const cu_TimeValue& deadline) {
         bool signalled = false;
         EXPECT_EQ(cu_Runnable_timedWait(runnable, &deadline, &signalled), 0U);
         EXPECT_TRUE(signalled);
     };
-    std::atomic<int> ended = 0;
-    function = [&](void*) { return static_cast<uintptr_t>(++ended); };
     for (int execution = 0; execution < 3; ++execution)
         ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
-    std::vector<std::thread> waiters;
+    std::vector<std::jthread> waiters;
     for (int kind = 0; kind < 3; ++kind)
         waiters.emplace_back([&, kind] {
-            if (kind == 0) {
+            const double before = processorSeconds();
+            ++waits;
+            if (kind == 0)
                 EXPECT_EQ(cu_Runnable_wait(runnable), 0U);
-            } else
-                timedWait(kind == 1 ? past : soon);
+            else
+                timedWait(kind == 1 ? past : support::fromNow(5, CLOCK_MONOTONIC));
             EXPECT_EQ(ended, 3);
+            EXPECT_LT(processorSeconds() - before, 0.04);
         });
+    EXPECT_TRUE(support::comesTrue([&] { return waits == 3; }));
     for (int execution = 0; execution < 3; ++execution) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        execute();
+        std::this_thread::sleep_for(step);
+        execute(runnable);
     }
-    for (auto& waiter : waiters)
-        waiter.join();
-    timedWait(past);
-}
-
-TEST_F(Runnable, aWaitBeyondItsDeadlineLeavesTheProcessorToOthers)
-{
-    constexpr std::chrono::milliseconds length(400);
-    ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
-    double spent = 0;
-    std::chrono::steady_clock::duration took = {};
-    std::atomic<bool> waits = false;
-    std::thread waiter([&] {
-        const auto start = std::chrono::steady_clock::now();
-        const double before = processorSeconds();
-        const cu_TimeValue past = {0, 1};
-        bool signalled = false;
-        waits = true;
-        EXPECT_EQ(cu_Runnable_timedWait(runnable, &past, &signalled), 0U);
-        spent = processorSeconds() - before;
-        took = std::chrono::steady_clock::now() - start;
-    });
-    EXPECT_TRUE(support::comesTrue([&] { return waits.load(); }));
-    std::this_thread::sleep_for(length);
-    execute();
-    waiter.join();
-    EXPECT_GE(took, length / 2);
-    EXPECT_LT(spent, 0.1 * std::chrono::duration<double>(length).count());
+    timedWait(past); // nothing to wait for
 }
 
 TEST_F(Runnable, failedWaitsAreReportedAndDoNotKeepTheRunnableLocked)
 {
     bool signalled = false;
     const cu_TimeValue invalid = {0, 1'000'000'000};
+    const auto expectPassedOn = [](const std::string& name) {
+        EXPECT_NE(support::trace().find(name + "  -  src/cUtil/runnable:"), std::string::npos) << name;
+    };
     ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
     EXPECT_EQ(cu_Runnable_timedWait(runnable, &invalid, &signalled), cu_ERROR_CONDWAIT_WAIT_FAILED);
-    EXPECT_NE(support::trace().find("cu_Runnable_timedWait  -  src/cUtil/runnable:"), std::string::npos);
+    expectPassedOn("cu_Runnable_timedWait");
     EXPECT_FALSE(signalled);
     {
         const support::Injection injection("pthread_cond_wait", EINVAL);
         EXPECT_EQ(cu_Runnable_delete(&runnable), cu_ERROR_CONDWAIT_WAIT_FAILED);
-        EXPECT_NE(runnable, nullptr);
-        for (const char* passedOnBy : {"cu_Runnable_wait", "cu_Runnable_delete"})
-            EXPECT_NE(support::trace().find(std::string(passedOnBy) + "  -  src/cUtil/runnable:"), std::string::npos);
+        expectPassedOn("cu_Runnable_wait");
+        expectPassedOn("cu_Runnable_delete");
     }
     std::thread waiter([&] { EXPECT_EQ(cu_Runnable_wait(runnable), 0U); });
     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that it waits, most likely; either way holds
     EXPECT_EQ(cu_Runnable_timedWait(runnable, &invalid, &signalled), cu_ERROR_CONDWAIT_WAIT_FAILED);
     EXPECT_EQ(cu_Runnable_unlock(runnable), 0U);
     waiter.join(); // another one's failure does not let it be forgotten
-    for (const char* call : {"pthread_cond_destroy", "pthread_mutex_destroy"}) {
-        const support::Injection injection(call, EBUSY);
+    for (const char* systemCall : {"pthread_cond_destroy", "pthread_mutex_destroy"}) {
+        const support::Injection injection(systemCall, EBUSY);
         EXPECT_NE(cu_Runnable_delete(&runnable), 0U);
         EXPECT_NE(runnable, nullptr);
     }
@@ -193,18 +147,14 @@ TEST_F(Runnable, failedWaitsAreReportedAndDoNotKeepTheRunnableLocked)
 TEST_F(Runnable, aFailingWakeIsReportedAndTheExecutionIsOverAllTheSame)
 {
     ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
-    std::thread waiter([&] {
-        const cu_TimeValue past = {0, 1};
+    const std::jthread waiter([&] {
         bool signalled = false;
         EXPECT_EQ(cu_Runnable_timedWait(runnable, &past, &signalled), 0U); // looks again by itself
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that it waits, most likely; either way holds
-    {
-        const support::Injection injection("pthread_cond_broadcast", EINVAL);
-        const cu_ErrorCode code = cu_Runnable_unlock(runnable);
-        EXPECT_EQ(code, injection.fired() != nullptr ? cu_ERROR_CONDWAIT_SIGNAL_FAILED : 0);
-    }
-    waiter.join();
+    const support::Injection injection("pthread_cond_broadcast", EINVAL);
+    const cu_ErrorCode code = cu_Runnable_unlock(runnable);
+    EXPECT_EQ(code, injection.fired() != nullptr ? cu_ERROR_CONDWAIT_SIGNAL_FAILED : 0);
 }
 
 // --- Deletion at the moment at which the last execution ends ---------------------------------------------------------
@@ -220,7 +170,7 @@ TEST(RunnableRace, whoEndsTheLastExecutionDoesNotTouchItAfterwards)
         for (unsigned nth = 1; nth <= calls; ++nth) {
             support::GraveAllocator graves;
             cu_Runnable* runnable = nullptr;
-            std::function<uintptr_t(void*)> function = [](void*) { return 0; };
+            Function function = [](void*) { return 0; };
             ASSERT_EQ(cu_Runnable_new(&runnable, call, &function, graves.get()), 0U);
             ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
             std::atomic<bool> isTime = false;
@@ -245,9 +195,7 @@ TEST(RunnableRace, whoEndsTheLastExecutionDoesNotTouchItAfterwards)
                     isTime = ++calls >= nth;
                     support::comesTrue([&] { return isOver.load(); }, step);
                 });
-                uintptr_t result = 0;
-                int argument = 0;
-                EXPECT_EQ(cu_Runnable_execute(runnable, &argument, &result), 0U);
+                execute(runnable);
             }
             isTime = true;
             owner.join();
@@ -263,23 +211,21 @@ TEST(RunnableRace, deletionMeetsTheLastExecution)
     const int rounds = support::scaled(1000);
     support::GraveAllocator graves;
     std::atomic<int> ended = 0;
-    std::function<uintptr_t(void*)> function = [&](void*) { return static_cast<uintptr_t>(++ended); };
+    Function function = [&](void*) { return static_cast<uintptr_t>(++ended); };
     std::atomic<cu_Runnable*> runnables[threads] = {};
     std::atomic<bool> over = false;
     const auto pauseAt = [](int look) {
         look % 1000 != 0 ? cu::internal::relaxProcessor() : std::this_thread::yield();
     };
-    std::vector<std::thread> workers;
+    std::vector<std::jthread> workers;
     for (auto& next : runnables)
         workers.emplace_back([&] {
-            uintptr_t result = 0;
-            int argument = 0;
             for (int look = 0; !over; ++look) {
                 cu_Runnable* mine = next.exchange(nullptr);
                 if (mine != nullptr) {
                     EXPECT_EQ(cu_Runnable_lock(mine), 0U);
-                    EXPECT_EQ(cu_Runnable_execute(mine, &argument, &result), 0U);
-                    EXPECT_EQ(cu_Runnable_execute(mine, &argument, &result), 0U);
+                    execute(mine);
+                    execute(mine);
                 } else
                     pauseAt(look);
             }
@@ -300,8 +246,6 @@ TEST(RunnableRace, deletionMeetsTheLastExecution)
         EXPECT_EQ(ended, before + 2 * threads);
     }
     over = true;
-    for (auto& worker : workers)
-        worker.join();
 }
 
 } // namespace

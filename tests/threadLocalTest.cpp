@@ -1,6 +1,6 @@
-#include "support/record.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
+#include "support/systemFailure.h"
 
 #include <cUtil/threadLocal.h>
 
@@ -84,7 +84,6 @@ TEST_F(ThreadLocal, constructorsLeaveNothingBehindAndTellErrnoBesideTheCause)
     EXPECT_SYSTEM_FAILURE(cu_ThreadLocal_new(&none, nullptr, nullptr, nullptr, nullptr), cu_ERROR_TLS_CREATE_FAILED,
                           EAGAIN, "cu_ThreadLocal_new", file,
                           "pthread_key_create(..) failed: [" + std::to_string(EDOM) + "] " + strerror(EDOM));
-    EXPECT_EQ(none, nullptr);
     while (count > 0)
         pthread_key_delete(keys[--count]);
 }
@@ -92,10 +91,10 @@ TEST_F(ThreadLocal, constructorsLeaveNothingBehindAndTellErrnoBesideTheCause)
 TEST_F(ThreadLocal, badArgumentsAreRefused)
 {
     void* value = nullptr;
+    cu_ThreadLocal* none = nullptr;
     EXPECT_NULLS_REFUSED(file, (std::tuple{plain, &value, static_cast<void*>(&value)}), cu_ThreadLocal_getSpecific,
                          cu_ThreadLocal_setSpecific, cu_ThreadLocal_clearSpecific);
-    EXPECT_REFUSED(cu_ThreadLocal_new(nullptr, nullptr, nullptr, nullptr, nullptr), "cu_ThreadLocal_new", file);
-    EXPECT_REFUSED(cu_ThreadLocal_new(&plain, nullptr, nullptr, nullptr, nullptr), "cu_ThreadLocal_new", file);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, static_cast<void*>(nullptr)}), cu_ThreadLocal_new);
     EXPECT_NULLS_REFUSED(file, std::tuple{&plain}, cu_ThreadLocal_delete);
 }
 
@@ -104,77 +103,66 @@ TEST_F(ThreadLocal, eachThreadHasItsOwnValueAndReleasesItAtItsEnd)
     const void* here = valueOf(making);
     EXPECT_EQ(valueOf(making), here);
     EXPECT_EQ(logOfValues.created, 1U);
-    const void* there = nullptr;
     std::thread([&] {
-        there = valueOf(making);
+        const void* there = valueOf(making);
         EXPECT_EQ(static_cast<const Value*>(there)->maker, pthread_self());
         EXPECT_EQ(valueOf(making), there);
     }).join();
-    EXPECT_NE(there, here);
     EXPECT_EQ(logOfValues.created, 2U);
     EXPECT_EQ(logOfValues.destroyed, 1U);
-
-    EXPECT_EQ(cu_ThreadLocal_clearSpecific(making), 0U);
-    EXPECT_EQ(logOfValues.destroyed, 2U);
-    EXPECT_EQ(cu_ThreadLocal_clearSpecific(making), 0U);
-    EXPECT_EQ(logOfValues.destroyed, 2U);
+    for (int clear = 0; clear < 2; ++clear) {
+        EXPECT_EQ(cu_ThreadLocal_clearSpecific(making), 0U);
+        EXPECT_EQ(logOfValues.destroyed, 2U);
+    }
     valueOf(making);
     EXPECT_EQ(logOfValues.created, 3U);
 }
 
 TEST_F(ThreadLocal, aSlotIsNeverOverwritten)
 {
-    int first = 0;
-    int second = 0;
-    EXPECT_EQ(valueOf(plain), nullptr);
-    EXPECT_EQ(cu_ThreadLocal_setSpecific(plain, &first), 0U);
-    EXPECT_REFUSED(cu_ThreadLocal_setSpecific(plain, &second), "cu_ThreadLocal_setSpecific", file);
-    EXPECT_EQ(valueOf(plain), &first);
-    EXPECT_EQ(cu_ThreadLocal_clearSpecific(plain), 0U);
-    EXPECT_EQ(valueOf(plain), nullptr);
-    EXPECT_EQ(cu_ThreadLocal_setSpecific(plain, &second), 0U);
-    EXPECT_EQ(valueOf(plain), &second);
+    int values[2] = {};
+    for (int& value : values) {
+        EXPECT_EQ(valueOf(plain), nullptr);
+        EXPECT_EQ(cu_ThreadLocal_setSpecific(plain, &value), 0U);
+        EXPECT_REFUSED(cu_ThreadLocal_setSpecific(plain, this), "cu_ThreadLocal_setSpecific", file);
+        EXPECT_EQ(valueOf(plain), &value);
+        EXPECT_EQ(cu_ThreadLocal_clearSpecific(plain), 0U);
+    }
 }
 
 TEST_F(ThreadLocal, failuresAreToldAndReleaseWhatWasMade)
 {
     cu_getErrorLocation(); // its own use of thread-specific data is not what is to fail
     void* value = &value;
-    {
-        const support::Injection injection("pthread_setspecific", ENOMEM);
-        EXPECT_SYSTEM_FAILURE(cu_ThreadLocal_getSpecific(making, &value), cu_ERROR_TLS_GET_FAILED, ENOMEM,
-                              "cu_ThreadLocal_getSpecific", file, "");
-    }
+    support::expectSystemFailures(
+        file, {{"pthread_setspecific", ENOMEM, cu_ERROR_TLS_GET_FAILED, "cu_ThreadLocal_getSpecific", "",
+                [&] { return cu_ThreadLocal_getSpecific(making, &value); }},
+               {"pthread_setspecific", EINVAL, cu_ERROR_COM_MALLOC_FAILED, "cu_ThreadLocal_setSpecific", "",
+                [&] { return cu_ThreadLocal_setSpecific(plain, this); }},
+               {"pthread_key_delete", EINVAL, cu_ERROR_TLS_FREE_FAILED, "cu_ThreadLocal_delete", "",
+                [&] { return cu_ThreadLocal_delete(&plain); }}});
     EXPECT_EQ(value, nullptr);
     EXPECT_EQ(logOfValues.destroyed, 1U);
-    {
-        const support::Injection injection("pthread_setspecific", EINVAL);
-        EXPECT_SYSTEM_FAILURE(cu_ThreadLocal_setSpecific(plain, &value), cu_ERROR_COM_MALLOC_FAILED, EINVAL,
-                              "cu_ThreadLocal_setSpecific", file, "");
-    }
-    {
-        const support::Injection injection("pthread_key_delete", EINVAL);
-        EXPECT_SYSTEM_FAILURE(cu_ThreadLocal_delete(&plain), cu_ERROR_TLS_FREE_FAILED, EINVAL, "cu_ThreadLocal_delete",
-                              file, "");
-    }
+
     cu_ThreadLocal* failing = nullptr;
     constexpr cu_ErrorCode own = 0x05000007;
-    ASSERT_EQ(cu_ThreadLocal_new(
-                  &failing, nullptr, [](void**, void*) { return own; }, destroy, nullptr),
-              0U);
-    value = &value;
-    EXPECT_EQ(cu_ThreadLocal_getSpecific(failing, &value), own);
+    const auto fail = [](void**, void*) { return own; };
+    ASSERT_EQ(cu_ThreadLocal_new(&failing, nullptr, fail, destroy, nullptr), 0U);
+    EXPECT_EQ(cu_ThreadLocal_getSpecific(failing, &(value = &value)), own);
     EXPECT_EQ(value, nullptr);
     EXPECT_EQ(logOfValues.destroyed, 1U);
     EXPECT_EQ(cu_ThreadLocal_delete(&failing), 0U);
 }
 
-/// A slot whose create function fills another slot and this one, with `filling`, and makes `made`.
+/// What a create function fills its own slot with and what it makes; it fills another slot, too.
 struct Filling {
-    cu_ThreadLocal* other;
-    cu_ThreadLocal* own;
     void* filling;
     void* made;
+    int error;
+    void* value;
+    unsigned released;
+    cu_ThreadLocal* other = nullptr;
+    cu_ThreadLocal* own = nullptr;
 };
 
 TEST_F(ThreadLocal, aCreateFunctionMayFillOtherSlotsAndItsOwnOnlyWithWhatItMakes)
@@ -182,42 +170,30 @@ TEST_F(ThreadLocal, aCreateFunctionMayFillOtherSlotsAndItsOwnOnlyWithWhatItMakes
     static unsigned released;
     int one = 0;
     int two = 0;
-    struct Case {
-        void* filling;
-        void* made;
-        int error;
-        void* value;
-        unsigned released;
+    const auto fill = [](void** value, void* userData) -> cu_ErrorCode {
+        const auto* me = static_cast<Filling*>(userData);
+        EXPECT_EQ(cu_ThreadLocal_setSpecific(me->other, userData), 0U);
+        EXPECT_EQ(me->filling != nullptr ? cu_ThreadLocal_setSpecific(me->own, me->filling) : 0, 0U);
+        *value = me->made;
+        return 0;
     };
-    for (const Case& expected : {Case{nullptr, &one, 0, &one, 0}, Case{&one, &one, 0, &one, 0},
-                                 Case{&one, nullptr, 0, &one, 0}, Case{&one, &two, EEXIST, nullptr, 1}}) {
+    const auto release = [](void*) { ++released; };
+    for (Filling it : {Filling{nullptr, &one, 0, &one, 0}, Filling{&one, &one, 0, &one, 0},
+                       Filling{&one, nullptr, 0, &one, 0}, Filling{&one, &two, EEXIST, nullptr, 1}}) {
         released = 0;
-        Filling filling = {plain, nullptr, expected.filling, expected.made};
-        ASSERT_EQ(cu_ThreadLocal_new(
-                      &filling.own, &filling,
-                      [](void** value, void* userData) -> cu_ErrorCode {
-                          const auto* me = static_cast<Filling*>(userData);
-                          EXPECT_EQ(cu_ThreadLocal_setSpecific(me->other, userData), 0U);
-                          if (me->filling != nullptr) {
-                              EXPECT_EQ(cu_ThreadLocal_setSpecific(me->own, me->filling), 0U);
-                          }
-                          *value = me->made;
-                          return 0;
-                      },
-                      [](void*) { ++released; }, nullptr),
-                  0U);
+        it.other = plain;
+        ASSERT_EQ(cu_ThreadLocal_new(&it.own, &it, fill, release, nullptr), 0U);
         void* value = &value;
-        const support::Failure failure =
-            support::failureOf([&] { return cu_ThreadLocal_getSpecific(filling.own, &value); });
-        EXPECT_EQ(failure.systemErrorCode, expected.error);
-        EXPECT_EQ(failure.code == cu_ERROR_TLS_GET_FAILED, expected.error != 0);
-        EXPECT_EQ(value, expected.value);
-        EXPECT_EQ(released, expected.released);
-        EXPECT_EQ(valueOf(filling.own), &one);
-        EXPECT_EQ(valueOf(plain), &filling);
+        const support::Failure failure = support::failureOf([&] { return cu_ThreadLocal_getSpecific(it.own, &value); });
+        EXPECT_EQ(failure.systemErrorCode, it.error);
+        EXPECT_EQ(failure.code == cu_ERROR_TLS_GET_FAILED, it.error != 0);
+        EXPECT_EQ(value, it.value);
+        EXPECT_EQ(released, it.released);
+        EXPECT_EQ(valueOf(it.own), &one);
+        EXPECT_EQ(valueOf(plain), &it);
         EXPECT_EQ(cu_ThreadLocal_clearSpecific(plain), 0U);
-        EXPECT_EQ(cu_ThreadLocal_clearSpecific(filling.own), 0U);
-        EXPECT_EQ(cu_ThreadLocal_delete(&filling.own), 0U);
+        EXPECT_EQ(cu_ThreadLocal_clearSpecific(it.own), 0U);
+        EXPECT_EQ(cu_ThreadLocal_delete(&it.own), 0U);
     }
 }
 
