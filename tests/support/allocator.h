@@ -1,6 +1,8 @@
 // An allocator that watches its user and can refuse.
 #pragma once
 
+#include "support/pinned.h"
+
 #include <cUtil/allocator.h>
 #include <cUtil/errorInfo.h>
 
@@ -17,12 +19,10 @@ namespace support
 
 /// Hands out blocks full of garbage, moves every block that it resizes, remembers what it gave out, refuses to free
 /// what it did not, and fails at the n-th request.
-class WatchfulAllocator
+class WatchfulAllocator : Pinned
 {
 public:
     explicit WatchfulAllocator(unsigned failAt = 0) : failAt_(failAt) {}
-    WatchfulAllocator(const WatchfulAllocator&) = delete;
-    WatchfulAllocator& operator=(const WatchfulAllocator&) = delete;
     ~WatchfulAllocator() { EXPECT_TRUE(blocks_.empty()) << blocks_.size() << " blocks were not given back"; }
 
     cu_allocator* get() { return &table_; }
@@ -64,14 +64,8 @@ private:
         void* block = std::malloc(size);
         std::memset(block, 0xA5, size);
         if (old != nullptr) {
-            const auto known = blocks_.find(old);
-            if (known == blocks_.end()) {
-                ADD_FAILURE() << "a block that was not given out is resized";
-            } else {
-                std::memcpy(block, old, std::min(known->second, size));
-                blocks_.erase(known);
-            }
-            std::free(old);
+            std::memcpy(block, old, std::min(blocks_.contains(old) ? blocks_[old] : 0, size));
+            free(this, &old);
         }
         blocks_[block] = size;
         *destination = block;

@@ -29,24 +29,10 @@ extern "C" {
 #include <sys/pidfd.h> // which does not say so itself
 }
 
+using namespace support;
+
 namespace
 {
-
-struct Plan {
-    const char* function = nullptr; // null: any
-    const char* fired = nullptr;
-    unsigned callsLeft = 0; // until the one that fails; 0: none is to fail
-    int error = ENOMEM;
-    bool persists = false; // every call fails
-    const char* except = nullptr;
-};
-
-thread_local Plan plan;
-thread_local const std::function<void()>* interlude = nullptr; // trivial: sanitizers start threads through here
-thread_local bool clocksStandStill = false;
-thread_local timespec clockReading;
-thread_local int64_t clockOversleep;
-thread_local std::size_t longestRead = SIZE_MAX;
 
 bool comesFromLibrary(const void* caller)
 {
@@ -68,118 +54,55 @@ bool mustFail(const char* function, const void* caller)
     return true;
 }
 
-void sleepWithoutTime(const timespec& end)
+bool standsStill(const void* caller)
+{
+    return standingClock.isOn && comesFromLibrary(caller);
+}
+
+void expectToClose(bool closesOnExec, const void* caller)
+{
+    EXPECT_TRUE(closesOnExec || !comesFromLibrary(caller)) << "a descriptor would stay open in other programs";
+}
+
+int readStandingClock(timespec* time)
+{
+    *time = standingClock.reading;
+    return 0;
+}
+
+int sleepWithoutTime(const timespec& end)
 {
     constexpr int64_t second = 1'000'000'000;
-    if (end.tv_sec < clockReading.tv_sec || (end.tv_sec == clockReading.tv_sec && end.tv_nsec <= clockReading.tv_nsec))
-        return;
-    const int64_t nanoSeconds = end.tv_nsec + clockOversleep;
-    clockReading.tv_sec = end.tv_sec + static_cast<time_t>(nanoSeconds / second);
-    clockReading.tv_nsec = static_cast<decltype(clockReading.tv_nsec)>(nanoSeconds % second);
+    timespec& now = standingClock.reading;
+    if (end.tv_sec < now.tv_sec || (end.tv_sec == now.tv_sec && end.tv_nsec <= now.tv_nsec))
+        return 0;
+    const int64_t nanoSeconds = end.tv_nsec + standingClock.oversleep;
+    now.tv_sec = end.tv_sec + static_cast<time_t>(nanoSeconds / second);
+    now.tv_nsec = static_cast<decltype(now.tv_nsec)>(nanoSeconds % second);
+    return 0;
 }
 
 } // namespace
 
-namespace support
-{
-
-Injection::Injection(unsigned nth, const char* except)
-{
-    plan = {nullptr, nullptr, nth, ENOMEM, false, except};
-}
-
-Injection::Injection(const char* function, int error, unsigned nth) : Injection(function, error, nth, false) {}
-
-Injection::Injection(const char* function, int error, unsigned nth, bool persists)
-{
-    plan = {function, nullptr, nth, error, persists, nullptr};
-}
-
-Injection Injection::ofEvery(const char* function, int error)
-{
-    return {function, error, 1, true};
-}
-
-Injection::~Injection()
-{
-    plan = {};
-}
-
-const char* Injection::fired() const
-{
-    return plan.fired;
-}
-
-Interlude::Interlude(std::function<void()> what) : what_(std::move(what))
-{
-    interlude = &what_;
-}
-
-Interlude::~Interlude()
-{
-    interlude = nullptr;
-}
-
-ClockReading::ClockReading(timespec reading, int64_t oversleep)
-{
-    set(reading);
-    clockOversleep = oversleep;
-}
-
-ClockReading::~ClockReading()
-{
-    clocksStandStill = false;
-}
-
-void ClockReading::set(timespec reading)
-{
-    clockReading = reading;
-    clocksStandStill = true;
-}
-
-timespec ClockReading::get()
-{
-    return clockReading;
-}
-
-ShortReads::ShortReads(std::size_t most)
-{
-    longestRead = most;
-}
-
-ShortReads::~ShortReads()
-{
-    longestRead = SIZE_MAX;
-}
-
-} // namespace support
-
-// NAME(parameters) calls the system's NAME, unless it is to fail.
-#define INTERCEPT_AS(Result, name, parameters, arguments, failure, ...)                                                \
+// NAME(parameters) does some work, mostly calls the system's NAME, unless it is to fail.
+#define INTERCEPT_DOING(Result, name, parameters, work, failure, ...)                                                  \
     extern "C" __attribute__((visibility("default"))) Result name parameters __VA_ARGS__                               \
     {                                                                                                                  \
         using Function = Result(*) parameters;                                                                         \
         static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                                  \
-        return mustFail(#name, __builtin_return_address(0)) ? (failure) : real arguments;                              \
+        const void* caller = __builtin_return_address(0);                                                              \
+        return mustFail(#name, caller) ? (failure) : (work);                                                           \
     }
+#define INTERCEPT_AS(Result, name, parameters, arguments, failure, ...)                                                \
+    INTERCEPT_DOING(Result, name, parameters, real arguments, failure, __VA_ARGS__)
 #define INTERCEPT(name, parameters, arguments) INTERCEPT_AS(int, name, parameters, arguments, -1)
 #define INTERCEPT_NOTHROW(name, parameters, arguments) INTERCEPT_AS(int, name, parameters, arguments, -1, noexcept)
 #define INTERCEPT_CODE(name, parameters, arguments) INTERCEPT_AS(int, name, parameters, arguments, errno, noexcept)
 #define INTERCEPT_POINTER(name, parameters, arguments)                                                                 \
     INTERCEPT_AS(void*, name, parameters, arguments, nullptr, noexcept)
 #define INTERCEPT_CLOCK(name)                                                                                          \
-    extern "C" __attribute__((visibility("default"))) int name(clockid_t clock, timespec* time) noexcept               \
-    {                                                                                                                  \
-        using Function = int (*)(clockid_t, timespec*);                                                                \
-        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                                  \
-        const void* caller = __builtin_return_address(0);                                                              \
-        if (mustFail(#name, caller))                                                                                   \
-            return -1;                                                                                                 \
-        if (!clocksStandStill || !comesFromLibrary(caller))                                                            \
-            return real(clock, time);                                                                                  \
-        *time = clockReading;                                                                                          \
-        return 0;                                                                                                      \
-    }
+    INTERCEPT_DOING(int, name, (clockid_t clock, timespec * time),                                                     \
+                    standsStill(caller) ? readStandingClock(time) : real(clock, time), -1, noexcept)
 
 INTERCEPT_POINTER(calloc, (size_t count, size_t size), (count, size))
 INTERCEPT_POINTER(realloc, (void* block, size_t size), (block, size))
@@ -227,16 +150,8 @@ INTERCEPT_AS(long, sysconf, (int name), (name), -1, noexcept)
 
 // Descriptors of sockets that the library makes.
 #define INTERCEPT_OPENING(name, parameters, arguments, flags, closeOnExec, ...)                                        \
-    extern "C" __attribute__((visibility("default"))) int name parameters __VA_ARGS__                                  \
-    {                                                                                                                  \
-        using Function = int(*) parameters;                                                                            \
-        static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, #name));                                  \
-        const void* caller = __builtin_return_address(0);                                                              \
-        if (comesFromLibrary(caller)) {                                                                                \
-            EXPECT_NE((flags) & (closeOnExec), 0) << "a descriptor would stay open in other programs";                 \
-        }                                                                                                              \
-        return mustFail(#name, caller) ? -1 : real arguments;                                                          \
-    }
+    INTERCEPT_DOING(int, name, parameters, (expectToClose(((flags) & (closeOnExec)) != 0, caller), real arguments),    \
+                    -1, __VA_ARGS__)
 INTERCEPT_OPENING(socket, (int family, int type, int protocol), (family, type, protocol), type, SOCK_CLOEXEC, noexcept)
 INTERCEPT_OPENING(accept4, (int file, sockaddr* peer, socklen_t* size, int flags), (file, peer, size, flags), flags,
                   SOCK_CLOEXEC)
@@ -326,19 +241,10 @@ INTERCEPT(dlclose, (void* library), (library))
 INTERCEPT_AS(locale_t, newlocale, (int categories, const char* name, locale_t base), (categories, name, base), nullptr,
              noexcept)
 
-extern "C" __attribute__((visibility("default"))) int clock_nanosleep(clockid_t clock, int flags, const timespec* time,
-                                                                      timespec* rest)
-{
-    using Function = int (*)(clockid_t, int, const timespec*, timespec*);
-    static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "clock_nanosleep"));
-    const void* caller = __builtin_return_address(0);
-    if (mustFail("clock_nanosleep", caller))
-        return errno;
-    if (!clocksStandStill || flags != TIMER_ABSTIME || !comesFromLibrary(caller))
-        return real(clock, flags, time, rest);
-    sleepWithoutTime(*time);
-    return 0;
-}
+INTERCEPT_DOING(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* time, timespec* rest),
+                flags == TIMER_ABSTIME && standsStill(caller) ? sleepWithoutTime(*time)
+                                                              : real(clock, flags, time, rest),
+                errno)
 
 // NAME(number, request, ...) with one argument at most, which is a number or a pointer.
 #define INTERCEPT_REQUEST(name, Request, ...)                                                                          \
@@ -364,8 +270,6 @@ extern "C" __attribute__((visibility("default"))) int open64(const char* path, i
     using Function = int (*)(const char*, int, ...);
     static const auto real = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "open64"));
     const void* caller = __builtin_return_address(0);
-    if (comesFromLibrary(caller)) {
-        EXPECT_NE(flags & O_CLOEXEC, 0) << path << " would stay open in other programs";
-    }
+    expectToClose((flags & O_CLOEXEC) != 0, caller);
     return mustFail("open64", caller) ? -1 : real(path, flags, mode);
 }

@@ -1,6 +1,8 @@
 // A second process for tests: run to its end, or killed at the worst moment.
 #pragma once
 
+#include "support/pinned.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -34,7 +36,7 @@ bool comesTrue(Condition condition, std::chrono::milliseconds limit = 20s)
 
 /// A process that runs a function and ends with its result: 0 for success. It is killed when it is still there at the
 /// end of the scope, or when a crash ends the test.
-class Process
+class Process : Pinned
 {
 public:
     template <typename Function>
@@ -45,8 +47,6 @@ public:
             _exit(function());
         }
     }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
     ~Process() { kill(); }
 
     pid_t id() const { return id_; }
@@ -108,21 +108,19 @@ Outcome outcomeOf(Function function)
         return testing::Test::HasFailure() ? 99 : 0;
     });
     Outcome outcome{process.wait(), "", ""};
-    const auto drain = [](FILE* file, std::string& text) {
+    for (const auto& [file, text] : {std::pair{out, &outcome.out}, {error, &outcome.error}}) {
+        fseek(file, 0, SEEK_END);
+        text->resize(static_cast<std::size_t>(ftell(file)));
         rewind(file);
-        char block[4096];
-        for (std::size_t got = 0; (got = fread(block, 1, sizeof(block), file)) != 0;)
-            text.append(block, got);
+        EXPECT_EQ(fread(text->data(), 1, text->size(), file), text->size());
         fclose(file);
-    };
-    drain(out, outcome.out);
-    drain(error, outcome.error);
+    }
     return outcome;
 }
 
 /// Zeroed memory that child processes share.
 template <typename T>
-class Shared
+class Shared : Pinned
 {
 public:
     explicit Shared(std::size_t count = 1)
@@ -130,8 +128,6 @@ public:
           memory_(static_cast<T*>(mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
     {
     }
-    Shared(const Shared&) = delete;
-    Shared& operator=(const Shared&) = delete;
     ~Shared() { munmap(memory_, size_); }
 
     T* get() const { return memory_; }

@@ -1,6 +1,8 @@
 // Signals that hail on a thread while it blocks.
 #pragma once
 
+#include "support/pinned.h"
+
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -12,7 +14,7 @@ namespace support
 
 /// Sends a caught signal to the constructing thread every 100 µs, without restarting what it interrupts, until the end
 /// of the scope or for as long as it is told.
-class SignalStorm
+class SignalStorm : Pinned
 {
 public:
     using Time = std::chrono::steady_clock::time_point;
@@ -21,9 +23,6 @@ public:
         : sender_([this, target = pthread_self(), end = now() + duration] { hail(target, end); })
     {
     }
-    SignalStorm(const SignalStorm&) = delete;
-    SignalStorm& operator=(const SignalStorm&) = delete;
-
     ~SignalStorm()
     {
         over_ = true;
@@ -31,26 +30,18 @@ public:
         sigaction(SIGUSR1, &before_, nullptr);
     }
 
-    static unsigned delivered() { return count().load(); }
+    static unsigned delivered() { return count_.load(); }
     Time lastSent() const { return last_.load(); }
 
 private:
     static Time now() { return std::chrono::steady_clock::now(); }
 
-    static std::atomic<unsigned>& count()
-    {
-        static std::atomic<unsigned> value;
-        return value;
-    }
-
-    static void take(int) { ++count(); }
-
     static struct sigaction install()
     {
-        count() = 0;
+        count_ = 0;
         struct sigaction action = {};
         struct sigaction before = {};
-        action.sa_handler = take;
+        action.sa_handler = [](int) { ++count_; };
         sigaction(SIGUSR1, &action, &before);
         return before;
     }
@@ -64,6 +55,7 @@ private:
         }
     }
 
+    static inline std::atomic<unsigned> count_;
     struct sigaction before_ = install();
     std::atomic<bool> over_{false};
     std::atomic<Time> last_{now()};

@@ -49,48 +49,33 @@ void sweep(const char* constructor, Create create, Destroy destroy, std::initial
            const char* except = nullptr)
 {
     SCOPED_TRACE(constructor);
-    constexpr unsigned bound = 1000;
     const unsigned descriptors = openDescriptors();
-
-    bool refused = true;
-    for (unsigned nth = 1; refused && nth < bound; ++nth) {
-        SCOPED_TRACE("request " + std::to_string(nth) + " is refused");
-        T* handle = nullptr;
-        WatchfulAllocator allocator(nth);
-        const cu_ErrorCode code = create(&handle, allocator.get());
-        refused = allocator.refused();
-        if (refused) {
-            expectCleanFailure(constructor, code, handle, allocator);
-        } else {
-            ASSERT_EQ(code, 0U);
-            EXPECT_EQ(destroy(&handle), 0U);
-            EXPECT_EQ(handle, nullptr);
+    for (const bool ofMemory : {true, false}) {
+        bool failed = true;
+        for (unsigned nth = 1; failed; ++nth) {
+            ASSERT_LT(nth, 1000U);
+            T* handle = nullptr;
+            WatchfulAllocator allocator(ofMemory ? nth : 0);
+            cu_ErrorCode code = 0;
+            const char* fired = "request";
+            {
+                const Injection injection(ofMemory ? 0 : nth, except);
+                code = create(&handle, allocator.get());
+                if (!ofMemory)
+                    fired = injection.fired();
+                failed = ofMemory ? allocator.refused() : fired != nullptr;
+            }
+            SCOPED_TRACE(testing::Message() << (failed ? fired : "nothing") << " fails, number " << nth);
+            if (failed && (code != 0 || std::ranges::count(inVain, std::string(fired)) == 0)) {
+                expectCleanFailure(constructor, code, handle, allocator);
+            } else {
+                ASSERT_EQ(code, 0U);
+                EXPECT_EQ(destroy(&handle), 0U);
+                EXPECT_EQ(handle, nullptr);
+            }
+            EXPECT_EQ(openDescriptors(), descriptors);
         }
-        EXPECT_EQ(openDescriptors(), descriptors);
     }
-    EXPECT_FALSE(refused);
-
-    const char* fired = "";
-    for (unsigned nth = 1; fired != nullptr && nth < bound; ++nth) {
-        T* handle = nullptr;
-        WatchfulAllocator allocator;
-        cu_ErrorCode code = 0;
-        {
-            const Injection injection(nth, except);
-            code = create(&handle, allocator.get());
-            fired = injection.fired();
-        }
-        SCOPED_TRACE(std::string("call ") + std::to_string(nth) + " fails: " + (fired != nullptr ? fired : "none"));
-        const bool failedInVain = fired != nullptr && code == 0 && std::ranges::count(inVain, std::string(fired)) != 0;
-        if (fired != nullptr && !failedInVain) {
-            expectCleanFailure(constructor, code, handle, allocator);
-        } else {
-            ASSERT_EQ(code, 0U);
-            EXPECT_EQ(destroy(&handle), 0U);
-        }
-        EXPECT_EQ(openDescriptors(), descriptors);
-    }
-    EXPECT_EQ(fired, nullptr);
 }
 
 template <typename T, typename... Parameters, typename... Given>
