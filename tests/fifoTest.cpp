@@ -1,3 +1,4 @@
+#include "support/exchange.h"
 #include "support/inject.h"
 #include "support/process.h"
 #include "support/record.h"
@@ -8,7 +9,6 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <cstring>
 #include <vector>
 
@@ -17,10 +17,7 @@ namespace
 
 constexpr char file[] = "src/cUtil/fifo";
 
-struct Entry {
-    uint32_t writer;
-    uint32_t number;
-};
+using Entry = support::Numbered;
 
 /// A formatted block with its header words in view.
 class Block
@@ -37,6 +34,12 @@ public:
     void* get() const { return memory_.get(); }
     uint32_t* words() const { return static_cast<uint32_t*>(get()); } ///< capacity, entry size, counters
     sem_t* semaphore(int which) const { return static_cast<sem_t*>(static_cast<void*>(words() + 4)) + which; }
+    int32_t count(int which) const
+    {
+        int32_t value = -1;
+        EXPECT_EQ(cu_ipcSem_getCount(semaphore(which), &value), 0U);
+        return value;
+    }
     char* entries() const { return memory_.get() + CU_FIFO_HEADER_SIZE; }
 
     void startCountersAt(uint32_t value) const { words()[2] = words()[3] = value; }
@@ -52,17 +55,27 @@ public:
         return true;
     }
 
-    int32_t used() const { return lengths()[1]; }
-    int32_t free() const { return lengths()[0]; }
+    Entry take(cu_ErrorCode (*end)(void*) = cu_Fifo_getCommit) const
+    {
+        void* entry = nullptr;
+        EXPECT_EQ(cu_Fifo_get(get(), &entry), 0U);
+        const Entry taken = *static_cast<Entry*>(entry);
+        EXPECT_EQ(end(get()), 0U);
+        return taken;
+    }
+
+    int32_t used() const { return lengths().second; }
+    int32_t free() const { return lengths().first; }
 
 private:
-    std::array<int32_t, 2> lengths() const
+    std::pair<int32_t, int32_t> lengths() const
     {
         uint32_t capacity = 0;
-        std::array<int32_t, 2> values = {-1, -1};
-        EXPECT_EQ(cu_Fifo_getLengthInfos(get(), &capacity, &values[0], &values[1]), 0U);
+        int32_t free = -1;
+        int32_t used = -1;
+        EXPECT_EQ(cu_Fifo_getLengthInfos(get(), &capacity, &free, &used), 0U);
         EXPECT_EQ(capacity, words()[0]);
-        return values;
+        return {free, used};
     }
 
     support::Shared<char> memory_;
@@ -80,11 +93,8 @@ TEST(Fifo, isLaidOutForOldBinaries)
     const Block block(4, 10);
     EXPECT_THAT(std::vector<uint32_t>(block.words(), block.words() + 4), testing::ElementsAre(4, 10, 0, 0));
     const int expected[] = {0, 4, 1}; // filled, free, lock
-    for (int which = 0; which < 3; ++which) {
-        int32_t count = -1;
-        EXPECT_EQ(cu_ipcSem_getCount(block.semaphore(which), &count), 0U);
-        EXPECT_EQ(count, expected[which]);
-    }
+    for (int which = 0; which < 3; ++which)
+        EXPECT_EQ(block.count(which), expected[which]);
     EXPECT_EQ(std::string(block.entries(), 40), std::string(40, 'i'));
     void* entry = nullptr;
     EXPECT_EQ(cu_Fifo_put(block.get(), &entry), 0U);
@@ -110,27 +120,16 @@ TEST(Fifo, badArgumentsAreRefused)
                          cu_Fifo_get, cu_Fifo_put, cu_Fifo_tryGet, cu_Fifo_tryPut, cu_Fifo_timedGet, cu_Fifo_timedPut,
                          cu_Fifo_getCommit, cu_Fifo_getRollback, cu_Fifo_putCommit, cu_Fifo_putRollback,
                          cu_Fifo_tryMove, cu_Fifo_tryMoveCommit, cu_Fifo_tryMoveRollback);
-    EXPECT_REFUSED(cu_Fifo_init(raw, 0, 8, raw), "cu_Fifo_init", file);
-    EXPECT_REFUSED(cu_Fifo_init(raw, 3, 8, raw), "cu_Fifo_init", file);
-    EXPECT_REFUSED(cu_Fifo_init(raw, 2, 0, raw), "cu_Fifo_init", file);
+    for (const auto& bad : {std::pair{0U, 8U}, {8U, 0U}, {6U, 8U}, {UINT32_MAX, 8U}}) {
+        EXPECT_REFUSED(cu_Fifo_init(raw, bad.first, bad.second, raw), "cu_Fifo_init", file);
+        uint32_t header[64] = {bad.first, bad.second};
+        EXPECT_FAILURE(cu_Fifo_attach(header), cu_ERROR_COM_INVARIANT, "cu_Fifo_attach", file, "");
+    }
+    EXPECT_EQ(cu_Fifo_attach(block.get()), 0U);
+    EXPECT_EQ(cu_Fifo_detach(block.get()), 0U);
     EXPECT_REFUSED(cu_Fifo_tryMove(block.get(), block.get(), &entry, &entry), "cu_Fifo_tryMove", file);
     EXPECT_REFUSED(cu_Fifo_tryMove(block.get(), otherSize.get(), &entry, &entry), "cu_Fifo_tryMove", file);
     EXPECT_REFUSED(cu_Fifo_tryMoveCommit(block.get(), block.get()), "cu_Fifo_tryMoveCommit", file);
-}
-
-TEST(Fifo, attachRefusesAHeaderThatCannotBeOne)
-{
-    struct {
-        uint32_t capacity;
-        uint32_t entrySize;
-    } const cases[] = {{0, 8}, {8, 0}, {6, 8}, {UINT32_MAX, 8}};
-    const Block block(8);
-    EXPECT_EQ(cu_Fifo_attach(block.get()), 0U);
-    EXPECT_EQ(cu_Fifo_detach(block.get()), 0U);
-    for (const auto& one : cases) {
-        uint32_t header[64] = {one.capacity, one.entrySize};
-        EXPECT_FAILURE(cu_Fifo_attach(header), cu_ERROR_COM_INVARIANT, "cu_Fifo_attach", file, "");
-    }
 }
 
 TEST(Fifo, keepsOrderAcrossTheWrapOfItsCounters)
@@ -146,12 +145,8 @@ TEST(Fifo, keepsOrderAcrossTheWrapOfItsCounters)
             EXPECT_EQ(given - taken, capacity);
             EXPECT_EQ(block.used(), static_cast<int32_t>(capacity));
             EXPECT_EQ(block.free(), 0);
-            for (uint32_t one = 0; one < (capacity + 1) / 2; ++one) {
-                void* entry = nullptr;
-                ASSERT_EQ(cu_Fifo_get(block.get(), &entry), 0U);
-                EXPECT_EQ(static_cast<Entry*>(entry)->number, taken++);
-                ASSERT_EQ(cu_Fifo_getCommit(block.get()), 0U);
-            }
+            for (uint32_t one = 0; one < (capacity + 1) / 2; ++one)
+                EXPECT_EQ(block.take().number, taken++);
         }
         EXPECT_LT(block.words()[2], 60U);
     }
@@ -160,33 +155,30 @@ TEST(Fifo, keepsOrderAcrossTheWrapOfItsCounters)
 TEST(Fifo, aFullOrEmptyQueueSaysSoAndARollbackChangesNothing)
 {
     const Block block(1);
-    void* entry = &entry;
-    EXPECT_EQ(cu_Fifo_tryGet(block.get(), &entry), 0U);
-    EXPECT_EQ(entry, nullptr);
-    const cu_TimeValue past = {1, 0};
-    entry = &entry;
-    EXPECT_EQ(cu_Fifo_timedGet(block.get(), &entry, &past), 0U);
-    EXPECT_EQ(entry, nullptr);
-
+    static constexpr cu_TimeValue past = {1, 0};
+    using Call = cu_ErrorCode (*)(void*, void**);
+    const Call timedGet = [](void* from, void** entry) { return cu_Fifo_timedGet(from, entry, &past); };
+    const Call timedPut = [](void* to, void** entry) { return cu_Fifo_timedPut(to, entry, &past); };
+    const auto expectNone = [&](Call call) {
+        void* entry = &entry;
+        EXPECT_EQ(call(block.get(), &entry), 0U);
+        EXPECT_EQ(entry, nullptr);
+    };
+    expectNone(cu_Fifo_tryGet);
+    expectNone(timedGet);
+    void* entry = nullptr;
     ASSERT_EQ(cu_Fifo_put(block.get(), &entry), 0U);
     EXPECT_EQ(cu_Fifo_putRollback(block.get()), 0U);
     EXPECT_EQ(block.used(), 0);
-    ASSERT_EQ(cu_Fifo_timedPut(block.get(), &entry, &past), 0U);
+    ASSERT_EQ(timedPut(block.get(), &entry), 0U);
     static_cast<Entry*>(entry)->number = 7;
     EXPECT_EQ(cu_Fifo_putCommit(block.get()), 0U);
-    for (const auto put : {cu_Fifo_tryPut, +[](void*b, void**e) {
-                               const cu_TimeValue passed = {1, 0};
-                               return cu_Fifo_timedPut(b, e, &passed);
-                           }}) {
-        entry = &entry;
-        EXPECT_EQ(put(block.get(), &entry), 0U);
-        EXPECT_EQ(entry, nullptr);
-    }
-    for (const auto end : {cu_Fifo_getRollback, cu_Fifo_getCommit}) {
-        ASSERT_EQ(cu_Fifo_get(block.get(), &entry), 0U);
-        EXPECT_EQ(static_cast<Entry*>(entry)->number, 7U);
-        EXPECT_EQ(end(block.get()), 0U);
-    }
+    expectNone(cu_Fifo_tryPut);
+    expectNone(timedPut);
+    EXPECT_EQ(block.take(cu_Fifo_getRollback).number, 7U);
+    ASSERT_EQ(timedGet(block.get(), &entry), 0U);
+    EXPECT_EQ(static_cast<Entry*>(entry)->number, 7U);
+    EXPECT_EQ(cu_Fifo_getCommit(block.get()), 0U);
     EXPECT_EQ(block.used(), 0);
     EXPECT_EQ(block.free(), 1);
 }
@@ -213,9 +205,7 @@ TEST(Fifo, moreEndsThanBeginningsAreFound)
         EXPECT_EQ(block.words()[2], one.readCounter);
         EXPECT_EQ(block.words()[3], one.writeCounter);
         EXPECT_EQ(block.used(), one.full ? 2 : 0);
-        int32_t lock = 0;
-        EXPECT_EQ(cu_ipcSem_getCount(block.semaphore(2), &lock), 0U);
-        EXPECT_EQ(lock, 2);
+        EXPECT_EQ(block.count(2), 2);
     }
 }
 
@@ -246,9 +236,7 @@ TEST(Fifo, movesAnEntryOrTellsThatItCannot)
     EXPECT_EQ(from, nullptr);
     EXPECT_EQ(to, nullptr);
     EXPECT_EQ(source.used(), 1);
-    ASSERT_EQ(cu_Fifo_get(destination.get(), &to), 0U);
-    EXPECT_EQ(static_cast<Entry*>(to)->writer, 3U);
-    EXPECT_EQ(cu_Fifo_getCommit(destination.get()), 0U);
+    EXPECT_EQ(destination.take().writer, 3U);
 }
 
 TEST(Fifo, formattingThatFailsLeavesNoSemaphoreAndTellsWhatFailed)
@@ -301,51 +289,21 @@ TEST(Fifo, aFailingLockGivesThePlaceBackAndAFailingMoveEndsTheProcess)
     EXPECT_THAT(move.out, testing::HasSubstr("!   Function: 'cu_ipcSem_unlock'\n!   Description: ''\n!!!"));
 }
 
-TEST(Fifo, fourProcessesExchangeEveryEntryOnceAndInOrder)
+TEST(Fifo, processesExchangeEveryEntryOnceAndInOrder)
 {
     constexpr uint32_t each = 20000;
-    struct Tally {
-        uint32_t takes[2][each];
-    };
     for (const uint32_t capacity : {1U, 16U}) {
         const Block block(capacity);
         block.startCountersAt(UINT32_MAX - each);
-        const support::Shared<Tally> tally;
-        const auto write = [&](uint32_t writer) {
-            for (uint32_t number = 0; number < each; ++number) {
+        support::expectExchange(
+            2, each,
+            [&](const Entry& content) {
                 void* entry = nullptr;
-                if (cu_Fifo_put(block.get(), &entry) != 0)
-                    return 1;
-                *static_cast<Entry*>(entry) = {writer, number};
-                if (cu_Fifo_putCommit(block.get()) != 0)
-                    return 2;
-            }
-            return 0;
-        };
-        const auto read = [&] {
-            uint32_t next[2] = {};
-            for (uint32_t taken = 0; taken < each; ++taken) {
-                void* entry = nullptr;
-                if (cu_Fifo_get(block.get(), &entry) != 0)
-                    return 1;
-                const Entry got = *static_cast<Entry*>(entry);
-                if (cu_Fifo_getCommit(block.get()) != 0)
-                    return 2;
-                if (got.writer > 1 || got.number >= each || got.number < next[got.writer])
-                    return 3;
-                next[got.writer] = got.number + 1;
-                ++tally->takes[got.writer][got.number];
-            }
-            return 0;
-        };
-        support::Process processes[] = {
-            support::Process([&] { return write(0); }), support::Process([&] { return write(1); }),
-            support::Process([&] { return read(); }), support::Process([&] { return read(); })};
-        for (support::Process& process : processes)
-            EXPECT_EQ(process.wait(), 0);
-        for (const auto& writer : tally->takes)
-            for (const uint32_t takes : writer)
-                ASSERT_EQ(takes, 1U);
+                EXPECT_EQ(cu_Fifo_put(block.get(), &entry), 0U);
+                *static_cast<Entry*>(entry) = content;
+                EXPECT_EQ(cu_Fifo_putCommit(block.get()), 0U);
+            },
+            [&] { return block.take(); });
         EXPECT_EQ(block.free(), static_cast<int32_t>(capacity));
     }
 }
@@ -367,10 +325,7 @@ TEST(Fifo, aProcessThatDiesWhileItWaitsForATransactionCostsTheQueueAnEntry)
     EXPECT_EQ(cu_Fifo_putCommit(block.get()), 0U);
     EXPECT_EQ(block.used() + block.free(), 3);
     for (uint32_t number = 1; number < 10; ++number) {
-        ASSERT_EQ(cu_Fifo_tryGet(block.get(), &entry), 0U);
-        ASSERT_NE(entry, nullptr);
-        EXPECT_EQ(static_cast<Entry*>(entry)->number, number);
-        EXPECT_EQ(cu_Fifo_getCommit(block.get()), 0U);
+        EXPECT_EQ(block.take().number, number);
         EXPECT_TRUE(block.put(1, number + 2));
     }
 }
@@ -386,21 +341,14 @@ TEST(Fifo, aProcessThatDiesInATransactionLosesNoEntryOfOthersButKeepsTheLock)
         return 0;
     });
     EXPECT_TRUE(support::comesTrue([&] { return block.free() == 2; }));
-    EXPECT_TRUE(support::comesTrue([&] {
-        int32_t lock = 1;
-        cu_ipcSem_getCount(block.semaphore(2), &lock);
-        return lock == 0;
-    }));
+    EXPECT_TRUE(support::comesTrue([&] { return block.count(2) == 0; }));
     victim.kill();
     EXPECT_EQ(block.used(), 1);
     EXPECT_EQ(block.free(), 2);
-    void* entry = nullptr;
     // Formatting anew is the way out.
     const Entry initial = {};
     EXPECT_EQ(cu_Fifo_init(block.get(), 4, sizeof(initial), &initial), 0U);
-    EXPECT_EQ(cu_Fifo_tryPut(block.get(), &entry), 0U);
-    EXPECT_NE(entry, nullptr);
-    EXPECT_EQ(cu_Fifo_putCommit(block.get()), 0U);
+    EXPECT_TRUE(block.put(1, 2));
 }
 
 } // namespace

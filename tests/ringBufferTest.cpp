@@ -1,4 +1,4 @@
-#include "support/inject.h"
+#include "support/exchange.h"
 #include "support/process.h"
 #include "support/record.h"
 #include "support/refusal.h"
@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <numeric>
@@ -32,22 +33,21 @@ class Region
 {
 public:
     explicit Region(uint32_t size)
-        : length_((cu_RingBuffer_getRegionSize(size) + page - 1) / page * page + 2 * page),
-          memory_(static_cast<char*>(mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
+        : length_((cu_RingBuffer_getRegionSize(size) + page - 1) / page * page), memory_(length_ + 2 * page)
     {
-        mprotect(memory_, page, PROT_NONE);
-        mprotect(memory_ + length_ - page, page, PROT_NONE);
+        mprotect(memory_.get(), page, PROT_NONE);
+        mprotect(get() + length_, page, PROT_NONE);
     }
-    Region(const Region&) = delete;
-    Region& operator=(const Region&) = delete;
-    ~Region() { munmap(memory_, length_); }
 
-    char* get() const { return memory_ + page; }
+    char* get() const { return memory_.get() + page; }
     char* data() const { return get() + CU_RING_BUFFER_HEADER_SIZE; }
     sem_t* lock(bool ofWriter) const { return static_cast<sem_t*>(static_cast<void*>(get() + (ofWriter ? 96 : 32))); }
 
-    uint32_t word(Word at) const { return std::atomic_ref(address(at)).load(std::memory_order_relaxed); }
-    void set(Word at, uint32_t value) const { std::atomic_ref(address(at)).store(value, std::memory_order_relaxed); }
+    uint32_t word(uint32_t at) const { return std::atomic_ref(address(at)).load(std::memory_order_relaxed); }
+    void set(uint32_t at, uint32_t value) const
+    {
+        std::atomic_ref(address(at)).store(value, std::memory_order_relaxed);
+    }
 
     /// Both positions and both copies, as if bytes had come and gone.
     void moveTo(uint32_t position) const
@@ -59,10 +59,10 @@ public:
 private:
     static constexpr std::size_t page = 4096;
 
-    uint32_t& address(Word at) const { return *static_cast<uint32_t*>(static_cast<void*>(get() + at)); }
+    uint32_t& address(uint32_t at) const { return *static_cast<uint32_t*>(static_cast<void*>(get() + at)); }
 
     std::size_t length_;
-    char* memory_;
+    support::Shared<char> memory_;
 };
 
 /// An object that is deleted at the end.
@@ -86,7 +86,7 @@ public:
 
     bool put(const void* record, uint32_t length) const
     {
-        bool written = length % 2 == 0;
+        bool written = length % 2 == 0; // either way it is to be set
         EXPECT_EQ(cu_RingBuffer_put(ring_, record, length, &written), 0U);
         return written;
     }
@@ -131,26 +131,22 @@ TEST(RingBuffer, isLaidOutForOldBinaries)
     EXPECT_EQ(std::string(region.get(), 8), "\x40\x40\x30\x30\x20\x20\x10\x10");
     EXPECT_EQ(region.word(sizeWord), 8U);
     EXPECT_EQ(std::string(region.get() + 20, 2), "\1\1");
-    EXPECT_EQ(std::string(region.data(), 8), std::string(8, '\0'));
     for (const bool ofWriter : {false, true}) {
         int value = -1;
         EXPECT_EQ(sem_getvalue(region.lock(ofWriter), &value), 0);
         EXPECT_EQ(value, 1);
     }
-    for (const Word at : {readWord, writeWord, writeCopy, readCopy})
-        EXPECT_EQ(region.word(at), 0U);
-
+    const auto positions = [&] {
+        return std::array{region.word(readWord), region.word(writeWord), region.word(writeCopy), region.word(readCopy)};
+    };
+    EXPECT_THAT(positions(), testing::Each(0U));
     EXPECT_TRUE(ring.put("abcde"));
-    EXPECT_EQ(region.word(writeWord), 5U);
-    EXPECT_EQ(region.word(writeCopy), 0U);
+    EXPECT_THAT(positions(), testing::ElementsAre(0, 5, 0, 0));
     EXPECT_EQ(std::string(region.data(), 8), std::string("abcde\0\0\0", 8));
     EXPECT_EQ(ring.get(4), "abcd");
-    EXPECT_EQ(region.word(readWord), 4U);
-    EXPECT_EQ(region.word(writeCopy), 5U);
-    EXPECT_EQ(region.word(readCopy), 0U);
+    EXPECT_THAT(positions(), testing::ElementsAre(4, 5, 5, 0));
     EXPECT_TRUE(ring.put("fgh")) << "after a look at the consumer's position";
-    EXPECT_EQ(region.word(readCopy), 4U);
-    EXPECT_EQ(region.word(writeWord), 0U) << "a record that ends at the end";
+    EXPECT_THAT(positions(), testing::ElementsAre(4, 0, 5, 4)) << "a record that ends at the end";
     EXPECT_EQ(ring.get(4), "efgh");
     EXPECT_EQ(region.word(readWord), 0U);
 }
@@ -208,30 +204,27 @@ TEST(RingBuffer, openRefusesWhatIsNoRingAndChangesNothing)
     }
     const std::string before(region.get(), cu_RingBuffer_getRegionSize(16));
     cu_RingBuffer* none = nullptr;
-    for (int at = 0; at < 8; ++at) {
-        region.get()[at] ^= 1;
-        EXPECT_FAILURE(cu_RingBuffer_open(&none, region.get(), nullptr), cu_ERROR_INVALID_MAGIC, "cu_RingBuffer_open",
-                       file, "");
-        region.get()[at] ^= 1;
-    }
     struct {
-        Word word;
-        uint32_t value;
-    } const cases[] = {{sizeWord, 0},  {sizeWord, 15},         {sizeWord, UINT32_MAX}, {sizeWord, 8},
-                       {readWord, 16}, {readWord, UINT32_MAX}, {writeWord, 16},        {writeWord, UINT32_MAX}};
+        uint32_t at, value;
+        cu_ErrorCode code;
+    } const cases[] = {
+        {0, 0x30304041, cu_ERROR_INVALID_MAGIC},        {4, 0x11102020, cu_ERROR_INVALID_MAGIC},
+        {sizeWord, 0, cu_ERROR_COM_INVARIANT},          {sizeWord, 15, cu_ERROR_COM_INVARIANT},
+        {sizeWord, UINT32_MAX, cu_ERROR_COM_INVARIANT}, {sizeWord, 8, cu_ERROR_COM_INVARIANT},
+        {readWord, 16, cu_ERROR_COM_INVARIANT},         {readWord, UINT32_MAX, cu_ERROR_COM_INVARIANT},
+        {writeWord, 16, cu_ERROR_COM_INVARIANT},        {writeWord, UINT32_MAX, cu_ERROR_COM_INVARIANT},
+    };
     for (const auto& one : cases) {
-        const uint32_t good = region.word(one.word);
-        region.set(one.word, one.value);
-        EXPECT_FAILURE(cu_RingBuffer_open(&none, region.get(), nullptr), cu_ERROR_COM_INVARIANT, "cu_RingBuffer_open",
-                       file, "");
-        region.set(one.word, good);
+        const uint32_t good = region.word(one.at);
+        region.set(one.at, one.value);
+        EXPECT_FAILURE(cu_RingBuffer_open(&none, region.get(), nullptr), one.code, "cu_RingBuffer_open", file, "");
+        region.set(one.at, good);
     }
     EXPECT_EQ(none, nullptr);
     {
         const Ring ring(region);
         EXPECT_EQ(ring.used(), 10U);
         EXPECT_EQ(ring.free(), 5U);
-        EXPECT_EQ(std::string(region.get(), before.size()), before);
     }
     EXPECT_EQ(std::string(region.get(), before.size()), before);
 }
@@ -294,94 +287,58 @@ TEST(RingBuffer, looksAtTheOtherPositionOnlyWhenItsOwnCopySaysNo)
     EXPECT_EQ(region.word(readCopy), 11U);
 }
 
-TEST(RingBuffer, worksInMemoryOfItsOwnAndFreesIt)
-{
-    support::WatchfulAllocator allocator;
-    cu_RingBuffer* ring = nullptr;
-    ASSERT_EQ(cu_RingBuffer_new(&ring, 1 << 10, false, false, allocator.get()), 0U);
-    EXPECT_THAT(allocator.requests(), testing::ElementsAre(testing::_, 4096, 1 << 10));
-    bool done = false;
-    char text[1024] = "text";
-    EXPECT_EQ(cu_RingBuffer_put(ring, text, 1023, &done), 0U);
-    EXPECT_TRUE(done);
-    char got[1024] = {};
-    EXPECT_EQ(cu_RingBuffer_get(ring, got, 1023, &done), 0U);
-    EXPECT_TRUE(done);
-    EXPECT_STREQ(got, "text");
-    EXPECT_EQ(cu_RingBuffer_delete(&ring), 0U);
-}
-
-TEST(RingBuffer, hasTheLocksThatWereAskedFor)
+// In memory of its own, in a region that it formats, and in one that is open already.
+TEST(RingBuffer, hasTheLocksThatWereAskedForAndReportsTheirFailures)
 {
     const Region region(8);
     for (const auto& [readerLock, writerLock] : {std::pair{false, false}, {false, true}, {true, false}, {true, true}}) {
+        support::WatchfulAllocator allocator;
         cu_RingBuffer* rings[3] = {};
-        ASSERT_EQ(cu_RingBuffer_new(&rings[0], 8, readerLock, writerLock, nullptr), 0U);
+        ASSERT_EQ(cu_RingBuffer_new(&rings[0], 8, readerLock, writerLock, allocator.get()), 0U);
+        EXPECT_EQ(allocator.requests()[1], 4096U);
+        EXPECT_EQ(allocator.requests()[2], 8U);
         ASSERT_EQ(cu_RingBuffer_create(&rings[1], region.get(), 8, readerLock, writerLock, nullptr), 0U);
         ASSERT_EQ(cu_RingBuffer_open(&rings[2], region.get(), nullptr), 0U);
         EXPECT_EQ(std::string(region.get() + 20, 2),
                   (std::string{static_cast<char>(readerLock), static_cast<char>(writerLock)}));
         for (cu_RingBuffer* ring : rings) {
-            char byte = 'b';
-            bool done = false;
             for (const bool putting : {true, false}) {
-                const support::Injection posting("sem_post", EOVERFLOW); // leaves the lock held
-                EXPECT_EQ(putting ? cu_RingBuffer_put(ring, &byte, 1, &done) : cu_RingBuffer_get(ring, &byte, 1, &done),
-                          (putting ? writerLock : readerLock) ? cu_ErrorCode{cu_ERROR_SEM_UNLOCK_FAILED} : 0U);
+                const std::string function = putting ? "cu_RingBuffer_put" : "cu_RingBuffer_get";
+                SCOPED_TRACE(function);
+                char record[8] = "record";
+                bool done = true;
+                const auto call = [&](uint32_t length) {
+                    return (putting ? cu_RingBuffer_put(ring, record, length, &done)
+                                    : cu_RingBuffer_get(ring, record, length, &done));
+                };
+                EXPECT_EQ(call(8), 0U);
+                EXPECT_FALSE(done);
+                const bool locked = putting ? writerLock : readerLock;
+                const auto expect = [&](const char* systemCall, int error, bool fails,
+                                        const support::Failure& failure) {
+                    const support::Injection injection(systemCall, error);
+                    const support::Failure none = {0, "", "", ""};
+                    EXPECT_EQ(support::failureOf([&] { return call(3); }), fails ? failure : none);
+                    EXPECT_EQ(support::trace().find(function + "  -  " + file), fails ? 0U : std::string::npos);
+                };
+                const std::string origin = "src/cUtil/semaphore.linux";
+                expect("sem_wait", EINVAL, false, {}); // the refusal gave the lock back
                 EXPECT_TRUE(done);
+                done = false;
+                expect("sem_post", EOVERFLOW, locked,
+                       {cu_ERROR_SEM_UNLOCK_FAILED, "cu_Semaphore_v", origin, "", EOVERFLOW});
+                EXPECT_TRUE(done) << "the lock stays taken, but the record is there";
+                expect("sem_wait", EINVAL, locked,
+                       {cu_ERROR_SEM_LOCK_FAILED, "cu_Semaphore_p", origin, "errno[22]='Invalid argument'", EINVAL});
+                if (ring == rings[1])
+                    sem_post(region.lock(putting));
             }
-            if (ring == rings[1])
-                for (const bool ofWriter : {false, true})
-                    sem_post(region.lock(ofWriter));
+            uint32_t used = 1;
+            EXPECT_EQ(cu_RingBuffer_getAvailable(ring, &used), 0U);
+            EXPECT_EQ(used, 0U);
         }
         for (const int which : {0, 2, 1})
             EXPECT_EQ(cu_RingBuffer_delete(&rings[which]), 0U);
-    }
-}
-
-TEST(RingBuffer, aRefusalGivesTheLockBackAndAFailingLockIsReported)
-{
-    const Region region(8);
-    const Ring ring(region, 8, true, true);
-    const auto isFree = [&](bool ofWriter) {
-        int value = -1;
-        sem_getvalue(region.lock(ofWriter), &value);
-        return value == 1;
-    };
-    EXPECT_FALSE(ring.put("12345678"));
-    EXPECT_TRUE(isFree(true));
-    EXPECT_EQ(ring.get(1), "refused");
-    EXPECT_TRUE(isFree(false));
-
-    char record[4] = "abc";
-    bool done = false;
-    for (const bool putting : {true, false}) {
-        SCOPED_TRACE(putting);
-        const auto call = [&] {
-            return putting ? cu_RingBuffer_put(ring.get(), record, 3, &done)
-                           : cu_RingBuffer_get(ring.get(), record, 3, &done);
-        };
-        const std::string trace = std::string(putting ? "cu_RingBuffer_put" : "cu_RingBuffer_get") + "  -  " + file;
-        const uint32_t before = ring.used();
-        ASSERT_EQ(sem_wait(region.lock(putting)), 0);
-        {
-            const support::Injection injection("sem_wait", EINVAL);
-            EXPECT_SYSTEM_FAILURE(call(), cu_ERROR_SEM_LOCK_FAILED, EINVAL, "cu_Semaphore_p",
-                                  "src/cUtil/semaphore.linux", "errno[22]='Invalid argument'");
-        }
-        EXPECT_EQ(support::trace().find(trace), 0U);
-        EXPECT_EQ(ring.used(), before);
-        ASSERT_EQ(sem_post(region.lock(putting)), 0);
-        done = false;
-        {
-            const support::Injection injection("sem_post", EOVERFLOW);
-            EXPECT_SYSTEM_FAILURE(call(), cu_ERROR_SEM_UNLOCK_FAILED, EOVERFLOW, "cu_Semaphore_v",
-                                  "src/cUtil/semaphore.linux", "");
-        }
-        EXPECT_EQ(support::trace().find(trace), 0U);
-        EXPECT_TRUE(done);
-        EXPECT_EQ(ring.used(), putting ? 3U : 0U);
-        ASSERT_EQ(sem_post(region.lock(putting)), 0);
     }
 }
 
@@ -404,55 +361,20 @@ TEST(RingBuffer, aHostileRegionLeadsToNoAccessOutsideIt)
         return 0;
     });
     std::mt19937 random(3);
-    std::vector<char> record(size + 32, 'r');
     for (int step = 0; step < 50000; ++step) {
         scribble(random);
         const auto length = static_cast<uint32_t>(random() % (size + 1) + 1);
+        std::string record(length + 32, 'g');
         if (random() % 2 == 0) {
-            ring.put(record.data() + 16, length);
+            ring.put(record.data() + 32, length);
         } else {
-            std::fill(record.begin(), record.begin() + 16, 'g');
-            std::fill(record.begin() + static_cast<std::ptrdiff_t>(16 + length), record.end(), 'g');
             ring.get(record.data() + 16, length);
-            ASSERT_EQ(std::count(record.begin(), record.begin() + 16, 'g'), 16);
-            ASSERT_EQ(std::count(record.begin() + static_cast<std::ptrdiff_t>(16 + length), record.end(), 'g'),
-                      static_cast<std::ptrdiff_t>(record.size() - 16 - length));
+            ASSERT_EQ(record.substr(0, 16) + record.substr(16 + length), std::string(32, 'g'));
         }
         ASSERT_LT(ring.used(), size);
         ASSERT_LT(ring.free(), size);
     }
 }
-
-/// A stream whose every piece tells where it belongs.
-class Stream
-{
-public:
-    static constexpr uint32_t longest = 1500; ///< less than half a ring, or both sides could wait for each other
-
-    explicit Stream(unsigned seed) : random_(seed)
-    {
-        std::mt19937 bytes(9);
-        for (char& byte : pattern_)
-            byte = static_cast<char>(bytes());
-        memcpy(pattern_ + period, pattern_, longest);
-    }
-
-    /// The length of the next piece, with which the stream does not exceed its end.
-    uint32_t nextLength(uint64_t left)
-    {
-        return static_cast<uint32_t>(std::min<uint64_t>(1 + random_() % longest, left));
-    }
-    const char* at(uint64_t offset) const { return pattern_ + offset % period; }
-
-private:
-    static constexpr uint32_t period = 65521; // in step with no ring
-
-    char pattern_[period + longest];
-    std::mt19937 random_;
-};
-
-// On a 32-bit machine two tests carry a hundred million together.
-constexpr auto streamLength = static_cast<uint64_t>(sizeof(void*) == 4 ? 50'000'000 : support::scaled(100'000'000));
 
 template <typename Take>
 void whileRefused(Take take)
@@ -461,31 +383,48 @@ void whileRefused(Take take)
         sched_yield();
 }
 
-int produce(const Ring& ring)
+// A stream whose every piece tells where it belongs, in pieces less than half a ring long, or both sides could wait for
+// each other. On a 32-bit machine two tests carry a hundred million together.
+constexpr auto streamLength = static_cast<uint64_t>(sizeof(void*) == 4 ? 50'000'000 : support::scaled(100'000'000));
+constexpr uint32_t longest = 1500;
+constexpr uint32_t period = 65521; // in step with no ring
+
+const std::vector<char> stream = [] {
+    std::mt19937 bytes(9);
+    std::vector<char> pattern(period);
+    std::generate(pattern.begin(), pattern.end(), [&] { return static_cast<char>(bytes()); });
+    pattern.insert(pattern.end(), pattern.begin(), pattern.begin() + longest);
+    return pattern;
+}();
+
+template <typename Carry>
+void carryStream(unsigned seed, Carry carry)
 {
-    Stream stream(5);
+    std::mt19937 random(seed);
     for (uint64_t offset = 0; offset < streamLength;) {
-        const uint32_t length = stream.nextLength(streamLength - offset);
-        whileRefused([&] { return ring.put(stream.at(offset), length); });
+        const auto length = static_cast<uint32_t>(std::min<uint64_t>(1 + random() % longest, streamLength - offset));
+        whileRefused([&] { return carry(offset, length); });
         offset += length;
     }
-    return 0;
 }
 
-// Where the first piece lies that is not what was produced, or the end.
-uint64_t consume(const Ring& ring)
+int produce(const Ring& ring)
 {
-    Stream stream(6);
-    char record[Stream::longest];
-    uint64_t good = streamLength;
-    for (uint64_t offset = 0; offset < streamLength;) {
-        const uint32_t length = stream.nextLength(streamLength - offset);
-        whileRefused([&] { return ring.get(record, length); });
-        if (memcmp(record, stream.at(offset), length) != 0)
-            good = std::min(good, offset);
-        offset += length;
-    }
-    return good;
+    carryStream(5, [&](uint64_t offset, uint32_t length) { return ring.put(&stream[offset % period], length); });
+    return testing::Test::HasFailure() ? 99 : 0;
+}
+
+void expectStream(const Ring& ring)
+{
+    uint64_t firstWrong = streamLength;
+    carryStream(6, [&](uint64_t offset, uint32_t length) {
+        char record[longest];
+        const bool got = ring.get(record, length);
+        if (got && memcmp(record, &stream[offset % period], length) != 0)
+            firstWrong = std::min(firstWrong, offset);
+        return got;
+    });
+    EXPECT_EQ(firstWrong, streamLength);
 }
 
 TEST(RingBuffer, carriesAStreamBetweenTwoProcesses)
@@ -493,7 +432,7 @@ TEST(RingBuffer, carriesAStreamBetweenTwoProcesses)
     const Region region(1 << 13);
     const Ring ring(region, 1 << 13);
     support::Process producer([&] { return produce(Ring(region)); });
-    EXPECT_EQ(consume(ring), streamLength);
+    expectStream(ring);
     EXPECT_EQ(producer.wait(), 0);
 }
 
@@ -501,62 +440,32 @@ TEST(RingBuffer, carriesAStreamBetweenTwoThreads)
 {
     const Region region(1 << 12);
     const Ring ring(region, 1 << 12);
-    std::thread producer([&] { EXPECT_EQ(produce(ring), 0); });
-    EXPECT_EQ(consume(ring), streamLength);
+    std::thread producer([&] { produce(ring); });
+    expectStream(ring);
     producer.join();
 }
 
 TEST(RingBuffer, severalProducersAndConsumersExchangeEveryRecordOnce)
 {
-    constexpr uint32_t sides = 3;
-    constexpr uint32_t each = 20000;
     struct Record {
-        uint32_t writer;
-        uint32_t number;
+        support::Numbered content;
         uint32_t check;
-    };
-    struct Tally {
-        uint32_t takes[sides][each];
     };
     const Region region(64); // five records and some bytes: they wrap at every fourth byte
     const Ring ring(region, 64, true, true);
-    const support::Shared<Tally> tally;
-    const auto write = [&](uint32_t writer) {
-        const Ring mine(region);
-        for (uint32_t number = 0; number < each; ++number) {
-            const Record record = {writer, number, writer ^ ~number};
-            whileRefused([&] { return mine.put(&record, sizeof(record)); });
-        }
-        return testing::Test::HasFailure() ? 99 : 0;
-    };
-    const auto read = [&] {
-        const Ring mine(region);
-        uint32_t next[sides] = {};
-        for (uint32_t taken = 0; taken < each; ++taken) {
+    const auto checkOf = [](const support::Numbered& content) { return content.writer ^ ~content.number; };
+    support::expectExchange(
+        3, 20000,
+        [&](const support::Numbered& content) {
+            const Record record = {content, checkOf(content)};
+            whileRefused([&] { return ring.put(&record, sizeof(record)); });
+        },
+        [&] {
             Record record = {};
-            whileRefused([&] { return mine.get(&record, sizeof(record)); });
-            if (record.writer >= sides || record.number >= each || record.check != (record.writer ^ ~record.number))
-                return 1;
-            if (record.number < next[record.writer])
-                return 2;
-            next[record.writer] = record.number + 1;
-            ++tally->takes[record.writer][record.number];
-        }
-        return testing::Test::HasFailure() ? 99 : 0;
-    };
-    {
-        support::Process processes[] = {support::Process([&] { return write(0); }),
-                                        support::Process([&] { return write(1); }),
-                                        support::Process([&] { return write(2); }),
-                                        support::Process(read),
-                                        support::Process(read),
-                                        support::Process(read)};
-        for (support::Process& process : processes)
-            EXPECT_EQ(process.wait(), 0);
-    }
-    for (const auto& writer : tally->takes)
-        for (const uint32_t takes : writer)
-            ASSERT_EQ(takes, 1U);
+            whileRefused([&] { return ring.get(&record, sizeof(record)); });
+            EXPECT_EQ(record.check, checkOf(record.content));
+            return record.content;
+        });
     EXPECT_EQ(ring.used(), 0U);
 }
 
@@ -594,26 +503,6 @@ TEST(RingBuffer, aProducerThatIsKilledLeavesWholeRecords)
         }
         ASSERT_EQ(ring.used(), 0U);
     }
-}
-
-TEST(RingBuffer, aProcessThatIsKilledWhileItWaitsForALockLeavesNothing)
-{
-    const Region region(64);
-    const Ring ring(region, 64, true, true);
-    ASSERT_EQ(sem_wait(region.lock(true)), 0);
-    const support::Shared<std::atomic<bool>> started;
-    support::Process waiting([&] {
-        *started = true;
-        Ring(region).put("never");
-        return 0;
-    });
-    EXPECT_TRUE(support::comesTrue([&] { return started->load(); }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // most likely asleep by now; right either way
-    EXPECT_EQ(waiting.kill(), -SIGKILL);
-    ASSERT_EQ(sem_post(region.lock(true)), 0);
-    EXPECT_TRUE(ring.put("record"));
-    EXPECT_EQ(ring.get(6), "record");
-    EXPECT_EQ(ring.used(), 0U);
 }
 
 } // namespace
