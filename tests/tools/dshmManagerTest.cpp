@@ -4,6 +4,7 @@
 #include <cUtil/tools/dshmManager.h>
 
 #include <cerrno>
+#include <sstream>
 #include <vector>
 
 namespace
@@ -12,10 +13,8 @@ namespace
 constexpr char file[] = "src/cUtil/tools/dshmManager";
 
 /// A registry that leaves no descriptor open.
-struct Registry {
+struct Registry : support::Pinned {
     Registry() { EXPECT_EQ(cu_DSHMManager_new(&me), 0U); }
-    Registry(const Registry&) = delete;
-    Registry& operator=(const Registry&) = delete;
     ~Registry()
     {
         EXPECT_EQ(cu_DSHMManager_delete(&me), 0U);
@@ -161,9 +160,9 @@ TEST_F(DSHMManager, keepsARegionThatCannotBeClosedUntilItsOwnEnd)
     ASSERT_EQ(cu_DSHMManager_incCounter(registry.me, names[1].c_str()), 0U);
     const auto places = [] {
         std::string functions;
-        const std::string trace = support::trace();
-        for (std::size_t at = 0; at < trace.size(); at = trace.find('\n', at) + 1)
-            functions += trace.substr(at, trace.find(' ', at) - at + 1);
+        std::istringstream trace(support::trace());
+        for (std::string line; std::getline(trace, line);)
+            functions += line.substr(0, line.find(' ') + 1);
         return functions;
     };
     const support::Injection failing = support::Injection::ofEvery("close", EIO);
@@ -239,10 +238,10 @@ TEST_F(DSHMManager, tellsThePointersThatItRefuses)
     };
     cu_DSHMManager* none = nullptr;
     cu_DSHMManager* taken = me;
-    expectTold("cu_DSHMManager_new", "me=0x00000000", [&] { return cu_DSHMManager_new(nullptr); });
-    expectTold("cu_DSHMManager_new", "me=" + at(&taken), [&] { return cu_DSHMManager_new(&taken); });
-    expectTold("cu_DSHMManager_delete", "me=0x00000000", [&] { return cu_DSHMManager_delete(nullptr); });
-    expectTold("cu_DSHMManager_delete", "me=" + at(&none), [&] { return cu_DSHMManager_delete(&none); });
+    for (cu_DSHMManager** const handle : {static_cast<cu_DSHMManager**>(nullptr), &taken})
+        expectTold("cu_DSHMManager_new", "me=" + at(handle), [&] { return cu_DSHMManager_new(handle); });
+    for (cu_DSHMManager** const handle : {static_cast<cu_DSHMManager**>(nullptr), &none})
+        expectTold("cu_DSHMManager_delete", "me=" + at(handle), [&] { return cu_DSHMManager_delete(handle); });
     // One argument after the other is null.
     for (int null = 0; null < 3; ++null) {
         SCOPED_TRACE(null);
