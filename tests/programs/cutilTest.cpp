@@ -23,6 +23,7 @@ namespace
 
 using namespace support;
 using testing::EndsWith;
+using testing::FieldsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -92,12 +93,13 @@ TEST(CutilHexdump, DumpsLikeTheLibrary)
                              "00000010 | 71 72                                           | qr\n");
 }
 
-TEST(CutilHexdump, NeedsNoMoreMemoryForMoreBytes)
+TEST(Cutil, NeedsNoMoreMemoryForMoreBytes)
 {
     // 4 MiB that give a line each, and 128 MiB that shrink to a star.
-    const Result result =
+    const Result dump =
         run("(head -c 4M /dev/urandom; head -c 128M /dev/zero; printf end) | " + cutil + "hexdump | tail -n 2");
-    EXPECT_EQ(result.output, "*\n08400000 | 65 6E 64" + std::string(39, ' ') + " | end\n");
+    EXPECT_EQ(dump.output, "*\n08400000 | 65 6E 64" + std::string(39, ' ') + " | end\n");
+    EXPECT_EQ(run("head -c 128M /dev/zero | " + cutil + "md5").output, "fde9e0818281836e4fc0edfede2b8762  -\n");
     rusage usage{};
     ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
     EXPECT_LT(usage.ru_maxrss, 96 * 1024); // KiB; a sanitizer alone takes its share
@@ -118,6 +120,8 @@ protected:
         return base;
     }
 
+    Result show() const { return run(cutil + "shm show " + name); }
+
     const std::string name = uniqueName("shm");
     cu_SharedMemory* region = nullptr;
 };
@@ -135,7 +139,7 @@ TEST_F(CutilShm, ShowsTheFifoInARegion)
         ASSERT_EQ(cu_Fifo_putCommit(block), 0u);
     }
 
-    const Result shown = run(cutil + "shm show " + name);
+    const Result shown = show();
     EXPECT_EQ(shown.status, 0);
     EXPECT_EQ(shown.output, "name:        " + name + "\nsize:        " + std::to_string(size) +
                                 " bytes\nowner:       " + run("id -un").output +
@@ -151,7 +155,7 @@ TEST_F(CutilShm, ShowsTheFifoInARegion)
 
     // The same block, but the entries that it tells of would not fit in.
     static_cast<uint32_t*>(block)[0] = 2 * capacity;
-    EXPECT_THAT(run(cutil + "shm show " + name).output, HasSubstr("FIFO:        none\n"));
+    EXPECT_THAT(show().output, HasSubstr("FIFO:        none\n"));
     EXPECT_EQ(cu_Fifo_cleanup(block), 0u);
 }
 
@@ -159,10 +163,8 @@ TEST_F(CutilShm, ShowsARegionWithoutAFifo)
 {
     create(10); // not even room for a header
     EXPECT_THAT(run(cutil + "ring cat " + name + " 2>&1").output, HasSubstr("there is no ring buffer in the region"));
-    const Result shown = run(cutil + "shm show " + name);
-    EXPECT_EQ(shown.status, 0);
-    EXPECT_THAT(shown.output, HasSubstr("size:        10 bytes\n"));
-    EXPECT_THAT(shown.output, HasSubstr("FIFO:        none\n"));
+    EXPECT_THAT(show().output, HasSubstr("size:        10 bytes\n"));
+    EXPECT_THAT(show().output, HasSubstr("FIFO:        none\n"));
 }
 
 TEST_F(CutilShm, ShowsARingBuffer)
@@ -173,18 +175,17 @@ TEST_F(CutilShm, ShowsARingBuffer)
     ASSERT_EQ(cu_RingBuffer_create(&ring, base, ringSize, false, true, nullptr), 0u);
     bool written = false;
     ASSERT_EQ(cu_RingBuffer_put(ring, "hello", 5, &written), 0u);
-    EXPECT_THAT(run(cutil + "shm show " + name).output, EndsWith("ring buffer: 1024 bytes\n"
-                                                                 "  used:      5\n"
-                                                                 "  free:      1018\n"
-                                                                 "  locks:     writer\n"));
+    EXPECT_THAT(show().output, EndsWith("ring buffer: 1024 bytes\n"
+                                        "  used:      5\n"
+                                        "  free:      1018\n"
+                                        "  locks:     writer\n"));
     // Larger than the region, and no power of two: neither is read.
     for (const uint32_t size : {2 * ringSize, ringSize + 1}) {
         static_cast<uint32_t*>(base)[2] = size;
-        EXPECT_THAT(run(cutil + "shm show " + name).output,
+        EXPECT_THAT(show().output,
                     HasSubstr("ring buffer: damaged; " + std::to_string(size) + " bytes by its header\n"));
-        const Result result = run(cutil + "ring cat --once " + name + " 2>&1");
-        EXPECT_EQ(result.status, 1);
-        EXPECT_THAT(result.output, HasSubstr("the ring buffer is damaged"));
+        EXPECT_THAT(run(cutil + "ring cat --once " + name + " 2>&1"),
+                    FieldsAre(1, HasSubstr("the ring buffer is damaged")));
     }
     EXPECT_EQ(cu_RingBuffer_delete(&ring), 0u);
 }
@@ -195,19 +196,19 @@ TEST_F(CutilShm, ShowsAnRpcQueueAndAnRpcChannel)
     cu_RPCQueue* queue = nullptr;
     ASSERT_EQ(cu_RPCQueue_create(&queue, base, 16384, nullptr), 0u);
     ASSERT_EQ(cu_RPCQueue_signal(queue), 0u);
-    EXPECT_THAT(run(cutil + "shm show " + name).output,
+    EXPECT_THAT(show().output,
                 EndsWith("RPC queue:   12288 bytes of payload, from the looks of it (it carries no mark)\n"
                          "  signals:   1\n"));
     // The size alone does not make a queue.
     static_cast<char*>(base)[4095] = 1;
-    EXPECT_THAT(run(cutil + "shm show " + name).output, HasSubstr("FIFO:        none\n"));
+    EXPECT_THAT(show().output, HasSubstr("FIFO:        none\n"));
     ASSERT_EQ(cu_RPCQueue_delete(&queue), 0u);
 
     cu_RPCChannel* channel = nullptr;
     ASSERT_EQ(cu_RPCChannel_create(&channel, base, 16384, nullptr), 0u);
     for (int i = 0; i < 3; ++i)
         ASSERT_EQ(cu_RPCChannel_signalTx(channel), 0u);
-    EXPECT_THAT(run(cutil + "shm show " + name).output,
+    EXPECT_THAT(show().output,
                 EndsWith("RPC channel: twice 4096 bytes of payload, from the looks of it (it carries no mark)\n"
                          "  signals:   0 to the side that created it, 3 to the other one\n"));
     ASSERT_EQ(cu_RPCChannel_delete(&channel), 0u);
@@ -233,9 +234,7 @@ TEST_F(CutilRing, TakesAndGivesWhatIsThere)
                                                                  "  free:      4\n"
                                                                  "  locks:     reader and writer\n"));
     EXPECT_EQ(run(cat + " --once").output, "hello world");
-    const Result empty = run(cutil + "ring -o cat " + name);
-    EXPECT_EQ(empty.status, 0);
-    EXPECT_EQ(empty.output, "");
+    EXPECT_THAT(run(cutil + "ring -o cat " + name), FieldsAre(0, ""));
 }
 
 TEST_F(CutilRing, CarriesAStreamThroughAShellPipeUntilItIsInterrupted)
@@ -278,25 +277,19 @@ TEST(CutilClock, ListsTheClocks)
 
 TEST(CutilConvert, PrintsTheValueOrWhyThereIsNone)
 {
-    struct Case {
-        const char* words;
-        const char* output;
-    };
-    for (const Case c : {Case{"bool True", "1"},
-                         {"char -h", "-"},
-                         {"sint8 -0x80", "-128"},
-                         {"uint16 ' -4294967295'", "1"},
-                         {"-b 36 sint64 -zz.0", "-1295"},
-                         {"uint64 18446744073709551615", "18446744073709551615"},
-                         {"ieee32 0.1", "0.100000001"},
-                         {"ieee64 -1e-1", "-0.10000000000000001"}}) {
-        const Result result = run(cutil + "convert " + c.words + " 2>&1");
-        EXPECT_EQ(result.status, 0) << c.words;
-        EXPECT_EQ(result.output, c.output + std::string(1, '\n')) << c.words;
+    const char* const cases[][2] = {{"bool True", "1\n"},
+                                    {"char -h", "-\n"},
+                                    {"sint8 -0x80", "-128\n"},
+                                    {"uint16 ' -4294967295'", "1\n"},
+                                    {"-b 36 sint64 -zz.0", "-1295\n"},
+                                    {"uint64 18446744073709551615", "18446744073709551615\n"},
+                                    {"ieee32 0.1", "0.100000001\n"},
+                                    {"ieee64 -1e-1", "-0.10000000000000001\n"}};
+    for (const auto& [words, output] : cases) {
+        EXPECT_THAT(run(cutil + "convert " + words + " 2>&1"), FieldsAre(0, output)) << words;
     }
-    const Result failed = run(cutil + "convert --base 16 uint8 100.0 2>&1");
-    EXPECT_EQ(failed.status, 1);
-    EXPECT_EQ(failed.output, "cutil: uint8: source='100.0' base='16 (cu_ERROR_CONVERSION_FAILED)\n");
+    EXPECT_THAT(run(cutil + "convert --base 16 uint8 100.0 2>&1"),
+                FieldsAre(1, "cutil: uint8: source='100.0' base='16 (cu_ERROR_CONVERSION_FAILED)\n"));
 }
 
 class CutilMd5 : public testing::Test
@@ -328,9 +321,7 @@ protected:
 
 TEST_F(CutilMd5, PrintsTheDigestsOfFilesAndStreamsInTheFormOfMd5sum)
 {
-    const Result files = md5("*");
-    EXPECT_EQ(files.status, 0);
-    EXPECT_EQ(files.output, sums);
+    EXPECT_THAT(md5("*"), FieldsAre(0, sums));
     EXPECT_EQ(md5("", "printf abc | ").output, "900150983cd24fb0d6963f7d28e17f72  -\n");
     EXPECT_EQ(md5("empty -", "(printf a; sleep 0.1; printf bc) | ").output,
               "d41d8cd98f00b204e9800998ecf8427e  empty\n900150983cd24fb0d6963f7d28e17f72  -\n");
@@ -342,21 +333,12 @@ TEST_F(CutilMd5, PrintsTheDigestsOfFilesAndStreamsInTheFormOfMd5sum)
         EXPECT_THAT(some.output, HasSubstr(line));
 }
 
-TEST_F(CutilMd5, NeedsNoMoreMemoryForMoreBytes)
-{
-    EXPECT_EQ(md5("", "head -c 128M /dev/zero | ").output, "fde9e0818281836e4fc0edfede2b8762  -\n");
-    rusage usage{};
-    ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
-    EXPECT_LT(usage.ru_maxrss, 96 * 1024); // KiB; a sanitizer alone takes its share
-}
-
 TEST_F(CutilMd5, ChecksWhatItPrints)
 {
     ASSERT_EQ(md5("* >list").status, 0);
-    const std::string verdicts = "a b: OK\nback\\slash: OK\ncr\rx: OK\nempty: OK\n\\new\\nline: OK\n";
     for (const Result& result : {md5("--check list"), md5("--check", "cat list | "), md5("--check - <list")}) {
         EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(result.output, verdicts);
+        EXPECT_EQ(result.output, "a b: OK\nback\\slash: OK\ncr\rx: OK\nempty: OK\n\\new\\nline: OK\n");
     }
 }
 
@@ -373,17 +355,15 @@ TEST_F(CutilMd5, TellsWhatDoesNotMatchCannotBeReadOrIsNoSum)
                                        "\\d41d8cd98f00b204e9800998ecf8427e  a\\xb\n"
                                        "\\d41d8cd98f00b204e9800998ecf8427e  a\\\n"
                                        "\t d41d8cd98f00b204e9800998ecf8427e  empty";
-    const Result result = md5("--check list 2>/dev/null");
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.output, "a b: FAILED\nempty: OK\nmissing: FAILED open or read\nempty: OK\n");
+    EXPECT_THAT(md5("--check list 2>/dev/null"),
+                FieldsAre(1, "a b: FAILED\nempty: OK\nmissing: FAILED open or read\nempty: OK\n"));
     EXPECT_EQ(md5("--check list 2>&1 >/dev/null").output, "cutil: missing: No such file or directory\n"
                                                           "cutil: WARNING: 6 lines are improperly formatted\n"
                                                           "cutil: WARNING: 1 listed file could not be read\n"
                                                           "cutil: WARNING: 1 computed checksum did NOT match\n");
     // The standard input cannot be the list and a file in it.
-    const Result both = md5("--check 2>&1", "printf 'd41d8cd98f00b204e9800998ecf8427e  -\n' | ");
-    EXPECT_EQ(both.status, 1);
-    EXPECT_EQ(both.output, "cutil: standard input: no properly formatted checksum lines found\n");
+    EXPECT_THAT(md5("--check 2>&1", "printf 'd41d8cd98f00b204e9800998ecf8427e  -\n' | "),
+                FieldsAre(1, "cutil: standard input: no properly formatted checksum lines found\n"));
 }
 
 TEST(CutilUuid, PrintsAsManyDifferentIdentifiersAsAreAskedFor)
@@ -418,46 +398,14 @@ TEST(Cutil, TellsHowItIsUsed)
 
 TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
 {
-    for (const std::string words : {"",
-                                    "bogus",
-                                    "--bogus",
-                                    "error",
-                                    "error --all 1",
-                                    "-x",
-                                    "--",
-                                    "error --bogus",
-                                    "error -ax",
-                                    "hexdump a b",
-                                    "hexdump --bogus",
-                                    "shm",
-                                    "shm bogus",
-                                    "shm list x",
-                                    "shm show",
-                                    "shm show a b",
-                                    "ring",
-                                    "ring bogus",
-                                    "ring cat",
-                                    "ring cat a b",
-                                    "ring cat a --size 8",
-                                    "ring put a --once",
-                                    "ring put a --size",
-                                    "ring put a -s",
-                                    "ring put a --size --once",
-                                    "ring put a --size 9",
-                                    "ring put a --size 1",
-                                    "ring put a --size 2147483648",
-                                    "clock x",
-                                    "md5 --bogus",
-                                    "uuid x",
-                                    "uuid 0",
-                                    "uuid 1 2",
-                                    "uuid 4294967296",
-                                    "convert",
-                                    "convert sint8",
-                                    "convert sint8 1 2",
-                                    "convert sint9 1",
-                                    "convert --base 37 sint8 1",
-                                    "convert --base 1x sint8 1"}) {
+    std::istringstream lines(
+        "|bogus|--bogus|error|error --all 1|-x|--|error --bogus|error -ax|hexdump a b|hexdump --bogus"
+        "|shm|shm bogus|shm list x|shm show|shm show a b|ring|ring bogus|ring cat|ring cat a b"
+        "|ring cat a --size 8|ring put a --once|ring put a --size|ring put a -s|ring put a --size --once"
+        "|ring put a --size 9|ring put a --size 1|ring put a --size 2147483648|clock x|md5 --bogus"
+        "|uuid x|uuid 0|uuid 1 2|uuid 4294967296|convert|convert sint8|convert sint8 1 2|convert sint9 1"
+        "|convert --base 37 sint8 1|convert --base 1x sint8 1");
+    for (std::string words; std::getline(lines, words, '|');) {
         EXPECT_EQ(run(cutil + words + " 2>/dev/null").output, "") << words;
         const Result result = run(cutil + words + " 2>&1 >/dev/null");
         EXPECT_EQ(result.status, 2) << words;
@@ -471,9 +419,7 @@ TEST(Cutil, AnswersFailureOnTheErrorStreamWithStatus1)
          {"hexdump /nonexistent", "hexdump /", "shm show nonexistent-region", "ring cat nonexistent-region",
           "ring put nonexistent-region", "ring cat -o -- --once", "error 9", "error --all >/dev/full",
           "md5 /nonexistent", "md5 -c /dev/null", "md5 --check /nonexistent", "uuid 9999 >/dev/full"}) {
-        const Result result = run('(' + cutil + words + ") 2>&1");
-        EXPECT_EQ(result.status, 1) << words;
-        EXPECT_THAT(result.output, HasSubstr("cutil: ")) << words;
+        EXPECT_THAT(run('(' + cutil + words + ") 2>&1"), FieldsAre(1, HasSubstr("cutil: "))) << words;
     }
     EXPECT_THAT(run(cutil + "shm show nonexistent-region 2>&1").output,
                 HasSubstr("Requested to open '/nonexistent-region' with options '2'"));

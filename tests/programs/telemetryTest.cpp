@@ -18,6 +18,7 @@ namespace
 
 using namespace support;
 using testing::ContainsRegex;
+using testing::FieldsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -283,21 +284,17 @@ TEST_F(Telemetry, LeavesARegionAloneThatIsInUse)
         queue();
         Background reporter(report());
         ASSERT_TRUE(reporter.says("%"));
-        const Result second = run(sample() + " 2>&1");
-        EXPECT_EQ(second.status, 1);
-        EXPECT_THAT(second.output, HasSubstr("a sampler (process " + sampler.number() + ") fills the region"));
-        const Result secondReporter = run(report() + " 2>&1");
-        EXPECT_EQ(secondReporter.status, 1);
-        EXPECT_THAT(secondReporter.output, HasSubstr("another reporter (process " + reporter.number() + ")"));
+        EXPECT_THAT(run(sample() + " 2>&1"),
+                    FieldsAre(1, HasSubstr("a sampler (process " + sampler.number() + ") fills the region")));
+        EXPECT_THAT(run(report() + " 2>&1"),
+                    FieldsAre(1, HasSubstr("another reporter (process " + reporter.number() + ")")));
         reporter.interrupt();
         EXPECT_EQ(reporter.wait(), 0);
         EXPECT_EQ(sampler.wait(), 0);
     }
     run("echo something else >/dev/shm/" + name);
     for (const std::string& command : {sample(), report()}) {
-        const Result result = run(command + " 2>&1");
-        EXPECT_EQ(result.status, 1);
-        EXPECT_THAT(result.output, HasSubstr("is none of a sampler's")) << result.output;
+        EXPECT_THAT(run(command + " 2>&1"), FieldsAre(1, HasSubstr("is none of a sampler's")));
     }
     EXPECT_EQ(run("cat /dev/shm/" + name).output, "something else\n");
 }
