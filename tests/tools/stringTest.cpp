@@ -47,15 +47,24 @@ public:
         return fresh;
     }
 
+    // A call succeeds: what it asks for, and the text after it.
+    void expect(cu_ErrorCode code, const Sizes& sizes, const std::string& text)
+    {
+        EXPECT_EQ(code, 0U);
+        EXPECT_EQ(asked(), sizes) << text;
+        EXPECT_EQ(get(), text);
+    }
+
     // The next request is refused: the call says 0 all the same, and the record tells.
     template <typename Call>
-    void refused(Call call)
+    void refused(Call call, const std::string& text)
     {
         allocator.refuse(1);
         cu_Error_clear(cu_getErrorLocation());
         EXPECT_EQ(call(), 0U);
         EXPECT_EQ(cu_getErrorLocation()->errorID, cu_ERROR_COM_MALLOC_FAILED);
         EXPECT_TRUE(allocator.refused());
+        EXPECT_EQ(get(), text);
         asked();
     }
 
@@ -122,39 +131,25 @@ TEST(String, badArgumentsAreRefused)
 TEST(String, theCapacityFollowsItsRules)
 {
     Text text;
-    EXPECT_EQ(text.get(), "");
     EXPECT_EQ(text.allocator.requests().at(1), 256U);
     // Appending: exactly what is needed, once that is the capacity or more.
-    EXPECT_EQ(cu_String_appendStr(text, times(254).c_str()), 0U);
-    EXPECT_EQ(text.asked(), Sizes{});
-    EXPECT_EQ(cu_String_appendStr(text, "x"), 0U);
-    EXPECT_EQ(cu_String_appendStr(text, ""), 0U);
-    EXPECT_EQ(cu_String_appendStr(text, "xy"), 0U);
-    EXPECT_EQ(text.asked(), (Sizes{256, 256, 258}));
-    EXPECT_EQ(text.get(), times(256) + "y");
+    text.expect(cu_String_appendStr(text, times(254).c_str()), {}, times(254));
+    text.expect(cu_String_appendStr(text, "x"), {256}, times(255));
+    text.expect(cu_String_appendStr(text, ""), {256}, times(255));
+    text.expect(cu_String_appendStr(text, "xy"), {258}, times(256) + "y");
     // Assigning: exactly what is needed, where that is above the capacity.
-    EXPECT_EQ(cu_String_assignStr(text, times(257, 'a').c_str()), 0U);
-    EXPECT_EQ(text.asked(), Sizes{});
-    EXPECT_EQ(cu_String_assignStr(text, times(258, 'b').c_str()), 0U);
-    EXPECT_EQ(cu_String_assignStr(text, "short"), 0U);
-    EXPECT_EQ(text.asked(), Sizes{259});
-    EXPECT_EQ(text.get(), "short");
+    text.expect(cu_String_assignStr(text, times(257, 'a').c_str()), {}, times(257, 'a'));
+    text.expect(cu_String_assignStr(text, times(258, 'b').c_str()), {259}, times(258, 'b'));
+    text.expect(cu_String_assignStr(text, "short"), {}, "short");
     // Squeezing and growing.
-    EXPECT_EQ(cu_String_squeeze(text), 0U);
-    EXPECT_EQ(text.get(), "short");
-    EXPECT_EQ(cu_String_appendStr(text, "!"), 0U);
-    EXPECT_EQ(text.asked(), (Sizes{6, 7}));
-    EXPECT_EQ(cu_String_grow(text, 7), 0U);
-    EXPECT_EQ(text.asked(), Sizes{});
-    EXPECT_EQ(text.get(), "");
-    EXPECT_EQ(cu_String_appendStr(text, "12345"), 0U);
-    EXPECT_EQ(cu_String_grow(text, 8), 0U);
-    EXPECT_EQ(text.asked(), Sizes{8});
-    EXPECT_EQ(text.get(), "");
-    EXPECT_EQ(cu_String_appendStr(text, "123456"), 0U);
-    EXPECT_EQ(cu_String_clear(text), 0U);
-    EXPECT_EQ(cu_String_appendStr(text, "123456"), 0U);
-    EXPECT_EQ(text.asked(), Sizes{});
+    text.expect(cu_String_squeeze(text), {6}, "short");
+    text.expect(cu_String_appendStr(text, "!"), {7}, "short!");
+    text.expect(cu_String_grow(text, 7), {}, "");
+    text.expect(cu_String_appendStr(text, "12345"), {}, "12345");
+    text.expect(cu_String_grow(text, 8), {8}, "");
+    text.expect(cu_String_appendStr(text, "123456"), {}, "123456");
+    text.expect(cu_String_clear(text), {}, "");
+    text.expect(cu_String_appendStr(text, "123456"), {}, "123456");
 }
 
 TEST(String, aLongTextIsClonedWholeAndRecordsOneByteTooFew)
@@ -183,20 +178,15 @@ TEST(String, formattingSucceedsWithinTheCapacityOnly)
 {
     Text text;
     const std::string part = times(300);
-    EXPECT_EQ(list(text, "%d|%s|%.1f", 7, "b", 0.5), 0U);
-    EXPECT_EQ(text.get(), "7|b|0.5");
+    text.expect(list(text, "%d|%s|%.1f", 7, "b", 0.5), {}, "7|b|0.5");
     EXPECT_FAILURE(list(text, "%d|%s|%.1f", 7, part.c_str(), 0.5), cu_ERROR_COM_INVARIANT, "cu_String_vaFormat", file,
                    "");
-    EXPECT_EQ(text.get(), "7|" + part + "|0.");
-    EXPECT_EQ(text.asked(), Sizes{307});
+    text.expect(0, {307}, "7|" + part + "|0.");
     // The recorded capacity is 306 now: 305 characters fit.
-    EXPECT_EQ(cu_String_format(text, "%s", times(305, 'y').c_str()), 0U);
-    EXPECT_EQ(text.get(), times(305, 'y'));
-    EXPECT_EQ(text.asked(), Sizes{});
+    text.expect(cu_String_format(text, "%s", times(305, 'y').c_str()), {}, times(305, 'y'));
     EXPECT_NE(cu_String_format(text, "%s", times(306, 'z').c_str()), 0U);
     EXPECT_EQ(support::trace().find("cu_String_format  -  "), 0U);
-    EXPECT_EQ(text.get(), times(305, 'z'));
-    EXPECT_EQ(text.asked(), Sizes{307});
+    text.expect(0, {307}, times(305, 'z'));
 
     const wchar_t unprintable[] = {0xD800, 0};
     EXPECT_FAILURE(cu_String_format(text, "a%ls", unprintable), cu_ERROR_TRUNCATION_DETECTED, "cu_String_vaFormat",
@@ -212,77 +202,55 @@ TEST(String, aStaleLengthLosesAndOverrunsNothing)
 {
     Text text;
     const Text same("hello");
-    EXPECT_EQ(cu_String_format(text, "hello"), 0U);
+    text.expect(cu_String_format(text, "hello"), {}, "hello");
     EXPECT_FALSE(equal(text, same)); // recorded lengths 0 and 5
-    EXPECT_EQ(cu_String_appendStr(text, " world"), 0U);
-    EXPECT_EQ(text.get(), "hello world");
-    EXPECT_EQ(cu_String_assign(text, same), 0U);
+    text.expect(cu_String_appendStr(text, " world"), {}, "hello world");
+    text.expect(cu_String_assign(text, same), {}, "hello");
     EXPECT_TRUE(equal(text, same));
 
     // Too short a length: the buffer grows by the real need, the recorded capacity does not.
-    EXPECT_EQ(cu_String_grow(text, 300), 0U);
-    EXPECT_EQ(cu_String_format(text, "%s", times(290, 'a').c_str()), 0U);
-    text.asked();
-    EXPECT_EQ(cu_String_appendStr(text, times(200, 'b').c_str()), 0U);
-    EXPECT_EQ(text.get(), times(290, 'a') + times(200, 'b'));
-    EXPECT_EQ(text.asked(), Sizes{491});
+    const std::string first = times(290, 'a');
+    const std::string both = first + times(200, 'b');
+    text.expect(cu_String_grow(text, 300), {300}, "");
+    text.expect(cu_String_format(text, "%s", first.c_str()), {}, first);
+    text.expect(cu_String_appendStr(text, times(200, 'b').c_str()), {491}, both);
     cu_String* copy = nullptr;
     ASSERT_EQ(cu_String_clone(&copy, text, text.allocator.get()), 0U);
     EXPECT_EQ(text.asked().at(1), 491U);
-    EXPECT_EQ(cu_String_get(copy), text.get());
     EXPECT_TRUE(equal(copy, text));
     Text other;
-    EXPECT_EQ(cu_String_assign(other, copy), 0U);
-    EXPECT_EQ(other.get(), text.get());
-    EXPECT_EQ(cu_String_append(other, copy), 0U);
-    EXPECT_EQ(other.get(), text.get() + text.get());
+    other.expect(cu_String_assign(other, copy), {491}, both);
+    other.expect(cu_String_append(other, copy), {981}, both + both);
     EXPECT_EQ(cu_String_delete(&copy), 0U);
-    EXPECT_EQ(cu_String_squeeze(text), 0U);
-    EXPECT_EQ(text.asked(), Sizes{201});
-    EXPECT_EQ(text.get(), times(200, 'a'));
+    text.expect(cu_String_squeeze(text), {201}, times(200, 'a'));
 
     // Too long a length.
-    EXPECT_EQ(cu_String_assignStr(text, times(300, 'c').c_str()), 0U);
-    EXPECT_EQ(cu_String_format(text, "x"), 0U);
-    EXPECT_EQ(cu_String_appendStr(text, "y"), 0U);
-    EXPECT_EQ(text.get(), "xy");
-    ASSERT_EQ(cu_String_clone(&copy, text, nullptr), 0U);
-    EXPECT_TRUE(equal(copy, text));
-    EXPECT_EQ(cu_String_squeeze(copy), 0U);
-    EXPECT_STREQ(cu_String_get(copy), "xy");
-    EXPECT_EQ(cu_String_delete(&copy), 0U);
+    text.expect(cu_String_assignStr(text, times(300, 'c').c_str()), {301}, times(300, 'c'));
+    text.expect(cu_String_format(text, "x"), {}, "x");
+    text.expect(cu_String_appendStr(text, "y"), {302}, "xy");
+    text.expect(cu_String_squeeze(text), {302}, "xy");
 }
 
 TEST(String, aRefusedReallocationIsNotToldButKeptInMind)
 {
     Text text;
-    text.refused([&] { return cu_String_appendStr(text, times(300).c_str()); });
-    EXPECT_EQ(text.get(), times(255));
+    text.refused([&] { return cu_String_appendStr(text, times(300).c_str()); }, times(255));
     EXPECT_TRUE(equal(text, Text(times(255).c_str())));
-    EXPECT_EQ(cu_String_appendStr(text, "yz"), 0U); // the record has 301, the buffer has 256
-    EXPECT_EQ(text.get(), times(255) + "yz");
-    EXPECT_EQ(text.asked(), Sizes{258});
+    // The record has 301, the buffer has 256.
+    text.expect(cu_String_appendStr(text, "yz"), {258}, times(255) + "yz");
 
-    text.refused([&] { return cu_String_assignStr(text, times(400, 'a').c_str()); });
-    EXPECT_EQ(text.get(), times(257, 'a'));
-    EXPECT_EQ(cu_String_assignStr(text, times(400, 'b').c_str()), 0U);
-    EXPECT_EQ(text.get(), times(400, 'b'));
+    text.refused([&] { return cu_String_assignStr(text, times(400, 'a').c_str()); }, times(257, 'a'));
+    text.expect(cu_String_assignStr(text, times(400, 'b').c_str()), {401}, times(400, 'b'));
 
-    text.refused([&] { return cu_String_grow(text, 1000); });
-    EXPECT_EQ(text.get(), "");
-    text.asked();
     // The capacity that is recorded is made true when a text needs it.
-    EXPECT_EQ(cu_String_format(text, "%s", times(999, 'c').c_str()), 0U);
-    EXPECT_EQ(text.get(), times(999, 'c'));
-    EXPECT_EQ(text.asked(), Sizes{1000});
+    text.refused([&] { return cu_String_grow(text, 1000); }, "");
+    text.expect(cu_String_format(text, "%s", times(999, 'c').c_str()), {1000}, times(999, 'c'));
 
-    EXPECT_EQ(cu_String_assignStr(text, "abc"), 0U);
-    text.refused([&] { return cu_String_squeeze(text); });
-    EXPECT_EQ(text.get(), "abc");
-    EXPECT_EQ(cu_String_appendStr(text, "d"), 0U);
-    EXPECT_EQ(text.asked(), Sizes{5});
+    text.expect(cu_String_assignStr(text, "abc"), {}, "abc");
+    text.refused([&] { return cu_String_squeeze(text); }, "abc");
+    text.expect(cu_String_appendStr(text, "d"), {5}, "abcd");
 
-    text.refused([&] { return cu_String_grow(text, 1000); });
+    text.refused([&] { return cu_String_grow(text, 1000); }, "");
     cu_String* copy = nullptr;
     ASSERT_EQ(cu_String_clone(&copy, text, nullptr), 0U);
     EXPECT_EQ(cu_String_format(copy, "%s", times(999).c_str()), 0U);
@@ -295,33 +263,23 @@ TEST(String, aRefusedReallocationIsNotToldButKeptInMind)
 TEST(String, aStringMayTakeFromItself)
 {
     Text text("abcdef");
-    EXPECT_EQ(cu_String_assign(text, text), 0U);
-    EXPECT_EQ(text.get(), "abcdef");
-    EXPECT_EQ(cu_String_squeeze(text), 0U); // from here on every append moves the buffer
-    EXPECT_EQ(cu_String_append(text, text), 0U);
-    EXPECT_EQ(text.get(), "abcdefabcdef");
-    EXPECT_EQ(cu_String_appendStr(text, cu_String_get(text) + 9), 0U);
-    EXPECT_EQ(text.get(), "abcdefabcdefdef");
-    EXPECT_EQ(cu_String_assignStr(text, cu_String_get(text) + 4), 0U);
-    EXPECT_EQ(text.get(), "efabcdefdef");
-    EXPECT_EQ(cu_String_appendStr(text, cu_String_get(text) + 11), 0U); // its NUL
-    EXPECT_EQ(text.get(), "efabcdefdef");
-    text.refused([&] { return cu_String_append(text, text); });
-    EXPECT_EQ(text.get().find("efabcdefdef"), 0U);
+    text.expect(cu_String_assign(text, text), {}, "abcdef");
+    text.expect(cu_String_squeeze(text), {7}, "abcdef"); // from here on every append moves the buffer
+    text.expect(cu_String_append(text, text), {13}, "abcdefabcdef");
+    text.expect(cu_String_appendStr(text, cu_String_get(text) + 9), {16}, "abcdefabcdefdef");
+    text.expect(cu_String_assignStr(text, cu_String_get(text) + 4), {}, "efabcdefdef");
+    text.refused([&] { return cu_String_append(text, text); }, "efabcdefdefefab");
 
     // What stands behind the end that a replacement has set is still there to be taken.
     Text list("name,a value longer than it");
-    EXPECT_EQ(cu_String_replace(list, ',', 0), 0U);
-    EXPECT_EQ(cu_String_appendStr(list, cu_String_get(list) + 5), 0U);
-    EXPECT_EQ(list.get(), "namea value longer than it");
+    list.expect(cu_String_replace(list, ',', 0), {}, "name");
+    list.expect(cu_String_appendStr(list, cu_String_get(list) + 5), {}, "namea value longer than it");
 
     // The buffer shrinks under a text near its end.
     Text formatted;
     EXPECT_EQ(cu_String_format(formatted, "%s%s", times(150, 'a').c_str(), times(50, 'b').c_str()), 0U);
-    formatted.refused([&] { return cu_String_squeeze(formatted); });
-    EXPECT_EQ(cu_String_assignStr(formatted, cu_String_get(formatted) + 150), 0U);
-    EXPECT_EQ(formatted.asked(), Sizes{51});
-    EXPECT_EQ(formatted.get(), times(50, 'b'));
+    formatted.refused([&] { return cu_String_squeeze(formatted); }, times(150, 'a') + times(50, 'b'));
+    formatted.expect(cu_String_assignStr(formatted, cu_String_get(formatted) + 150), {51}, times(50, 'b'));
 }
 
 TEST(String, comparesCountsAndReplacesBytes)
@@ -339,27 +297,23 @@ TEST(String, comparesCountsAndReplacesBytes)
         EXPECT_EQ(same, sign == 0);
         EXPECT_EQ(equal(text, Text(other)), sign == 0);
     }
-    EXPECT_EQ(cu_String_count(text, 'a', &count), 0U);
-    EXPECT_EQ(count, 2U);
-    EXPECT_EQ(cu_String_count(text, 0x80, &count), 0U);
-    EXPECT_EQ(count, 1U);
-    EXPECT_EQ(cu_String_count(text, 0x100 + 'a', &count), 0U);
-    EXPECT_EQ(count, 0U);
+    for (const auto& [character, times] : {std::pair{uint32_t{'a'}, 2U}, {0x80U, 1U}, {0x100U + 'a', 0U}}) {
+        EXPECT_EQ(cu_String_count(text, character, &count), 0U);
+        EXPECT_EQ(count, times);
+    }
 
-    EXPECT_EQ(cu_String_replace(text, 0x80, 'a'), 0U);
-    EXPECT_EQ(cu_String_replace(text, 0x100 + 'a', 'x'), 0U);
-    EXPECT_EQ(cu_String_replace(text, 0, 'x'), 0U);
-    EXPECT_EQ(text.get(), "banana");
-    EXPECT_EQ(cu_String_replace(text, 'n', 0xE4), 0U);
-    EXPECT_TRUE(equal(text, Text("ba\xE4"
-                                 "a\xE4"
-                                 "a")));
+    text.expect(cu_String_replace(text, 0x80, 'a'), {}, "banana");
+    text.expect(cu_String_replace(text, 0x100 + 'a', 'x'), {}, "banana");
+    text.expect(cu_String_replace(text, 0, 'x'), {}, "banana");
+    text.expect(cu_String_replace(text, 'n', 0xE4), {},
+                "ba\xE4"
+                "a\xE4"
+                "a");
     EXPECT_EQ(cu_String_replace(text, 0xE4, 0), 0U);
     EXPECT_TRUE(equal(text, Text("ba")));
     // After formatting, too, what is really there is replaced, and the end renews the length.
     EXPECT_EQ(cu_String_format(text, "a,b,c"), 0U);
-    EXPECT_EQ(cu_String_replace(text, ',', ';'), 0U);
-    EXPECT_EQ(text.get(), "a;b;c");
+    text.expect(cu_String_replace(text, ',', ';'), {}, "a;b;c");
     EXPECT_EQ(cu_String_replace(text, 'c', 0), 0U);
     EXPECT_TRUE(equal(text, Text("a;b;")));
 
