@@ -95,17 +95,9 @@ TEST(Serializer, everyValueComesBackBitForBitInNetworkOrder)
     expectRoundTrip("cu_Serializer_readU32", cu_Serializer_writeU32, cu_Serializer_readU32, four);
     expectRoundTrip("cu_Serializer_readS32", cu_Serializer_writeS32, cu_Serializer_readS32, four);
     expectRoundTrip("cu_Serializer_readIEEE32", cu_Serializer_writeIEEE32, cu_Serializer_readIEEE32, four);
-    const std::vector<uint64_t> eight = {0,
-                                         1,
-                                         0x0102030405060708,
-                                         0x7FFFFFFFFFFFFFFF,
-                                         0x8000000000000000,
-                                         0x3FF0000000000000,
-                                         0x7FF0000000000000,
-                                         0xFFF0000000000000,
-                                         0x7FF8123456789ABC,
-                                         0xFFF8000000000001,
-                                         0x7FF0000000000001,
+    const std::vector<uint64_t> eight = {0x0000000000000000, 0x0000000000000001, 0x0102030405060708, 0x7FFFFFFFFFFFFFFF,
+                                         0x8000000000000000, 0xFFFFFFFFFFFFFFFE, 0x3FF0000000000000, 0x7FF0000000000000,
+                                         0xFFF0000000000000, 0x7FF8123456789ABC, 0xFFF8000000000001, 0x7FF0000000000001,
                                          0xFFF7FFFFFFFFFFFF};
     expectRoundTrip("cu_Serializer_readU64", cu_Serializer_writeU64, cu_Serializer_readU64, eight);
     expectRoundTrip("cu_Serializer_readS64", cu_Serializer_writeS64, cu_Serializer_readS64, eight);

@@ -40,10 +40,8 @@ TEST(Uuid, textAndBytesTellTheSame)
     cu_UUID uuid = {};
     for (const char* text : {counted, "000102030405060708090a0b0c0d0e0f"}) {
         ASSERT_EQ(cu_UUID_fromString(&uuid, text), 0U);
-        for (uint8_t i = 0; i < CU_UUID_SIZE; ++i)
-            EXPECT_EQ(uuid.data[i], i);
+        EXPECT_EQ(textOf(uuid), counted);
     }
-    EXPECT_EQ(textOf(uuid), counted);
     ASSERT_EQ(cu_UUID_fromString(&uuid, "FEdcBA9876543210fEDCba9876543210"), 0U);
     EXPECT_EQ(textOf(uuid), "FEDCBA9876543210FEDCBA9876543210");
     for (const char* text : {"", "000102030405060708090A0B0C0D0E0", "000102030405060708090A0B0C0D0E0F0"})
@@ -74,7 +72,6 @@ TEST(Uuid, bytesAreCopiedWhenThereAre16AndSilentlyNotOtherwise)
     }
     EXPECT_EQ(cu_UUID_fromData(&uuid, bytes.data(), CU_UUID_SIZE), 0U);
     EXPECT_EQ(textOf(uuid), counted);
-
     cu_UUID* copy = nullptr;
     ASSERT_EQ(cu_UUID_clone(&copy, &uuid), 0U);
     const uint8_t* data = nullptr;
