@@ -48,18 +48,34 @@ void expectExclusion(unsigned rounds, LockA lockA, LockB lockB, Unlock unlock)
 {
     constexpr unsigned threadCount = 4;
     unsigned count = 0;
-    std::vector<std::thread> threads;
-    for (unsigned index = 0; index < threadCount; ++index)
-        threads.emplace_back([&, isFirst = index % 2 == 0] {
-            for (unsigned round = 0; round < rounds; ++round) {
-                ASSERT_EQ(isFirst ? lockA() : lockB(), 0U);
-                ++count;
-                ASSERT_EQ(unlock(), 0U);
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    {
+        std::vector<std::jthread> threads;
+        for (unsigned index = 0; index < threadCount; ++index)
+            threads.emplace_back([&, isFirst = index % 2 == 0] {
+                for (unsigned round = 0; round < rounds; ++round) {
+                    ASSERT_EQ(isFirst ? lockA() : lockB(), 0U);
+                    ++count;
+                    ASSERT_EQ(unlock(), 0U);
+                }
+            });
+    }
     EXPECT_EQ(count, threadCount * rounds);
+}
+
+enum Sense { got, busy, failed };
+
+/// What a lock makes of a result of the system's call.
+template <typename Call>
+void expectMeaning(const char* sourceFile, const std::string& name, const std::string& systemCall, int result,
+                   Sense sense, const Call& call, cu_ErrorCode code = cu_ERROR_MUTEX_LOCK_FAILED)
+{
+    SCOPED_TRACE(name + ", " + systemCall + " gives " + std::to_string(result));
+    bool locked = true;
+    const support::Injection injection(systemCall.c_str(), result);
+    EXPECT_EQ(support::failureOf([&] { return call(&locked); }),
+              sense == failed ? (support::Failure{code, name, sourceFile, "", result}) : support::Failure{});
+    EXPECT_EQ(locked, sense != busy);
+    EXPECT_NE(injection.fired(), nullptr);
 }
 
 class Mutex : public testing::Test
@@ -91,32 +107,28 @@ TEST_F(Mutex, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
     EXPECT_NULLS_REFUSED(file, std::tuple{&checking}, cu_Mutex_delete);
 }
 
-TEST_F(Mutex, theOwnerOfACheckingMutexIsToldThatItHasIt)
+TEST_F(Mutex, aCheckingOneTellsItsOwnerFromOthersAndStaysWhileItIsLocked)
 {
+    const cu_TimeValue later = support::fromNow(60'000);
     bool locked = true;
     ASSERT_EQ(cu_Mutex_lock(checking), 0U);
-    EXPECT_SYSTEM_FAILURE(cu_Mutex_lock(checking), cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK, "cu_Mutex_lock", file, "");
     EXPECT_EQ(cu_Mutex_tryLock(checking, &locked), 0U);
     EXPECT_FALSE(locked);
-    const cu_TimeValue deadline = support::fromNow(60'000);
-    EXPECT_SYSTEM_FAILURE(cu_Mutex_timedLock(checking, &deadline, &locked), cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK,
-                          "cu_Mutex_timedLock", file, "");
+    const auto fails = [](const char* function, cu_ErrorCode code, int error, const auto& call) {
+        EXPECT_SYSTEM_FAILURE(call(), code, error, function, file, "");
+    };
+    const auto unlock = [&] { return cu_Mutex_unlock(checking); };
+    fails("cu_Mutex_lock", cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK, [&] { return cu_Mutex_lock(checking); });
+    fails("cu_Mutex_timedLock", cu_ERROR_MUTEX_LOCK_FAILED, EDEADLK,
+          [&] { return cu_Mutex_timedLock(checking, &later, &locked); });
     EXPECT_TRUE(locked);
-    EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
-}
-
-TEST_F(Mutex, onlyTheOwnerUnlocksAndALockedOneStays)
-{
-    if (support::mutexesAreWatched)
-        GTEST_SKIP() << "a mutex is given back by a thread that does not hold it";
-    ASSERT_EQ(cu_Mutex_lock(checking), 0U);
-    EXPECT_SYSTEM_FAILURE(cu_Mutex_delete(&checking), cu_ERROR_MUTEX_FREE_FAILED, EBUSY, "cu_Mutex_delete", file, "");
-    elsewhere([&] {
-        EXPECT_SYSTEM_FAILURE(cu_Mutex_unlock(checking), cu_ERROR_MUTEX_UNLOCK_FAILED, EPERM, "cu_Mutex_unlock", file,
-                              "");
-    });
-    EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
-    EXPECT_SYSTEM_FAILURE(cu_Mutex_unlock(checking), cu_ERROR_MUTEX_UNLOCK_FAILED, EPERM, "cu_Mutex_unlock", file, "");
+    if (!support::mutexesAreWatched) { // a mutex is given back by a thread that does not hold it
+        fails("cu_Mutex_delete", cu_ERROR_MUTEX_FREE_FAILED, EBUSY, [&] { return cu_Mutex_delete(&checking); });
+        elsewhere([&] { fails("cu_Mutex_unlock", cu_ERROR_MUTEX_UNLOCK_FAILED, EPERM, unlock); });
+    }
+    EXPECT_EQ(unlock(), 0U);
+    if (!support::mutexesAreWatched)
+        fails("cu_Mutex_unlock", cu_ERROR_MUTEX_UNLOCK_FAILED, EPERM, unlock);
 }
 
 TEST_F(Mutex, aRecursiveOneIsFreeAfterAsManyUnlocks)
@@ -136,33 +148,31 @@ TEST_F(Mutex, aRecursiveOneIsFreeAfterAsManyUnlocks)
 
 TEST_F(Mutex, aBusyOneIsToldByTheFlagAtTheDeadlineAndNotBefore)
 {
+    const auto timedLock = [this](const cu_TimeValue& deadline) {
+        bool locked = false;
+        EXPECT_EQ(cu_Mutex_timedLock(checking, &deadline, &locked), 0U);
+        return locked;
+    };
     ASSERT_EQ(cu_Mutex_lock(checking), 0U);
     elsewhere([&] {
         const support::SignalStorm storm;
-        bool locked = true;
-        EXPECT_EQ(cu_Mutex_timedLock(checking, &past, &locked), 0U);
-        EXPECT_FALSE(locked);
-        locked = true;
-        const cu_TimeValue deadline = support::fromNow(50);
-        EXPECT_EQ(cu_Mutex_timedLock(checking, &deadline, &locked), 0U);
-        EXPECT_FALSE(locked);
-        EXPECT_TRUE(support::hasPassed(deadline));
+        EXPECT_FALSE(timedLock(past));
+        const cu_TimeValue soon = support::fromNow(50);
+        EXPECT_FALSE(timedLock(soon));
+        EXPECT_TRUE(support::hasPassed(soon));
         const cu_TimeValue invalid = {0, 1'000'000'000};
+        bool locked = false;
         EXPECT_SYSTEM_FAILURE(cu_Mutex_timedLock(checking, &invalid, &locked), cu_ERROR_MUTEX_LOCK_FAILED, EINVAL,
                               "cu_Mutex_timedLock", file, "");
         EXPECT_TRUE(locked);
     });
-    std::thread waiter([&] {
+    const std::jthread waiter([&] {
         const support::SignalStorm storm;
-        const cu_TimeValue later = support::fromNow(60'000);
-        bool locked = false;
-        EXPECT_EQ(cu_Mutex_timedLock(checking, &later, &locked), 0U);
-        EXPECT_TRUE(locked);
+        EXPECT_TRUE(timedLock(support::fromNow(60'000)));
         EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(5)); // so that it sleeps, most likely; either way holds
     EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
-    waiter.join();
 }
 
 TEST_F(Mutex, eachResultOfTheSystemHasItsMeaning)
@@ -170,34 +180,21 @@ TEST_F(Mutex, eachResultOfTheSystemHasItsMeaning)
     const auto lock = [&](bool*) { return cu_Mutex_lock(checking); };
     const auto tryLock = [&](bool* locked) { return cu_Mutex_tryLock(checking, locked); };
     const auto timedLock = [&](bool* locked) { return cu_Mutex_timedLock(checking, &past, locked); };
-    const auto meets = [](const char* systemCall, int result, const std::string& name, const auto& call, bool isError,
-                          bool expected) {
-        SCOPED_TRACE(name + ", " + systemCall + " gives " + std::to_string(result));
-        bool locked = true;
-        const support::Injection injection(systemCall, result);
-        const support::Failure failure = support::failureOf([&] { return call(&locked); });
-        EXPECT_STREQ(injection.fired(), systemCall);
-        EXPECT_EQ(failure, isError ? (support::Failure{cu_ERROR_MUTEX_LOCK_FAILED, name, file, "", result})
-                                   : (support::Failure{0, "", "", ""}));
-        EXPECT_EQ(locked, expected);
-    };
-    for (const int result : {EBUSY, EDEADLK})
-        meets("pthread_mutex_trylock", result, "cu_Mutex_tryLock", tryLock, false, false);
-    for (const int result : {EAGAIN, ETIMEDOUT})
-        meets("pthread_mutex_trylock", result, "cu_Mutex_tryLock", tryLock, true, true);
+    for (const auto& [result, sense] : {std::pair(EBUSY, busy), {EDEADLK, busy}, {EAGAIN, failed}, {ETIMEDOUT, failed}})
+        expectMeaning(file, "cu_Mutex_tryLock", "pthread_mutex_trylock", result, sense, tryLock);
     // Whatever a first look says, the call that waits decides.
     for (const int result : {EINVAL, EBUSY}) {
-        meets("pthread_mutex_trylock", result, "cu_Mutex_lock", lock, false, true);
+        expectMeaning(file, "cu_Mutex_lock", "pthread_mutex_trylock", result, got, lock);
         EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
-        meets("pthread_mutex_trylock", result, "cu_Mutex_timedLock", timedLock, false, true);
+        expectMeaning(file, "cu_Mutex_timedLock", "pthread_mutex_trylock", result, got, timedLock);
         EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
     }
     // It is reached by another thread's lock.
     ASSERT_EQ(cu_Mutex_lock(checking), 0U);
     elsewhere([&] {
         for (const int result : {EBUSY, ETIMEDOUT})
-            meets("pthread_mutex_timedlock", result, "cu_Mutex_timedLock", timedLock, false, false);
-        meets("pthread_mutex_lock", EBUSY, "cu_Mutex_lock", lock, true, true);
+            expectMeaning(file, "cu_Mutex_timedLock", "pthread_mutex_timedlock", result, busy, timedLock);
+        expectMeaning(file, "cu_Mutex_lock", "pthread_mutex_lock", EBUSY, failed, lock);
     });
     EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
 }
@@ -216,39 +213,20 @@ TEST_F(Mutex, threadsExcludeEachOther)
 
 // --- Priority inheritance -------------------------------------------------------------------------------------------
 
-/// Makes the calling thread a real-time one on the first processor that it may use, until the end of the scope.
-class RealTime
+/// Makes the calling thread, and those that it makes, real-time ones on the first processor that it may use.
+int becomeRealTime(int priority)
 {
-public:
-    explicit RealTime(int priority)
-    {
-        pthread_getschedparam(pthread_self(), &policy_, &parameter_);
-        pthread_getaffinity_np(pthread_self(), sizeof(processors_), &processors_);
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        for (std::size_t processor = 0; CPU_COUNT(&one) == 0; ++processor)
-            if (CPU_ISSET(processor, &processors_))
-                CPU_SET(processor, &one);
-        const sched_param wanted = {priority};
-        error = pthread_setaffinity_np(pthread_self(), sizeof(one), &one);
-        if (error == 0)
-            error = pthread_setschedparam(pthread_self(), SCHED_FIFO, &wanted);
-    }
-    RealTime(const RealTime&) = delete;
-    RealTime& operator=(const RealTime&) = delete;
-    ~RealTime()
-    {
-        pthread_setschedparam(pthread_self(), policy_, &parameter_);
-        pthread_setaffinity_np(pthread_self(), sizeof(processors_), &processors_);
-    }
-
-    int error = 0;
-
-private:
-    int policy_ = 0;
-    sched_param parameter_ = {};
-    cpu_set_t processors_;
-};
+    cpu_set_t processors;
+    pthread_getaffinity_np(pthread_self(), sizeof(processors), &processors);
+    std::size_t first = 0;
+    while (!CPU_ISSET(first, &processors))
+        ++first;
+    CPU_ZERO(&processors);
+    CPU_SET(first, &processors);
+    const sched_param wanted = {priority};
+    const int error = pthread_setaffinity_np(pthread_self(), sizeof(processors), &processors);
+    return error != 0 ? error : pthread_setschedparam(pthread_self(), SCHED_FIFO, &wanted);
+}
 
 /// On one processor a low thread holds the mutex, a middle one burns the processor for so long, a high one wants the
 /// mutex. Says whether the high one got it while the middle one was still burning. Only time on the processor counts:
@@ -256,43 +234,41 @@ private:
 template <typename Lock, typename Unlock>
 bool highOvertakesMiddle(std::chrono::milliseconds burning, Lock lock, Unlock unlock)
 {
-    std::atomic<bool> lowHolds{false};
-    std::atomic<bool> middleBurns{false};
-    std::atomic<bool> highWants{false};
-    std::atomic<bool> highHas{false};
-    std::atomic<bool> hasOvertaken{false};
+    std::atomic<bool> lowHolds = false;
+    std::atomic<bool> middleBurns = false;
+    std::atomic<bool> highWants = false;
+    std::atomic<bool> highHas = false;
+    std::atomic<bool> hasOvertaken = false;
     const auto burnUntil = [](const std::atomic<bool>& flag, std::chrono::milliseconds limit) {
         timespec spent = {};
         while (!flag && std::chrono::seconds(spent.tv_sec) + std::chrono::nanoseconds(spent.tv_nsec) < limit)
             clock_gettime(CLOCK_THREAD_CPUTIME_ID, &spent);
         return flag.load();
     };
-    const RealTime conductor(40);
-    EXPECT_EQ(conductor.error, 0);
-    std::thread low([&] {
-        const RealTime priority(10);
-        lock();
-        lowHolds = true;
-        burnUntil(highWants, std::chrono::seconds(5));
-        unlock();
+    elsewhere([&] {
+        EXPECT_EQ(becomeRealTime(40), 0);
+        const std::jthread low([&] {
+            becomeRealTime(10);
+            lock();
+            lowHolds = true;
+            burnUntil(highWants, std::chrono::seconds(5));
+            unlock();
+        });
+        EXPECT_TRUE(support::comesTrue([&] { return lowHolds.load(); }));
+        const std::jthread middle([&] {
+            becomeRealTime(20);
+            middleBurns = true;
+            hasOvertaken = burnUntil(highHas, burning);
+        });
+        EXPECT_TRUE(support::comesTrue([&] { return middleBurns.load(); }));
+        const std::jthread high([&] {
+            becomeRealTime(30);
+            highWants = true;
+            lock();
+            highHas = true;
+            unlock();
+        });
     });
-    EXPECT_TRUE(support::comesTrue([&] { return lowHolds.load(); }));
-    std::thread middle([&] {
-        const RealTime priority(20);
-        middleBurns = true;
-        hasOvertaken = burnUntil(highHas, burning);
-    });
-    EXPECT_TRUE(support::comesTrue([&] { return middleBurns.load(); }));
-    std::thread high([&] {
-        const RealTime priority(30);
-        highWants = true;
-        lock();
-        highHas = true;
-        unlock();
-    });
-    high.join();
-    middle.join();
-    low.join();
     return hasOvertaken;
 }
 
@@ -302,8 +278,10 @@ TEST_F(Mutex, itsOwnerInheritsThePriorityOfAWaiter)
     if (getenv("KOCUTIL_BOARD") == nullptr)
         GTEST_SKIP() << "not on a real kernel of this architecture";
 #endif
-    if (const RealTime probe(40); probe.error != 0)
-        GTEST_SKIP() << "real-time scheduling is refused: " << strerror(probe.error);
+    int error = 0;
+    elsewhere([&] { error = becomeRealTime(40); });
+    if (error != 0)
+        GTEST_SKIP() << "real-time scheduling is refused: " << strerror(error);
     for (cu_Mutex* mutex : {checking, recursive})
         EXPECT_TRUE(highOvertakesMiddle(
             std::chrono::seconds(5), [=] { EXPECT_EQ(cu_Mutex_lock(mutex), 0U); },
@@ -407,42 +385,35 @@ TEST_F(RWMutex, aWriterThatLocksAgainIsToldThatItGotItAndStillUnlocksOnce)
 
 TEST_F(RWMutex, eachResultOfTheSystemHasItsMeaning)
 {
-    enum Sense { got, busy, failed };
-    const struct {
-        std::string call;
-        std::string systemCall;
-        std::function<cu_ErrorCode(bool*)> function;
-        Sense onBusy, onTimeOut, onDeadlock;
-        cu_ErrorCode code = cu_ERROR_MUTEX_LOCK_FAILED;
-    } cases[] = {
-        {"readLock", "rdlock", [&](bool*) { return cu_RWMutex_readLock(lock); }, failed, failed, got},
-        {"writeLock", "wrlock", [&](bool*) { return cu_RWMutex_writeLock(lock); }, failed, failed, got},
-        {"tryReadLock", "tryrdlock", [&](bool* locked) { return cu_RWMutex_tryReadLock(lock, locked); }, busy, failed,
-         failed},
-        {"tryWriteLock", "trywrlock", [&](bool* locked) { return cu_RWMutex_tryWriteLock(lock, locked); }, busy, failed,
-         failed},
-        {"timedReadLock", "timedrdlock", [&](bool* locked) { return cu_RWMutex_timedReadLock(lock, &past, locked); },
-         failed, busy, failed},
-        {"timedWriteLock", "timedwrlock", [&](bool* locked) { return cu_RWMutex_timedWriteLock(lock, &past, locked); },
-         failed, busy, failed},
-        {"unlock", "unlock", [&](bool*) { return cu_RWMutex_unlock(lock); }, failed, failed, failed,
-         cu_ERROR_MUTEX_UNLOCK_FAILED},
-        {"delete", "destroy", [&](bool*) { return cu_RWMutex_delete(&lock); }, failed, failed, failed,
-         cu_ERROR_MUTEX_FREE_FAILED},
-    };
-    for (const auto& one : cases)
+    const auto meets = [](const std::string& name, const std::string& systemCall, const auto& call, Sense onBusy,
+                          Sense onTimeOut, Sense onDeadlock, cu_ErrorCode code = cu_ERROR_MUTEX_LOCK_FAILED) {
         for (const auto& [result, sense] :
-             {std::pair(EBUSY, one.onBusy), {ETIMEDOUT, one.onTimeOut}, {EDEADLK, one.onDeadlock}, {EAGAIN, failed}}) {
-            SCOPED_TRACE(one.call + " is given " + std::to_string(result));
-            bool locked = true;
-            const std::string systemCall = "pthread_rwlock_" + one.systemCall;
-            const support::Injection injection(systemCall.c_str(), result);
-            EXPECT_EQ(support::failureOf([&] { return one.function(&locked); }),
-                      sense == failed ? (support::Failure{one.code, "cu_RWMutex_" + one.call, rwFile, "", result})
-                                      : (support::Failure{0, "", "", ""}));
-            EXPECT_EQ(locked, sense != busy);
-            EXPECT_NE(lock, nullptr);
-        }
+             {std::pair(EBUSY, onBusy), {ETIMEDOUT, onTimeOut}, {EDEADLK, onDeadlock}, {EAGAIN, failed}})
+            expectMeaning(rwFile, "cu_RWMutex_" + name, "pthread_rwlock_" + systemCall, result, sense, call, code);
+    };
+    meets(
+        "readLock", "rdlock", [&](bool*) { return cu_RWMutex_readLock(lock); }, failed, failed, got);
+    meets(
+        "writeLock", "wrlock", [&](bool*) { return cu_RWMutex_writeLock(lock); }, failed, failed, got);
+    meets(
+        "tryReadLock", "tryrdlock", [&](bool* locked) { return cu_RWMutex_tryReadLock(lock, locked); }, busy, failed,
+        failed);
+    meets(
+        "tryWriteLock", "trywrlock", [&](bool* locked) { return cu_RWMutex_tryWriteLock(lock, locked); }, busy, failed,
+        failed);
+    meets(
+        "timedReadLock", "timedrdlock", [&](bool* locked) { return cu_RWMutex_timedReadLock(lock, &past, locked); },
+        failed, busy, failed);
+    meets(
+        "timedWriteLock", "timedwrlock", [&](bool* locked) { return cu_RWMutex_timedWriteLock(lock, &past, locked); },
+        failed, busy, failed);
+    meets(
+        "unlock", "unlock", [&](bool*) { return cu_RWMutex_unlock(lock); }, failed, failed, failed,
+        cu_ERROR_MUTEX_UNLOCK_FAILED);
+    meets(
+        "delete", "destroy", [&](bool*) { return cu_RWMutex_delete(&lock); }, failed, failed, failed,
+        cu_ERROR_MUTEX_FREE_FAILED);
+    EXPECT_NE(lock, nullptr);
 }
 
 // --- The spin lock --------------------------------------------------------------------------------------------------

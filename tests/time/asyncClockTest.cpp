@@ -70,7 +70,7 @@ TEST_F(AsyncClock, isNoFinerThanTheSystemsClock)
             cu_AsyncClock_new(&fine, resolution, nullptr), cu_ERROR_COM_INVALID_ARGUMENT, "cu_AsyncClock_new", file,
             "The requested clock precision is not provided by your OS! Requested: " + std::to_string(resolution) +
                 " us Max: 4000 us");
-    for (const uint32_t resolution : {4001U, 1'000'000U, UINT32_MAX}) {
+    for (const uint32_t resolution : {4001U, UINT32_MAX}) {
         uint32_t got = 0;
         ASSERT_EQ(cu_AsyncClock_new(&fine, resolution, nullptr), 0U) << resolution;
         EXPECT_EQ(cu_AsyncClock_getResolution(fine, &got), 0U);
@@ -79,7 +79,7 @@ TEST_F(AsyncClock, isNoFinerThanTheSystemsClock)
     }
 }
 
-TEST_F(AsyncClock, beingLateDoesNotAddUpNorDoes32BitsLimitTheCount)
+TEST_F(AsyncClock, beingLateDoesNotAddUpNorDo32BitsLimitTheCount)
 {
     constexpr int64_t resolution = int64_t{milliSecond} * 1000;
     constexpr uint64_t ticks = 10000;
@@ -88,13 +88,12 @@ TEST_F(AsyncClock, beingLateDoesNotAddUpNorDoes32BitsLimitTheCount)
     for (const int64_t oversleep : {resolution * 7 / 10, resolution * 105 / 10}) {
         const uint64_t first = tick();
         running = true;
-        std::thread stopper([&] {
-            EXPECT_EQ(cu_AsyncClock_wait(clock, first + ticks), 0U);
+        const std::jthread stopper([&, last = first + ticks] {
+            EXPECT_EQ(cu_AsyncClock_wait(clock, last), 0U);
             stop();
         });
         const support::ClockReading reading({100, 0}, oversleep);
         EXPECT_EQ(runTicks(), 0U);
-        stopper.join();
         EXPECT_GE(tick(), first + ticks);
         const timespec now = support::ClockReading::get();
         const int64_t elapsed = (int64_t{now.tv_sec} - 100) * 1'000'000'000 + now.tv_nsec;
@@ -102,50 +101,45 @@ TEST_F(AsyncClock, beingLateDoesNotAddUpNorDoes32BitsLimitTheCount)
         EXPECT_GE(behind, 0);
         EXPECT_LE(behind, oversleep);
     }
-    EXPECT_EQ(cu_AsyncClock_wait(clock, 6), 0U);
+    EXPECT_EQ(cu_AsyncClock_wait(clock, 6), 0U); // long past
 }
 
 TEST_F(AsyncClock, standsStillUntilItsRunnableRunsAndAfterItStopped)
 {
     EXPECT_EQ(tick(), 0U);
     EXPECT_EQ(cu_AsyncClock_wait(clock, 0), 0U);
-    stop();
-    EXPECT_EQ(runTicks(), 0U);
-    EXPECT_EQ(tick(), 0U);
-    running = true;
-    clock->stop = true;
-    EXPECT_EQ(runTicks(), 0U);
-    EXPECT_EQ(tick(), 0U);
+    for (const bool isStopped : {false, true}) {
+        running = isStopped;
+        clock->stop = isStopped;
+        EXPECT_EQ(runTicks(), 0U);
+        EXPECT_EQ(tick(), 0U);
+    }
 }
 
 TEST_F(AsyncClock, wakesEachWaiterAtItsTickAndNotBefore)
 {
     using Time = std::chrono::steady_clock;
-    constexpr unsigned waiters = 4;
     const auto rounds = static_cast<unsigned>(support::scaled(100));
     cu_Thread* thread = nullptr;
     uintptr_t result = ~uintptr_t{0};
     ASSERT_EQ(cu_Thread_new(&thread, nullptr), 0U);
     const auto start = Time::now();
     ASSERT_EQ(cu_Thread_start(thread, cu_AsyncClock_getRunnable(clock)), 0U);
-    std::vector<std::thread> threads;
-    for (unsigned waiter = 0; waiter < waiters; ++waiter)
-        threads.emplace_back([&, waiter] {
-            for (uint64_t next = waiter + 1; next < rounds; next += waiter + 1) {
-                EXPECT_EQ(cu_AsyncClock_wait(clock, next), 0U);
-                EXPECT_GE(tick(), next);
-                EXPECT_GE(Time::now() - start, std::chrono::milliseconds(next));
-            }
-        });
-    for (auto& waiter : threads)
-        waiter.join();
+    {
+        std::vector<std::jthread> waiters;
+        for (unsigned step = 1; step <= 4; ++step)
+            waiters.emplace_back([&, step] {
+                for (uint64_t next = step; next < rounds; next += step) {
+                    EXPECT_EQ(cu_AsyncClock_wait(clock, next), 0U);
+                    EXPECT_GE(tick(), next);
+                    EXPECT_GE(Time::now() - start, std::chrono::milliseconds(next));
+                }
+            });
+    }
     EXPECT_EQ(cu_Thread_stop(thread, false), 0U);
     EXPECT_EQ(cu_Thread_join(thread, &result), 0U);
     EXPECT_EQ(result, 0U);
     EXPECT_EQ(cu_Thread_delete(&thread), 0U);
-    const uint64_t last = tick();
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    EXPECT_EQ(tick(), last);
 }
 
 TEST_F(AsyncClock, aFailingWaitIsPassedOnAndLeavesTheMutex)

@@ -20,28 +20,16 @@ namespace
 constexpr char file[] = "src/cUtil/time/dateTime";
 constexpr char calendarFile[] = "src/cUtil/time/calendar";
 
-/// Local time is that of a zone until the end of the scope.
-class Zone
-{
-public:
-    explicit Zone(const char* rule)
-    {
-        setenv("TZ", rule, 1);
-        tzset();
-    }
-    Zone(const Zone&) = delete;
-    Zone& operator=(const Zone&) = delete;
-    ~Zone()
-    {
-        unsetenv("TZ");
-        tzset();
-    }
-};
-
+/// Made of copies of the parts.
 cu_DateTime joined(const cu_Date& date, const cu_Time& time)
 {
-    cu_DateTime both = {};
-    EXPECT_EQ(cu_DateTime_create(&both, &date, &time), 0U);
+    cu_Date dateCopy;
+    cu_Time timeCopy;
+    cu_DateTime both;
+    EXPECT_EQ(cu_Date_init(&dateCopy) | cu_Time_init(&timeCopy) | cu_DateTime_init(&both), 0U);
+    EXPECT_EQ(dateCopy.day | timeCopy.hour | both.year | both.microsecond, 0U);
+    EXPECT_EQ(cu_Date_copy(&dateCopy, &date) | cu_Time_copy(&timeCopy, &time), 0U);
+    EXPECT_EQ(cu_DateTime_create(&both, &dateCopy, &timeCopy), 0U);
     return both;
 }
 
@@ -69,9 +57,11 @@ TEST(DateTime, onlyExistingDatesAndTimesAreValid)
         SCOPED_TRACE(std::to_string(given.year) + "-" + std::to_string(given.month) + "-" + std::to_string(given.day));
         cu_Date date = {};
         cu_Time time = {};
+        cu_DateTime copy = {};
         EXPECT_EQ(cu_Date_create(&date, given.year, given.month, given.day), 0U);
         EXPECT_EQ(cu_Time_create(&time, given.hour, given.minute, given.second, given.microsecond), 0U);
-        EXPECT_EQ(joined(date, time), given);
+        EXPECT_EQ(cu_DateTime_copy(&copy, &given), 0U);
+        EXPECT_EQ(joined(date, time), copy);
         bool valid = !dateIsValid;
         EXPECT_EQ(cu_Date_isValid(&date, &valid), 0U);
         EXPECT_EQ(valid, dateIsValid);
@@ -81,17 +71,6 @@ TEST(DateTime, onlyExistingDatesAndTimesAreValid)
         valid = !(dateIsValid && timeIsValid);
         EXPECT_EQ(cu_DateTime_isValid(&given, &valid), 0U);
         EXPECT_EQ(valid, dateIsValid && timeIsValid);
-
-        cu_Date sameDate = {};
-        cu_Time sameTime = {};
-        cu_DateTime same = {};
-        EXPECT_EQ(cu_Date_copy(&sameDate, &date) | cu_Time_copy(&sameTime, &time) | cu_DateTime_copy(&same, &given),
-                  0U);
-        EXPECT_EQ(joined(sameDate, sameTime), given);
-        EXPECT_EQ(same, given);
-        EXPECT_EQ(cu_Date_init(&date) | cu_Time_init(&time) | cu_DateTime_init(&same), 0U);
-        EXPECT_EQ(joined(date, time), cu_DateTime{});
-        EXPECT_EQ(same, cu_DateTime{});
     }
 }
 
@@ -158,31 +137,33 @@ TEST(Calendar, theBuiltInOneGivesLocalTime)
         {{1729990800, 0}, {2024, 10, 27, 1, 0, 0, 0}, {2024, 10, 27, 2, 0, 0, 0}},
         {{-1, 0}, {1969, 12, 31, 23, 59, 59, 0}, {1970, 1, 1, 0, 59, 59, 0}},
     };
+    const auto enter = [](const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    };
     for (const auto& [now, utc, local] : cases) {
         const support::ClockReading reading(now);
         cu_DateTime dateTime = {};
         cu_Date date = {};
         cu_Time time = {};
-        {
-            const Zone zone("UTC0");
-            EXPECT_EQ(cu_DateTime_current(&dateTime), 0U);
-            EXPECT_EQ(dateTime, utc);
-        }
-        const Zone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+        enter("CET-1CEST,M3.5.0,M10.5.0/3");
         EXPECT_EQ(cu_DateTime_current(&dateTime), 0U);
         EXPECT_EQ(cu_Date_current(&date), 0U);
         EXPECT_EQ(cu_Time_current(&time), 0U);
         EXPECT_EQ(dateTime, local);
         EXPECT_EQ(joined(date, time), local);
+        enter("UTC0");
+        EXPECT_EQ(cu_DateTime_current(&dateTime), 0U);
+        EXPECT_EQ(dateTime, utc);
     }
 }
 
 TEST(Calendar, aFailingClockLeavesTheRecordAsItWas)
 {
-    constexpr cu_DateTime marked = {1, 2, 3, 4, 5, 6, 7};
-    cu_DateTime dateTime = marked;
     cu_Date date = {1, 2, 3};
     cu_Time time = {4, 5, 6, 7};
+    cu_DateTime dateTime = joined(date, time);
+    const cu_DateTime marked = dateTime;
     const auto fails = [&](const std::string& name, auto call) {
         const support::Injection broken("clock_gettime", EINVAL);
         EXPECT_SYSTEM_FAILURE(call(), cu_ERROR_TIME_GET_FAILED, EINVAL, "cu_getTime", "src/cUtil/time/time.linux",

@@ -51,10 +51,8 @@ TEST(TimeValue, anyCountOfNanosecondsIsNormalised)
     } cases[] = {
         {{5, -1}, {4, 999999999}},
         {{0, 2000000000}, {2, 0}},
-        {{0, 999999999}, {0, 999999999}},
         {{-1, -1000000000}, {-2, 0}},
         {{-1, -1000000001}, {-3, 999999999}},
-        {{-5, 0}, {-5, 0}},
         {{0, most}, {BY_WORD_SIZE(2, 9223372036), BY_WORD_SIZE(147483647, 854775807)}},
         {{0, least}, {BY_WORD_SIZE(-3, -9223372037), BY_WORD_SIZE(852516352, 145224192)}},
         {{lastSecond, 1000000000}, {firstSecond, 0}},
@@ -77,17 +75,14 @@ TEST(TimeValue, amountsOfEveryUnitAreAdded)
         cu_TimeValue expected;
     } cases[] = {
         {cu_addSeconds, {1, -1}, 2, {3, -1}},
-        {cu_addSeconds, {1, 2000000000}, 0, {1, 2000000000}},
         {cu_addSeconds, {1, 5}, all, {BY_WORD_SIZE(0, 4294967296), 5}},
         {cu_addSeconds, {lastSecond, 5}, 1, {firstSecond, 5}},
         {cu_addMilliSeconds, {0, 600000000}, 1500, {2, 100000000}},
         {cu_addMilliSeconds, {-2, 500000000}, 500, {-1, 0}},
         {cu_addMilliSeconds, {0, 0}, all, {4294967, 295000000}},
         {cu_addMilliSeconds, {lastSecond, 999000000}, 1, {firstSecond, 0}},
-        {cu_addMilliSeconds, {0, 2000000000}, 999, {2, 999000000}},
         {cu_addMicroSeconds, {0, 999999000}, 1, {1, 0}},
         {cu_addMicroSeconds, {0, 999}, all, {4294, 967295999}},
-        {cu_addMicroSeconds, {0, -1}, 0, {-1, 999999999}},
         {cu_addNanoSeconds, {0, 705032705}, all, {5, 0}},
         {cu_addNanoSeconds, {0, most}, all, {BY_WORD_SIZE(6, 9223372041), BY_WORD_SIZE(442450942, 149743102)}},
         {cu_addNanoSeconds, {0, least}, 1, {BY_WORD_SIZE(-3, -9223372037), BY_WORD_SIZE(852516353, 145224193)}},
@@ -112,17 +107,15 @@ TEST(TimeValue, timeOutsStartFromTheClockAndKeepTheirValueWhenItFails)
         {cu_makeTimeoutNanoSecond, "cu_makeTimeoutNanoSecond", {101, 2498}},
     };
     for (const auto& each : cases) {
-        const auto make = each.make;
-        const char* const name = each.name;
         cu_TimeValue time = marked;
-        EXPECT_REFUSED(make(nullptr, 1, CLOCK_MONOTONIC), name, file);
-        EXPECT_SYSTEM_FAILURE(make(&time, 1, noClock), cu_ERROR_TIME_GET_FAILED, EINVAL, "cu_getTime", systemFile,
+        EXPECT_REFUSED(each.make(nullptr, 1, CLOCK_MONOTONIC), each.name, file);
+        EXPECT_SYSTEM_FAILURE(each.make(&time, 1, noClock), cu_ERROR_TIME_GET_FAILED, EINVAL, "cu_getTime", systemFile,
                               "errno[22]='Invalid argument'");
-        EXPECT_EQ(support::trace().find(std::string(name) + "  -  " + file + ":"), 0U);
+        EXPECT_EQ(support::trace().find(std::string(each.name) + "  -  " + file + ":"), 0U);
         EXPECT_EQ(time, marked);
         const support::ClockReading now({100, 999999999});
-        EXPECT_EQ(make(&time, 2499, CLOCK_MONOTONIC), 0U);
-        EXPECT_EQ(time, each.expected) << name;
+        EXPECT_EQ(each.make(&time, 2499, CLOCK_MONOTONIC), 0U);
+        EXPECT_EQ(time, each.expected) << each.name;
     }
 }
 
