@@ -1,3 +1,4 @@
+#include "support/refusal.h"
 #include "variantCases.h"
 
 #include <cUtil/propertyMap.h>
@@ -59,24 +60,16 @@ TEST(PropertyMap, refusesBadArguments)
     Map map{"a"};
     Value value;
     uint32_t size = 0;
-    const char* const badNames[] = {nullptr, ""};
-    EXPECT_REFUSED(cu_PropertyMap_init(nullptr), "cu_PropertyMap_init", file);
-    EXPECT_REFUSED(cu_PropertyMap_free(nullptr), "cu_PropertyMap_free", file);
-    EXPECT_REFUSED(cu_PropertyMap_clear(nullptr), "cu_PropertyMap_clear", file);
-    EXPECT_REFUSED(cu_PropertyMap_getSize(nullptr, &size), "cu_PropertyMap_getSize", file);
-    EXPECT_REFUSED(cu_PropertyMap_getSize(map, nullptr), "cu_PropertyMap_getSize", file);
-    EXPECT_REFUSED(cu_PropertyMap_insert(nullptr, "a", value), "cu_PropertyMap_insert", file);
-    EXPECT_REFUSED(cu_PropertyMap_insert(map, "a", nullptr), "cu_PropertyMap_insert", file);
-    EXPECT_REFUSED(cu_PropertyMap_get(nullptr, "a", value), "cu_PropertyMap_get", file);
-    EXPECT_REFUSED(cu_PropertyMap_get(map, "a", nullptr), "cu_PropertyMap_get", file);
-    EXPECT_REFUSED(cu_PropertyMap_erase(nullptr, "a"), "cu_PropertyMap_erase", file);
-    EXPECT_REFUSED(cu_PropertyMap_clone(nullptr, map), "cu_PropertyMap_clone", file);
-    EXPECT_REFUSED(cu_PropertyMap_clone(map, nullptr), "cu_PropertyMap_clone", file);
-    for (const char* name : badNames) {
-        EXPECT_REFUSED(cu_PropertyMap_insert(map, name, value), "cu_PropertyMap_insert", file);
-        EXPECT_REFUSED(cu_PropertyMap_get(map, name, value), "cu_PropertyMap_get", file);
-        EXPECT_REFUSED(cu_PropertyMap_erase(map, name), "cu_PropertyMap_erase", file);
-    }
+    cu_PropertyMap* me = map;
+    const cu_PropertyMap* same = map;
+    cu_Variant* variant = value;
+    const cu_Variant* given = value;
+    EXPECT_NULLS_REFUSED(file, (std::tuple{me, same, variant, given, "a", &size}), cu_PropertyMap_init,
+                         cu_PropertyMap_free, cu_PropertyMap_clear, cu_PropertyMap_getSize, cu_PropertyMap_insert,
+                         cu_PropertyMap_get, cu_PropertyMap_erase, cu_PropertyMap_clone);
+    EXPECT_REFUSED(cu_PropertyMap_insert(map, "", value), "cu_PropertyMap_insert", file);
+    EXPECT_REFUSED(cu_PropertyMap_get(map, "", value), "cu_PropertyMap_get", file);
+    EXPECT_REFUSED(cu_PropertyMap_erase(map, ""), "cu_PropertyMap_erase", file);
     EXPECT_EQ(map.shown(), "a: string a");
 }
 

@@ -1,4 +1,4 @@
-#include "support/record.h"
+#include "support/refusal.h"
 #include "support/sweep.h"
 
 #include <cUtil/stringDecorator.h>
@@ -159,29 +159,12 @@ TEST(StringDecorator, refusesNullArguments)
     const char* text = nullptr;
     char* result = nullptr;
     bool contained = true;
-#define EXPECT_NULL_REFUSED(function, ...)                                                                             \
-    EXPECT_REFUSED(cu_StringDecorator_##function(__VA_ARGS__), "cu_StringDecorator_" #function, file)
-    EXPECT_NULL_REFUSED(new, nullptr, 1);
-    EXPECT_NULL_REFUSED(new, &me, 1);
-    EXPECT_NULL_REFUSED(delete, nullptr);
-    EXPECT_NULL_REFUSED(delete, &none);
-    EXPECT_NULL_REFUSED(setDec, nullptr, "");
-    EXPECT_NULL_REFUSED(setDec, me, nullptr);
-    EXPECT_NULL_REFUSED(getDec, nullptr, &text);
-    EXPECT_NULL_REFUSED(getDec, me, nullptr);
-    EXPECT_NULL_REFUSED(pushIgnorePatterns, nullptr, "");
-    EXPECT_NULL_REFUSED(pushIgnorePatterns, me, nullptr);
-    EXPECT_NULL_REFUSED(popIgnorePatterns, nullptr);
-    EXPECT_NULL_REFUSED(topIgnorePatterns, nullptr, &text);
-    EXPECT_NULL_REFUSED(topIgnorePatterns, me, nullptr);
-    EXPECT_NULL_REFUSED(getIgnorePatternsInfo, nullptr, nullptr, nullptr);
-    EXPECT_NULL_REFUSED(containsIgnorePattern, nullptr, "", &contained);
-    EXPECT_NULL_REFUSED(containsIgnorePattern, me, nullptr, &contained);
-    EXPECT_NULL_REFUSED(containsIgnorePattern, me, "", nullptr);
-    EXPECT_NULL_REFUSED(applyDecIfNotIgnored, nullptr, "", &result);
-    EXPECT_NULL_REFUSED(applyDecIfNotIgnored, me, nullptr, &result);
-    EXPECT_NULL_REFUSED(applyDecIfNotIgnored, me, "", nullptr);
-#undef EXPECT_NULL_REFUSED
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, me, "", &text, &result, &contained}), cu_StringDecorator_new,
+                         cu_StringDecorator_setDec, cu_StringDecorator_getDec, cu_StringDecorator_pushIgnorePatterns,
+                         cu_StringDecorator_popIgnorePatterns, cu_StringDecorator_topIgnorePatterns,
+                         cu_StringDecorator_getIgnorePatternsInfo, cu_StringDecorator_containsIgnorePattern,
+                         cu_StringDecorator_applyDecIfNotIgnored);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&me}, cu_StringDecorator_delete);
     EXPECT_EQ(text, nullptr);
 }
 
