@@ -19,6 +19,7 @@
 #include <cUtil/fifo.h>
 #include <cUtil/ipcSemaphore.h>
 #include <cUtil/logger/adapter.h>
+#include <cUtil/logger/asyncLoggingAdapter.h>
 #include <cUtil/logger/consoleLoggingAdapter.h>
 #include <cUtil/logger/fileLoggingAdapter.h>
 #include <cUtil/logger/logger.h>
