@@ -4,6 +4,7 @@
 #include "support/refusal.h"
 #include "support/scale.h"
 #include "support/sweep.h"
+#include "support/systemFailure.h"
 
 #include <csignal>
 #include <filesystem>
@@ -44,7 +45,7 @@ protected:
     cu_Thread* thread = nullptr;
 };
 
-TEST_F(Thread, constructorLeavesNothingBehind)
+TEST_F(Thread, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
 {
     const long tasks = taskCount();
     support::sweep<cu_Thread>("cu_Thread_new", cu_Thread_new, cu_Thread_delete,
@@ -63,14 +64,9 @@ TEST_F(Thread, constructorLeavesNothingBehind)
     }));
     EXPECT_TRUE(support::comesTrue([=] { return taskCount() == tasks; }));
     cu_Thread* none = nullptr;
-    const support::Injection injection("pthread_create", EAGAIN);
-    EXPECT_SYSTEM_FAILURE(cu_Thread_new(&none, nullptr), cu_ERROR_THREAD_CREATE_FAILED, EAGAIN, "cu_Thread_new", file,
-                          "");
-}
+    support::expectSystemFailures(file, {{"pthread_create", EAGAIN, cu_ERROR_THREAD_CREATE_FAILED, "cu_Thread_new", "",
+                                          [&] { return cu_Thread_new(&none, nullptr); }}});
 
-TEST_F(Thread, badArgumentsAreRefused)
-{
-    cu_Thread* none = nullptr;
     uintptr_t result = 0;
     uint32_t state = 0;
     cu_ThreadID id = {};
@@ -87,21 +83,19 @@ TEST_F(Thread, runsInAWorkerOfItsOwnWithoutSignals)
 {
     cu_ThreadID id = {};
     ASSERT_EQ(cu_Thread_getThreadID(thread, &id), 0U);
-    char name[16] = {};
-    const Job job([&](const void* flag) {
+    const auto isWorker = [&] {
         const cu_ThreadID own = cu_Thread_getCurrentThreadID();
         bool equal = false;
         EXPECT_EQ(cu_ThreadID_equals(&own, &id, &equal), 0U);
-        EXPECT_TRUE(equal);
+        return equal;
+    };
+    sigset_t mask;
+    char name[16] = {};
+    const Job job([&](const void* flag) {
+        EXPECT_TRUE(isWorker());
         EXPECT_EQ(cu_Thread_getCurrentNativeThreadID(), syscall(SYS_gettid));
-        EXPECT_NE(cu_Thread_getCurrentNativeThreadID(), cu_Thread_getProcessID());
-        pthread_getname_np(own, name, sizeof(name));
-        sigset_t mask;
+        pthread_getname_np(pthread_self(), name, sizeof(name));
         pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-        for (int signal = 1; signal <= SIGRTMAX - 2; ++signal) // user-mode emulation keeps the last two
-            EXPECT_TRUE(signal == SIGKILL || signal == SIGSTOP || signal == 32 || signal == 33 ||
-                        sigismember(&mask, signal) == 1)
-                << signal;
         return runUntilStopped(flag);
     });
     uintptr_t result = 0;
@@ -110,13 +104,12 @@ TEST_F(Thread, runsInAWorkerOfItsOwnWithoutSignals)
     EXPECT_EQ(cu_Thread_join(thread, &result), 0U);
     EXPECT_EQ(result, 7U);
     EXPECT_STREQ(name, "cu-thread");
-
-    const cu_ThreadID own = cu_Thread_getCurrentThreadID();
-    bool equal = true;
-    EXPECT_EQ(cu_ThreadID_equals(&own, &id, &equal), 0U);
-    EXPECT_FALSE(equal);
+    for (int signal = 1; signal <= SIGRTMAX - 2; ++signal) // user-mode emulation keeps the last two
+        EXPECT_TRUE(signal == SIGKILL || signal == SIGSTOP || signal == 32 || signal == 33 ||
+                    sigismember(&mask, signal) == 1)
+            << signal;
+    EXPECT_FALSE(isWorker());
     EXPECT_EQ(cu_Thread_getProcessID(), getpid());
-    sigset_t mask;
     pthread_sigmask(SIG_BLOCK, nullptr, &mask);
     EXPECT_EQ(sigismember(&mask, SIGUSR1), 0); // the creator's mask is what it was
 }
@@ -125,21 +118,22 @@ TEST_F(Thread, callsInTheWrongStateAreRefusedAndChangeNothing)
 {
     const Job job(runUntilStopped);
     uintptr_t result = 99;
-    const auto expectState = [](const auto& call, cu_ErrorCode code, const char* function, const std::string& text) {
-        EXPECT_FAILURE(call(), code, function, file, text);
+    const auto expectNot = [&](const std::string& wanted, cu_ErrorCode code, const char* function, const auto& call) {
+        EXPECT_FAILURE(call(), code, function, file,
+                       "Thread not in " + wanted + " state: " + std::to_string(thread->state));
     };
     for (uint32_t at = cu_THREAD_IDLE; at <= cu_THREAD_SHUT_DOWN; ++at) {
         thread->state = at;
         if (at != cu_THREAD_IDLE)
-            expectState([&] { return cu_Thread_start(thread, job.get()); }, cu_ERROR_THREAD_START_FAILED,
-                        "cu_Thread_start", "Thread not in idle state: " + std::to_string(at));
+            expectNot("idle", cu_ERROR_THREAD_START_FAILED, "cu_Thread_start",
+                      [&] { return cu_Thread_start(thread, job.get()); });
         for (const bool wait : {false, true})
             if (at != cu_THREAD_RUNNING)
-                expectState([&] { return cu_Thread_stop(thread, wait); }, cu_ERROR_THREAD_STOP_FAILED, "cu_Thread_stop",
-                            "Thread not in running state: " + std::to_string(at));
+                expectNot("running", cu_ERROR_THREAD_STOP_FAILED, "cu_Thread_stop",
+                          [&] { return cu_Thread_stop(thread, wait); });
         if (at != cu_THREAD_STOPPED)
-            expectState([&] { return cu_Thread_join(thread, &result); }, cu_ERROR_THREAD_JOIN_FAILED, "cu_Thread_join",
-                        "Thread not in stopped state: " + std::to_string(at));
+            expectNot("stopped", cu_ERROR_THREAD_JOIN_FAILED, "cu_Thread_join",
+                      [&] { return cu_Thread_join(thread, &result); });
         EXPECT_EQ(state(), at);
     }
     EXPECT_EQ(result, 99U);
@@ -174,10 +168,7 @@ TEST_F(Thread, aStartThatIsStoppedAtOnceStillRunsOnce)
 TEST_F(Thread, theStateCanBeReadWhileAJoinBlocks)
 {
     std::atomic<bool> gate = false;
-    const Job job([&](const void*) -> uintptr_t {
-        EXPECT_TRUE(support::comesTrue([&] { return gate.load(); }));
-        return 1;
-    });
+    const Job job([&](const void*) { return uintptr_t{support::comesTrue([&] { return gate.load(); })}; });
     ASSERT_EQ(cu_Thread_start(thread, job.get()), 0U);
     ASSERT_EQ(cu_Thread_stop(thread, false), 0U);
     std::thread owner([&] {
@@ -331,11 +322,11 @@ TEST_F(Thread, ownersCompeteWithoutLosingAnExecution)
             count(2, cu_Thread_join(thread, &result), cu_ERROR_THREAD_JOIN_FAILED);
         }
     };
-    std::vector<std::thread> owners;
-    for (int owner = 0; owner < 4; ++owner)
-        owners.emplace_back(compete);
-    for (auto& owner : owners)
-        owner.join();
+    {
+        std::vector<std::jthread> owners;
+        for (int owner = 0; owner < 4; ++owner)
+            owners.emplace_back(compete);
+    }
     EXPECT_EQ(state(), cu_THREAD_IDLE);
     EXPECT_GT(job.begun(), 0);
     for (const auto& count : successes)
