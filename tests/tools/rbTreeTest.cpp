@@ -146,47 +146,42 @@ TEST(RBTree, answersAsASetDoesThroughAMillionOperationsAndStaysBalanced)
     }
 }
 
-/// Keys and values of a tree and the caller's functions on them, of which one call may fail. They watch that everything
-/// is released once.
-struct Things {
-    static inline std::set<const int*> live;
-    static inline std::vector<int> released;
+/// The caller's functions for keys and values, of which one call may fail. They watch that everything is released once.
+struct Caller {
+    static inline std::set<const void*> live;
+    static inline std::vector<uintptr_t> released;
     static inline unsigned callsLeft; ///< until the one that fails; 0: none is to fail
 
-    static void begin(unsigned failAt = 0)
+    static cu_RBTree* newTree()
     {
-        live.clear();
-        released.clear();
-        callsLeft = failAt;
+        cu_RBTree* tree = nullptr;
+        EXPECT_EQ(cu_RBTree_new(&tree, compareNumbers, copy, release, release), 0U);
+        return tree;
     }
-    static void* make(int number)
+    /// The value is ten times the key. It stays the caller's on a failure.
+    static cu_ErrorCode add(cu_RBTree* tree, uintptr_t key)
     {
-        int* thing = new int(number);
-        live.insert(thing);
-        return thing;
-    }
-    static int32_t compare(const void* a, const void* b)
-    {
-        return *static_cast<const int*>(a) - *static_cast<const int*>(b);
+        void* value = pointer(10 * key);
+        const cu_ErrorCode code = cu_RBTree_add(tree, pointer(key), value);
+        if (code == 0)
+            live.insert(value);
+        return code;
     }
     static cu_ErrorCode copy(void** slot, const void* key)
     {
         EXPECT_EQ(*slot, nullptr);
-        if (const cu_ErrorCode code = refusal(4711); code != 0)
-            return code;
-        *slot = make(*static_cast<const int*>(key));
-        return 0;
+        const cu_ErrorCode code = refusal(4711);
+        if (code == 0)
+            live.insert(*slot = const_cast<void*>(key));
+        return code;
     }
     static cu_ErrorCode release(void** slot)
     {
-        const auto* thing = static_cast<const int*>(*slot);
-        EXPECT_EQ(live.count(thing), 1U) << "released before";
-        if (const cu_ErrorCode code = refusal(4712); code != 0)
-            return code;
-        released.push_back(*thing);
-        live.erase(thing);
-        delete thing;
-        return 0;
+        EXPECT_TRUE(live.contains(*slot)) << "released before";
+        const cu_ErrorCode code = refusal(4712);
+        if (code == 0 && live.erase(*slot) == 1)
+            released.push_back(number(*slot));
+        return code;
     }
     static cu_ErrorCode refusal(cu_ErrorCode code)
     {
@@ -208,35 +203,28 @@ void expectPassedOn(cu_ErrorCode code, cu_ErrorCode expected, const char* inner,
 // everything was released once.
 TEST(RBTree, losesAndReleasesTwiceNothingWhicheverFunctionFails)
 {
-    for (unsigned nth = 1; Things::callsLeft == 0; ++nth) {
+    for (unsigned nth = 1; Caller::callsLeft == 0; ++nth) {
         SCOPED_TRACE(nth);
         ASSERT_LT(nth, 100U);
-        Things::begin(nth);
-        std::set<int> expected;
-        const auto expectKeys = [&](const cu_RBTree* tree) {
-            std::set<int> keys;
-            for (const void* key : keysOf(tree))
-                keys.insert(*static_cast<const int*>(key));
-            EXPECT_EQ(keys, expected);
+        Caller::callsLeft = nth;
+        cu_RBTree* tree = Caller::newTree();
+        std::set<const void*> expected;
+        const auto expectKeys = [&] {
+            EXPECT_EQ(keysOf(tree), std::vector<const void*>(expected.begin(), expected.end()));
         };
-        cu_RBTree* tree = nullptr;
-        ASSERT_EQ(cu_RBTree_new(&tree, Things::compare, Things::copy, Things::release, Things::release), 0U);
-        for (int key = 0; key < 9; ++key) {
-            void* value = Things::make(key);
-            if (const cu_ErrorCode code = cu_RBTree_add(tree, &key, value); code == 0) {
-                expected.insert(key);
-            } else {
+        for (uintptr_t key = 1; key < 10; ++key) {
+            if (const cu_ErrorCode code = Caller::add(tree, key); code == 0)
+                expected.insert(pointer(key));
+            else
                 expectPassedOn(code, 4711, "RBTreeImpl_new", "cu_RBTree_add");
-                EXPECT_EQ(Things::release(&value), 0U); // it is still ours
-            }
-            expectKeys(tree);
+            expectKeys();
         }
-        for (const int key : {4, 0, 7}) {
+        for (void* const key : {pointer(5), pointer(1), pointer(8)}) {
             if (expected.erase(key) == 0)
                 continue;
-            if (const cu_ErrorCode code = cu_RBTree_rem(tree, &key); code != 0)
+            if (const cu_ErrorCode code = cu_RBTree_rem(tree, key); code != 0)
                 expectPassedOn(code, 4712, "RBTreeImpl_delete", "cu_RBTree_rem");
-            expectKeys(tree);
+            expectKeys();
         }
         if (const cu_ErrorCode code = cu_RBTree_delete(&tree); code != 0) {
             expectPassedOn(code, 4712, "RBTreeImpl_delete", "cu_RBTree_delete");
@@ -245,34 +233,30 @@ TEST(RBTree, losesAndReleasesTwiceNothingWhicheverFunctionFails)
             EXPECT_EQ(cu_RBTree_delete(&tree), 0U);
         }
         EXPECT_EQ(tree, nullptr);
-        EXPECT_TRUE(Things::live.empty());
+        EXPECT_TRUE(Caller::live.empty());
     }
 }
 
 TEST(RBTree, deletionGoesOnBehindWhatCannotBeReleased)
 {
-    Things::begin();
-    cu_RBTree* tree = nullptr;
-    ASSERT_EQ(cu_RBTree_new(&tree, Things::compare, Things::copy, Things::release, Things::release), 0U);
-    for (const int key : {1, 2, 3})
-        EXPECT_EQ(cu_RBTree_add(tree, &key, Things::make(10 * key)), 0U);
-    struct {
-        unsigned failAt; // a call of a release function
-        std::vector<int> released;
-    } const attempts[] = {
+    cu_RBTree* tree = Caller::newTree();
+    for (const uintptr_t key : {1U, 2U, 3U})
+        EXPECT_EQ(Caller::add(tree, key), 0U);
+    const std::pair<unsigned, std::vector<uintptr_t>> attempts[] = {
+        // the call of a release function that fails, and what has been released then
         {1, {}},            // key 1
         {2, {2}},           // value 20
         {4, {2, 3, 30, 1}}, // value 10, at the second try for key 1
         {1, {2, 3, 30, 1}}, // value 20 again
         {0, {2, 3, 30, 1, 10, 20}},
     };
-    for (const auto& attempt : attempts) {
-        Things::callsLeft = attempt.failAt;
-        EXPECT_EQ(cu_RBTree_delete(&tree), attempt.failAt != 0 ? 4712U : 0U);
-        EXPECT_EQ(Things::released, attempt.released);
+    for (const auto& [failAt, released] : attempts) {
+        Caller::callsLeft = failAt;
+        EXPECT_EQ(cu_RBTree_delete(&tree), failAt != 0 ? 4712U : 0U);
+        EXPECT_EQ(Caller::released, released);
     }
     EXPECT_EQ(tree, nullptr);
-    EXPECT_TRUE(Things::live.empty());
+    EXPECT_TRUE(Caller::live.empty());
 }
 
 TEST(RBTree, isMadeAsAWholeOrNotAtAll)
