@@ -132,11 +132,11 @@ TEST(PointerBuffer, whatFailsMovesNothingAndIsPassedOn)
           [&] { return cu_PointerBuffer_timedPut(buffer.get(), pointer(1), &invalid, &done); });
     EXPECT_EQ(buffer.tryGet(), 0U);
     {
-        // The value comes just before the sleep fails.
-        bool isPut = false;
-        const support::Interlude interlude([&] {
-            if (!buffer.get()->notEmpty.isQuiet() && !std::exchange(isPut, true)) {
-                EXPECT_TRUE(buffer.tryPut(1));
+        // The value comes, and its wake is still under way, when the sleep fails.
+        const support::Interlude interlude([me = buffer.get()] {
+            if (!me->notEmpty.isQuiet() && me->writeCounter == me->readCounter) {
+                me->slots[0].value = pointer(1);
+                me->slots[0].turn = 2 * me->writeCounter++ + 1;
             }
         });
         const support::Injection injection("sem_wait", EINVAL);
