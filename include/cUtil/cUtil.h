@@ -10,6 +10,7 @@
 #include <cUtil/allocator.h>
 #include <cUtil/argumentArray.h>
 #include <cUtil/atomicLock.h>
+#include <cUtil/bufferStream.h>
 #include <cUtil/commandLine.h>
 #include <cUtil/conditionVariable.h>
 #include <cUtil/conditionWait.h>
@@ -17,6 +18,7 @@
 #include <cUtil/errorCodes.h>
 #include <cUtil/errorInfo.h>
 #include <cUtil/fifo.h>
+#include <cUtil/iStream.h>
 #include <cUtil/ipcSemaphore.h>
 #include <cUtil/logger/adapter.h>
 #include <cUtil/logger/asyncLoggingAdapter.h>
@@ -29,11 +31,14 @@
 #include <cUtil/md5.h>
 #include <cUtil/mutex.h>
 #include <cUtil/network/ipAddress.h>
+#include <cUtil/network/ipNetworkInfo.h>
 #include <cUtil/network/message.h>
+#include <cUtil/network/poller.h>
 #include <cUtil/network/sctpSocket.h>
 #include <cUtil/network/selectable.h>
 #include <cUtil/network/tcpServerSocket.h>
 #include <cUtil/network/tcpSocket.h>
+#include <cUtil/network/tcpSocketStream.h>
 #include <cUtil/network/udpSocket.h>
 #include <cUtil/pointerBuffer.h>
 #include <cUtil/process.h>

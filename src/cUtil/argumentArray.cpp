@@ -14,10 +14,7 @@ namespace
 
 cu_ErrorCode resize(cu_ArgumentArray* me, uint32_t slots)
 {
-    void* block = me->argv;
-    const cu_ErrorCode code = cu_allocator_realloc(me->allocator, &block, static_cast<uint32_t>(slots * sizeof(char*)));
-    me->argv = static_cast<char**>(block);
-    return code;
+    return internal::resizeArray(me->allocator, &me->argv, slots);
 }
 
 // From the last one on, so that what is left after a failure is an array.

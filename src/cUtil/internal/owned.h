@@ -81,15 +81,33 @@ inline cu_ErrorCode copyText(Owned<char>& copy, std::string_view text, cu_alloca
     return code;
 }
 
+/// Gives an array of an object, or none yet, another number of elements; after a failure it is what it was.
+template <typename T>
+cu_ErrorCode resizeArray(cu_allocator* allocator, T** array, uint32_t count)
+{
+    void* block = *array;
+    const cu_ErrorCode code = cu_allocator_realloc(allocator, &block, static_cast<uint32_t>(count * sizeof(T)));
+    if (code == 0)
+        *array = static_cast<T*>(block);
+    return code;
+}
+
+/// Gives an array of an object back, if there is one, and resets the pointer.
+template <typename T>
+cu_ErrorCode freeArray(cu_allocator* allocator, T** array)
+{
+    void* block = *array;
+    const cu_ErrorCode code = block != nullptr ? cu_allocator_free(allocator, &block) : 0;
+    if (code == 0)
+        *array = nullptr;
+    return code;
+}
+
 /// Gives an object back to its allocator and resets the handle; the object is gone even while the handle is reset.
 template <typename T>
 cu_ErrorCode freeObject(T** handle)
 {
-    void* block = *handle;
-    const cu_ErrorCode code = cu_allocator_free((*handle)->allocator, &block);
-    if (code == 0)
-        *handle = nullptr;
-    return code;
+    return freeArray((*handle)->allocator, handle);
 }
 
 } // namespace cu::internal

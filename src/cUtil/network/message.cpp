@@ -25,12 +25,10 @@ constexpr uint32_t lengthSize = 4;
 
 cu_ErrorCode setCapacity(cu_Message* me, uint32_t capacity)
 {
-    void* block = me->data;
-    if (const cu_ErrorCode code = cu_allocator_realloc(me->allocator, &block, capacity); code != 0)
-        return code;
-    me->data = static_cast<uint8_t*>(block);
-    me->capacity = capacity;
-    return 0;
+    const cu_ErrorCode code = internal::resizeArray(me->allocator, &me->data, capacity);
+    if (code == 0)
+        me->capacity = capacity;
+    return code;
 }
 
 // Makes room for so many bytes from the cursor on; `in` goes along when it lies in the message.

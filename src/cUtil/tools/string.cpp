@@ -83,10 +83,8 @@ void empty(cu_String* me)
 // Changes the size of the buffer; the lengths keep within it.
 cu_ErrorCode resize(cu_String* me, uint32_t size)
 {
-    void* block = me->buffer;
-    if (const cu_ErrorCode code = cu_allocator_realloc(me->allocator, &block, size); code != 0)
+    if (const cu_ErrorCode code = internal::resizeArray(me->allocator, &me->buffer, size); code != 0)
         return code;
-    me->buffer = static_cast<char*>(block);
     me->held = size;
     if (me->textLength >= size) {
         me->textLength = size - 1;
