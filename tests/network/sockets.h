@@ -8,11 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
-#include <memory>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <utility>
 
 /// A handle that is deleted at the end of the scope.
 template <typename T, cu_ErrorCode (*destroy)(T**)>
@@ -39,6 +39,33 @@ private:
 using TCPSocket = Handle<cu_TCPSocket, cu_TCPSocket_delete>;
 using TCPServerSocket = Handle<cu_TCPServerSocket, cu_TCPServerSocket_delete>;
 
+using namespace std::chrono_literals;
+
+/// How long a call takes.
+template <typename Call>
+std::chrono::nanoseconds timeOf(Call call)
+{
+    const auto began = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::steady_clock::now() - began;
+}
+
+/// What a wait of the system lasts at least: an old kernel's tick may be cut off.
+constexpr std::chrono::nanoseconds atLeast(std::chrono::nanoseconds wait)
+{
+    return wait - wait / 10;
+}
+
+inline int descriptorOf(cu_TCPSocket* socket)
+{
+    return cu_TCPSocket_getSelectable(socket)->handle;
+}
+
+inline bool isClosedOnExec(int descriptor)
+{
+    return (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
+}
+
 /// Address and port, in host byte order, that the system knows of one end of a connection.
 struct Place {
     uint32_t address = 0;
@@ -47,11 +74,11 @@ struct Place {
     friend bool operator==(const Place&, const Place&) = default;
 };
 
-inline Place placeOf(const cu_Selectable* selectable, int (*which)(int, sockaddr*, socklen_t*) noexcept = getsockname)
+inline Place placeOf(const cu_Selectable* selectable)
 {
     sockaddr_in address = {};
     socklen_t size = sizeof(address);
-    EXPECT_EQ(which(selectable->handle, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    EXPECT_EQ(getsockname(selectable->handle, reinterpret_cast<sockaddr*>(&address), &size), 0);
     return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)};
 }
 

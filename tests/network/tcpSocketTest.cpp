@@ -1,16 +1,72 @@
 #include "sockets.h"
 
+#include "support/allocator.h"
+#include "support/inject.h"
+#include "support/process.h"
 #include "support/record.h"
 #include "support/refusal.h"
+#include "support/scale.h"
+#include "support/signalStorm.h"
 #include "support/sweep.h"
+#include "support/systemFailure.h"
 
+#include <cUtil/time/time.h>
+
+#include <cerrno>
+#include <cstring>
+#include <netinet/tcp.h>
+#include <numeric>
 #include <string>
+#include <sys/time.h>
+#include <thread>
+#include <vector>
 
 namespace
 {
 
 constexpr char file[] = "src/cUtil/network/tcpSocket.linux";
 constexpr char serverFile[] = "src/cUtil/network/tcpServerSocket.linux";
+
+std::string cause(int error)
+{
+    return "Errno[" + std::to_string(error) + "]='" + strerror(error) + "'";
+}
+
+std::vector<uint8_t> pattern(std::size_t size)
+{
+    std::vector<uint8_t> bytes(size);
+    std::iota(bytes.begin(), bytes.end(), uint8_t{1});
+    return bytes;
+}
+
+template <typename T>
+T kernelOption(int descriptor, int level, int name)
+{
+    T value = {};
+    socklen_t size = sizeof(value);
+    EXPECT_EQ(getsockopt(descriptor, level, name, &value, &size), 0);
+    EXPECT_EQ(size, sizeof(value));
+    return value;
+}
+
+int64_t kernelTimeoutUs(int descriptor, int name)
+{
+    const auto time = kernelOption<timeval>(descriptor, SOL_SOCKET, name);
+    return int64_t{time.tv_sec} * 1'000'000 + time.tv_usec;
+}
+
+// A server whose queue is full, so that the system drops what else asks to be connected.
+struct FullServer : Server {
+    FullServer() : Server(0)
+    {
+        cu_ErrorCode code = 0;
+        for (TCPSocket& client : waiting)
+            code = code != 0 ? code : cu_TCPSocket_new(&client, CU_IP_ADDRESS_LOCAL, port, 100, nullptr);
+        EXPECT_EQ(code, cu_ERROR_SOCKET_CONNECT_FAILED);
+    }
+
+    TCPSocket waiting[8];
+};
 
 TEST(TCPSocket, connectsAndMovesBytesBothWays)
 {
@@ -23,7 +79,8 @@ TEST(TCPSocket, connectsAndMovesBytesBothWays)
     EXPECT_EQ(cu_TCPSocket_send(client, "to the", 6, false), 0U);
     EXPECT_EQ(cu_TCPSocket_receive(accepted, got, 6), 0U);
     EXPECT_EQ(std::string(got, 6), "to the");
-    EXPECT_EQ(cu_TCPSocket_send(accepted, "client", 6, false), 0U);
+    EXPECT_EQ(cu_TCPSocket_send(accepted, "cli", 3, true), 0U);
+    EXPECT_EQ(cu_TCPSocket_send(accepted, "ent", 3, false), 0U);
     EXPECT_EQ(cu_TCPSocket_receive(client, got, 6), 0U);
     EXPECT_EQ(std::string(got, 6), "client");
 
@@ -34,6 +91,12 @@ TEST(TCPSocket, connectsAndMovesBytesBothWays)
     EXPECT_EQ(cu_TCPSocket_getAddress(client, &peer.address), 0U);
     EXPECT_EQ(cu_TCPSocket_getPort(client, &peer.port), 0U);
     EXPECT_EQ(peer, (Place{CU_IP_ADDRESS_LOCAL, server.port}));
+
+    for (const int descriptor :
+         {descriptorOf(client), descriptorOf(accepted), cu_TCPServerSocket_getSelectable(server.socket)->handle})
+        EXPECT_TRUE(isClosedOnExec(descriptor));
+    for (const int option : {SO_SNDTIMEO, SO_RCVTIMEO})
+        EXPECT_EQ(kernelTimeoutUs(descriptorOf(client), option), 0) << "of connecting, still set";
 }
 
 TEST(TCPSocket, everyConstructorLeavesNothingBehindWhenItFails)
@@ -56,6 +119,424 @@ TEST(TCPSocket, everyConstructorLeavesNothingBehindWhenItFails)
             return code;
         },
         [&](cu_TCPSocket** first) { return cu_TCPSocket_delete(&second) | cu_TCPSocket_delete(first); }, {}, "close");
+}
+
+TEST(TCPSocket, aConnectionThatCannotBeMadeIsReported)
+{
+    uint16_t port = 0;
+    {
+        const Server gone;
+        port = gone.port;
+    }
+    cu_TCPSocket* socket = nullptr;
+    for (const uint32_t timeoutMs : {0U, 5000U})
+        EXPECT_SYSTEM_FAILURE(cu_TCPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, port, timeoutMs, nullptr),
+                              cu_ERROR_SOCKET_CONNECT_FAILED, ECONNREFUSED, "cu_TCPSocket_new", file,
+                              std::string("error: ") + strerror(ECONNREFUSED));
+    const auto connect = [&] { return cu_TCPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, port, 100, nullptr); };
+    support::expectSystemFailures(file, {{"socket", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, "cu_TCPSocket_new",
+                                          std::string("error: ") + strerror(EMFILE), connect},
+                                         {"setsockopt", EDOM, cu_ERROR_SOCKET_CONNECT_FAILED, "cu_TCPSocket_new",
+                                          std::string("error: ") + strerror(EDOM), connect}});
+    EXPECT_EQ(socket, nullptr);
+}
+
+TEST(TCPSocket, connectingGivesUpWhenItsTimeIsUpWhateverSignalsCome)
+{
+    const FullServer server;
+    cu_TCPSocket* socket = nullptr;
+    const auto expectTimeout = [&] {
+        EXPECT_GE(timeOf([&] {
+                      EXPECT_SYSTEM_FAILURE(cu_TCPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, server.port, 200, nullptr),
+                                            cu_ERROR_SOCKET_CONNECT_FAILED, EINPROGRESS, "cu_TCPSocket_new", file,
+                                            std::string("error: ") + strerror(EINPROGRESS));
+                  }),
+                  atLeast(200ms));
+    };
+    expectTimeout();
+    const support::SignalStorm storm(20s);
+    const auto began = std::chrono::steady_clock::now();
+    expectTimeout();
+    EXPECT_LT(storm.lastSent() - began, 19s) << "signals prolong the attempt";
+}
+
+TEST(TCPSocket, connectingGoesOnAfterSignals)
+{
+    const FullServer server;
+    for (const uint32_t timeoutMs : {0U, 60'000U}) {
+        // The queue has room when the system asks again, after a second.
+        std::thread later([&] {
+            std::this_thread::sleep_for(50ms);
+            for (TCPSocket accepted; cu_TCPSocket_getSelectable(accepted) == nullptr;)
+                EXPECT_EQ(cu_TCPServerSocket_timedAccept(server.socket, 100'000, &accepted), 0U);
+        });
+        const support::SignalStorm storm;
+        TCPSocket socket;
+        EXPECT_EQ(cu_TCPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, server.port, timeoutMs, nullptr), 0U);
+        EXPECT_GT(support::SignalStorm::delivered(), 0U);
+        later.join();
+    }
+}
+
+TEST(TCPSocket, bytesThatTrickleInAreCollected)
+{
+    const Pair pair;
+    const std::vector<uint8_t> bytes = pattern(400);
+    ASSERT_EQ(cu_TCPSocket_setOption(pair.second, cu_SOCKET_OPT_RECEIVE_TIMEOUT, 30'000), 0U);
+    std::thread peer([&] {
+        for (const uint8_t& byte : bytes) {
+            EXPECT_EQ(cu_TCPSocket_send(pair.first, &byte, 1, false), 0U);
+            std::this_thread::sleep_for(200us);
+        }
+    });
+    const support::SignalStorm storm;
+    std::vector<uint8_t> got(bytes.size());
+    EXPECT_EQ(cu_TCPSocket_receive(pair.second, got.data(), static_cast<uint32_t>(got.size())), 0U);
+    EXPECT_EQ(got, bytes);
+    peer.join();
+}
+
+TEST(TCPSocket, aLargeSendGoesOnAfterSignalsThatCutItShort)
+{
+    for (const int32_t timeoutMs : {0, 60'000}) {
+        const Pair pair;
+        ASSERT_EQ(cu_TCPSocket_setOption(pair.first, cu_SOCKET_OPT_SEND_TIMEOUT, timeoutMs), 0U);
+        const std::vector<uint8_t> bytes = pattern(8U << 20);
+        std::vector<uint8_t> got(bytes.size());
+        const support::SignalStorm storm;
+        std::thread peer([&] {
+            support::comesTrue([] { return support::SignalStorm::delivered() > 20; });
+            for (std::size_t at = 0; at < got.size(); at += got.size() / 64)
+                EXPECT_EQ(cu_TCPSocket_receive(pair.second, &got[at], static_cast<uint32_t>(got.size() / 64)), 0U);
+        });
+        EXPECT_EQ(cu_TCPSocket_send(pair.first, bytes.data(), static_cast<uint32_t>(bytes.size()), false), 0U);
+        peer.join();
+        EXPECT_TRUE(got == bytes);
+    }
+}
+
+TEST(TCPSocket, transfersEndWhenTheirTimeIsUpWhateverSignalsCome)
+{
+    for (const bool signals : {false, true}) {
+        SCOPED_TRACE(signals ? "signals" : "no signals");
+        const Pair pair;
+        ASSERT_EQ(cu_TCPSocket_setOption(pair.first, cu_SOCKET_OPT_SEND_TIMEOUT, 100), 0U);
+        ASSERT_EQ(cu_TCPSocket_setOption(pair.first, cu_SOCKET_OPT_RECEIVE_TIMEOUT, 100), 0U);
+        std::vector<uint8_t> bytes(16U << 20);
+        const auto size = static_cast<uint32_t>(bytes.size());
+        const support::SignalStorm storm(signals ? 20s : 0s);
+        const auto began = std::chrono::steady_clock::now();
+        const std::pair<cu_ErrorCode, std::function<cu_ErrorCode()>> table[] = {
+            {cu_ERROR_SOCKET_IO_TIMEOUT, [&] { return cu_TCPSocket_receive(pair.first, bytes.data(), 8); }},
+            {cu_ERROR_SOCKET_WOULD_BLOCK, [&] { return cu_TCPSocket_peek(pair.first, bytes.data(), 8); }},
+            {cu_ERROR_SOCKET_IO_TIMEOUT, [&] { return cu_TCPSocket_send(pair.first, bytes.data(), size, false); }}};
+        for (const auto& [code, call] : table)
+            EXPECT_GE(timeOf([&] { EXPECT_EQ(call(), code); }), atLeast(100ms));
+        if (signals) {
+            EXPECT_LT(storm.lastSent() - began, 19s) << "signals prolong a transfer";
+        }
+        const support::Injection injection("send", EAGAIN); // as when not even one byte could be sent in time
+        EXPECT_SYSTEM_FAILURE(cu_TCPSocket_send(pair.first, bytes.data(), size, false), cu_ERROR_SOCKET_IO_TIMEOUT,
+                              EAGAIN, "cu_TCPSocket_send", file, "");
+    }
+}
+
+TEST(TCPSocket, aSocketThatDoesNotBlockSaysSoAtOnce)
+{
+    const Pair pair;
+    ASSERT_EQ(cu_TCPSocket_setOption(pair.first, cu_SOCKET_OPT_NON_BLOCKING, 1), 0U);
+    std::vector<uint8_t> bytes(16U << 20);
+    const auto size = static_cast<uint32_t>(bytes.size());
+    EXPECT_SYSTEM_FAILURE(cu_TCPSocket_receive(pair.first, bytes.data(), 1), cu_ERROR_SOCKET_IO_TIMEOUT, EAGAIN,
+                          "cu_TCPSocket_receive", file, "");
+    EXPECT_SYSTEM_FAILURE(cu_TCPSocket_peek(pair.first, bytes.data(), 1), cu_ERROR_SOCKET_WOULD_BLOCK, EAGAIN,
+                          "cu_TCPSocket_peek", file, "");
+    EXPECT_FAILURE(cu_TCPSocket_send(pair.first, bytes.data(), size, false), cu_ERROR_SOCKET_IO_TIMEOUT,
+                   "cu_TCPSocket_send", file, "");
+}
+
+TEST(TCPSocket, aPeekTakesNothingAndOneThatIsTooLongBeginsAnew)
+{
+    const Pair pair;
+    ASSERT_EQ(cu_TCPSocket_send(pair.first, "abc", 3, false), 0U);
+    bool ready = false;
+    ASSERT_EQ(cu_Selectable_waitReadReady(cu_TCPSocket_getSelectable(pair.second), 0, &ready), 0U);
+    char got[6] = {};
+    EXPECT_EQ(cu_TCPSocket_peek(pair.second, got, 2), 0U);
+    EXPECT_EQ(std::string(got, 2), "ab");
+    EXPECT_EQ(cu_TCPSocket_peek(pair.second, got, 5), 0U);
+    EXPECT_EQ(std::string(got, 5), "abcab");
+    EXPECT_EQ(cu_TCPSocket_receive(pair.second, got, 3), 0U);
+    EXPECT_EQ(std::string(got, 3), "abc");
+}
+
+TEST(TCPSocket, aPeerThatIsGoneIsToldByEachTransferInItsOwnWay)
+{
+    Pair pair;
+    char byte = 'x';
+    EXPECT_EQ(cu_TCPSocket_send(pair.first, &byte, 1, false), 0U);
+    EXPECT_EQ(cu_TCPSocket_shutdown(pair.first, CU_SHUTDOWN_WRITE), 0U);
+    EXPECT_EQ(cu_TCPSocket_receive(pair.second, &byte, 1), 0U);
+    EXPECT_FAILURE(cu_TCPSocket_receive(pair.second, &byte, 1), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED,
+                   "cu_TCPSocket_receive", file, "");
+    EXPECT_FAILURE(cu_TCPSocket_peek(pair.second, &byte, 1), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED, "cu_TCPSocket_peek",
+                   file, "");
+    EXPECT_EQ(cu_TCPSocket_send(pair.second, &byte, 1, false), 0U) << "the other direction stands";
+    EXPECT_EQ(cu_TCPSocket_receive(pair.first, &byte, 1), 0U);
+}
+
+TEST(TCPSocket, aConnectionThatIsResetRaisesNoSignal)
+{
+    Pair pair;
+    char byte = 'x';
+    const linger atOnce = {1, 0};
+    setsockopt(descriptorOf(pair.first), SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
+    ASSERT_EQ(cu_TCPSocket_delete(&pair.first), 0U);
+    EXPECT_SYSTEM_FAILURE(cu_TCPSocket_receive(pair.second, &byte, 1), cu_ERROR_SOCKET_RECEIVE_FAILED, ECONNRESET,
+                          "cu_TCPSocket_receive", file,
+                          "errno[" + std::to_string(ECONNRESET) + "]='" + strerror(ECONNRESET) + "'");
+    for (int time = 0; time < 2; ++time)
+        EXPECT_FAILURE(cu_TCPSocket_send(pair.second, &byte, 1, false), cu_ERROR_SOCKET_IO_TIMEOUT, "cu_TCPSocket_send",
+                       file, "");
+}
+
+TEST(TCPSocket, anOptionReachesTheSystemAndIsReadFromThere)
+{
+    const Pair pair;
+    const int descriptor = descriptorOf(pair.first);
+    int32_t value = -1;
+    const auto set = [&](uint32_t type, int32_t wanted) {
+        EXPECT_EQ(cu_TCPSocket_setOption(pair.first, type, wanted), 0U);
+        EXPECT_EQ(cu_TCPSocket_getOption(pair.first, type, &value), 0U);
+    };
+    const struct {
+        uint32_t type;
+        int level;
+        int name;
+    } booleans[] = {{cu_SOCKET_OPT_NO_DELAY, IPPROTO_TCP, TCP_NODELAY},
+                    {cu_SOCKET_OPT_KEEP_ALIVE, SOL_SOCKET, SO_KEEPALIVE},
+                    {cu_SOCKET_OPT_QUICK_ACK, IPPROTO_TCP, TCP_QUICKACK}},
+      sizes[] = {{cu_SOCKET_OPT_SEND_BUFFER, SOL_SOCKET, SO_SNDBUF},
+                 {cu_SOCKET_OPT_RECEIVE_BUFFER, SOL_SOCKET, SO_RCVBUF}},
+      times[] = {{cu_SOCKET_OPT_SEND_TIMEOUT, SOL_SOCKET, SO_SNDTIMEO},
+                 {cu_SOCKET_OPT_RECEIVE_TIMEOUT, SOL_SOCKET, SO_RCVTIMEO}};
+    for (const auto& option : booleans) {
+        for (const int32_t wanted : {0, 1, 0, -7}) {
+            set(option.type, wanted);
+            EXPECT_EQ(value, wanted != 0 ? 1 : 0) << option.type;
+            EXPECT_EQ(kernelOption<int>(descriptor, option.level, option.name) != 0, wanted != 0) << option.type;
+        }
+    }
+    for (const auto& option : sizes) {
+        for (const int32_t wanted : {16384, 32768}) {
+            set(option.type, wanted);
+            EXPECT_EQ(value, kernelOption<int>(descriptor, option.level, option.name)) << option.type;
+            EXPECT_GE(value, wanted) << option.type;
+            EXPECT_LE(value, 2 * wanted) << option.type;
+        }
+    }
+    for (const auto& option : times) {
+        for (const int32_t wanted : {1500, 40, 0, 2'000'000'000}) {
+            set(option.type, wanted);
+            EXPECT_EQ(value, wanted) << option.type;
+            EXPECT_EQ(kernelTimeoutUs(descriptor, option.name), int64_t{1000} * wanted) << option.type;
+        }
+    }
+    for (const int32_t wanted : {3, 0}) {
+        set(cu_SOCKET_OPT_NON_BLOCKING, wanted);
+        EXPECT_EQ(value, wanted != 0 ? 1 : 0);
+        EXPECT_EQ((fcntl(descriptor, F_GETFL) & O_NONBLOCK) != 0, wanted != 0);
+    }
+}
+
+TEST(TCPSocket, anOptionThatFailsIsDescribed)
+{
+    const Pair pair;
+    const auto flags = static_cast<unsigned>(fcntl(descriptorOf(pair.first), F_GETFL)) | O_NONBLOCK;
+    char flagsText[16];
+    snprintf(flagsText, sizeof(flagsText), "0x%X", flags);
+    const std::string noFlags = "Failed to get file descriptor flags.";
+    const struct {
+        const char* call;
+        unsigned nth;
+        uint32_t type;
+        int32_t value;
+        std::string set;
+        std::string get;
+    } table[] = {
+        {"sockopt", 1, 0, 1, "Failed to set the send no delay to '1'.", "Failed to read socket option!"},
+        {"fcntl64", 1, 1, 1, noFlags, noFlags},
+        {"fcntl64", 2, 1, 1, std::string("Failed to set file descriptor flags to ") + flagsText + ".", ""},
+        {"sockopt", 1, 2, 70, "Failed to set the send buffer size to '70'.", "Failed to read send buffer size!"},
+        {"sockopt", 1, 3, 70, "Failed to set the receive buffer size to '70'.", "Failed to read receive buffer size!"},
+        {"sockopt", 1, 4, 1500, "Failed to set the send timeout to '1500' ms (s=1, us=500000).",
+         "Failed to read send timeout!"},
+        {"sockopt", 1, 5, 20, "Failed to set the receive timeout to '20' ms (s=0, us=20000).",
+         "Failed to read receive timeout!"},
+        {"sockopt", 1, 6, 0, "Failed to set keep alive to '0'.", "Failed to read keep alive!"},
+        {"sockopt", 1, 7, 1, "Failed to set quick ack to '1'.", "Failed to read quick ack!"}};
+    int32_t value = 0;
+    for (const auto& row : table) {
+        const bool isFlag = row.call == std::string("fcntl64");
+        {
+            const support::Injection injection(isFlag ? row.call : "setsockopt", EDOM, row.nth);
+            EXPECT_SYSTEM_FAILURE(cu_TCPSocket_setOption(pair.first, row.type, row.value),
+                                  cu_ERROR_SOCKET_SOCKET_OPT_FAILED, EDOM, "cu_TCPSocket_setOption", file,
+                                  row.set + cause(EDOM));
+        }
+        if (row.get.empty())
+            continue;
+        const support::Injection injection(isFlag ? row.call : "getsockopt", EDOM, row.nth);
+        EXPECT_SYSTEM_FAILURE(cu_TCPSocket_getOption(pair.first, row.type, &value), cu_ERROR_SOCKET_SOCKET_OPT_FAILED,
+                              EDOM, "cu_TCPSocket_getOption", file, row.get + cause(EDOM));
+    }
+    EXPECT_FAILURE(cu_TCPSocket_setOption(pair.first, 8, 1), cu_ERROR_SOCKET_SOCKET_OPT_FAILED,
+                   "cu_TCPSocket_setOption", file, "Invalid option type '8'.");
+    EXPECT_FAILURE(cu_TCPSocket_getOption(pair.first, 8, &value), cu_ERROR_SOCKET_SOCKET_OPT_FAILED,
+                   "cu_TCPSocket_getOption", file, "Invalid option type '8'.");
+    for (uint32_t type = cu_SOCKET_OPT_SEND_BUFFER; type <= cu_SOCKET_OPT_RECEIVE_TIMEOUT; ++type)
+        EXPECT_REFUSED(cu_TCPSocket_setOption(pair.first, type, -1), "cu_TCPSocket_setOption", file);
+}
+
+TEST(TCPSocket, closingAndShuttingDownFailInTheirOwnWays)
+{
+    const Pair pair;
+    cu_TCPSocket* socket = nullptr;
+    const int unconnected = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(cu_TCPSocket_fromAccept(&socket, unconnected, 1, 2, nullptr), 0U);
+    for (const int how : {CU_SHUTDOWN_READ, CU_SHUTDOWN_WRITE, CU_SHUTDOWN_BOTH})
+        EXPECT_SYSTEM_FAILURE(cu_TCPSocket_shutdown(socket, static_cast<uint32_t>(how)),
+                              cu_ERROR_SOCKET_SHUTDOWN_FAILED, ENOTCONN, "cu_TCPSocket_shutdown", file,
+                              "Failed to shutdown the socket how=" + std::to_string(how) + "." + cause(ENOTCONN));
+    {
+        const support::Injection injection("close", EIO);
+        EXPECT_SYSTEM_FAILURE(cu_TCPSocket_delete(&socket), cu_ERROR_SOCKET_CLOSE_FAILED, EIO, "cu_TCPSocket_delete",
+                              file, "");
+    }
+    ASSERT_NE(socket, nullptr);
+    EXPECT_EQ(cu_TCPSocket_delete(&socket), 0U) << "what may be another's descriptor by now is not closed again";
+    EXPECT_EQ(socket, nullptr);
+    EXPECT_EQ(close(unconnected), 0);
+}
+
+TEST(TCPSocket, thePairIsConnectedWithItselfAndReadyForUse)
+{
+    const Pair pair;
+    cu_TCPSocket* const ends[] = {pair.first, pair.second};
+    for (int end = 0; end < 2; ++end) {
+        Place peer;
+        int32_t value = -1;
+        EXPECT_EQ(cu_TCPSocket_getAddress(ends[end], &peer.address), 0U);
+        EXPECT_EQ(cu_TCPSocket_getPort(ends[end], &peer.port), 0U);
+        EXPECT_EQ(peer, placeOf(cu_TCPSocket_getSelectable(ends[1 - end])));
+        EXPECT_EQ(cu_TCPSocket_getOption(ends[end], cu_SOCKET_OPT_NON_BLOCKING, &value), 0U);
+        EXPECT_EQ(value, 0);
+        EXPECT_EQ(cu_TCPSocket_getOption(ends[end], cu_SOCKET_OPT_NO_DELAY, &value), 0U);
+        EXPECT_EQ(value, 1);
+        EXPECT_TRUE(isClosedOnExec(descriptorOf(ends[end])));
+        char byte = 'x';
+        EXPECT_EQ(cu_TCPSocket_send(ends[end], &byte, 1, false), 0U);
+        EXPECT_EQ(cu_TCPSocket_receive(ends[1 - end], &byte, 1), 0U);
+    }
+}
+
+TEST(TCPSocket, aStrangerDoesNotBecomeAnEndOfThePair)
+{
+    const int stranger = socket(AF_INET, SOCK_STREAM, 0);
+    bool connected = false;
+    const auto comeFirst = [&] {
+        for (int other = 3; !connected && other < stranger + 8; ++other) {
+            int listens = 0;
+            socklen_t size = sizeof(listens);
+            if (getsockopt(other, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0)
+                continue;
+            sockaddr_in address = {};
+            size = sizeof(address);
+            getsockname(other, reinterpret_cast<sockaddr*>(&address), &size);
+            connected = connect(stranger, reinterpret_cast<sockaddr*>(&address), size) == 0;
+        }
+    };
+    TCPSocket first;
+    TCPSocket second;
+    {
+        const support::Interlude interlude(comeFirst);
+        ASSERT_EQ(cu_TCPSocket_createPipe(&first, &second, nullptr), 0U);
+    }
+    ASSERT_TRUE(connected);
+    char byte = 'x';
+    EXPECT_LE(recv(stranger, &byte, 1, 0), 0) << "it is sent away";
+    EXPECT_EQ(cu_TCPSocket_send(first, "y", 1, false), 0U);
+    EXPECT_EQ(cu_TCPSocket_receive(second, &byte, 1), 0U);
+    EXPECT_EQ(byte, 'y');
+    close(stranger);
+}
+
+TEST(TCPServerSocket, whatKeepsItFromListeningIsReported)
+{
+    const Server server;
+    cu_TCPServerSocket* other = nullptr;
+    char text[64];
+    snprintf(text, sizeof(text), "when binding port %hu to address 0x7f000001", server.port);
+    EXPECT_SYSTEM_FAILURE(cu_TCPServerSocket_new(&other, server.port, CU_IP_ADDRESS_LOCAL, 1, true, nullptr),
+                          cu_ERROR_SOCKET_PORT_ALREADY_BOUND, EADDRINUSE, "cu_TCPServerSocket_new", serverFile, text);
+    EXPECT_SYSTEM_FAILURE(cu_TCPServerSocket_new(&other, 0, 0xC0000201, 1, true, nullptr), cu_ERROR_SOCKET_INIT_FAILED,
+                          EADDRNOTAVAIL, "cu_TCPServerSocket_new", serverFile, "");
+    const auto listen = [&] { return cu_TCPServerSocket_new(&other, 0, CU_IP_ADDRESS_LOCAL, 1, true, nullptr); };
+    constexpr char function[] = "cu_TCPServerSocket_new";
+    support::expectSystemFailures(serverFile,
+                                  {{"socket", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, function, "", listen},
+                                   {"setsockopt", EDOM, cu_ERROR_SOCKET_SOCKET_OPT_FAILED, function, "", listen},
+                                   {"listen", EOPNOTSUPP, cu_ERROR_SOCKET_INIT_FAILED, function, "", listen}});
+    for (const bool reuse : {false, true}) {
+        TCPServerSocket set;
+        ASSERT_EQ(cu_TCPServerSocket_new(&set, 0, CU_IP_ADDRESS_ANY, UINT32_MAX, reuse, nullptr), 0U);
+        EXPECT_EQ(kernelOption<int>(cu_TCPServerSocket_getSelectable(set)->handle, SOL_SOCKET, SO_REUSEADDR),
+                  reuse ? 1 : 0);
+    }
+}
+
+TEST(TCPServerSocket, aTimedAcceptWithoutAClientGivesNone)
+{
+    const Server server;
+    TCPSocket accepted;
+    EXPECT_GE(timeOf([&] { EXPECT_EQ(cu_TCPServerSocket_timedAccept(server.socket, 50'000, &accepted), 0U); }), 50ms);
+    EXPECT_EQ(cu_TCPSocket_getSelectable(accepted), nullptr);
+    TCPSocket client;
+    ASSERT_EQ(cu_TCPSocket_new(&client, CU_IP_ADDRESS_LOCAL, server.port, 0, nullptr), 0U);
+    EXPECT_EQ(cu_TCPServerSocket_timedAccept(server.socket, 0, &accepted), 0U);
+    EXPECT_NE(cu_TCPSocket_getSelectable(accepted), nullptr);
+}
+
+TEST(TCPServerSocket, anAcceptSurvivesSignalsAndLeavesNothingBehindWhenItFails)
+{
+    support::WatchfulAllocator allocator;
+    {
+        const Server server(16, allocator.get());
+        TCPSocket client;
+        TCPSocket accepted;
+        const auto accept = [&] { return cu_TCPServerSocket_accept(server.socket, &accepted); };
+        ASSERT_EQ(cu_TCPSocket_new(&client, CU_IP_ADDRESS_LOCAL, server.port, 0, nullptr), 0U);
+        const unsigned descriptors = support::openDescriptors();
+        support::expectSystemFailures(
+            serverFile, {{"accept4", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, "cu_TCPServerSocket_accept", "", accept}});
+        allocator.refuse(1);
+        EXPECT_EQ(accept(), cu_ERROR_COM_MALLOC_FAILED);
+        EXPECT_NE(support::trace().find("cu_TCPSocket_fromAccept"), std::string::npos);
+        EXPECT_NE(support::trace().find("cu_TCPServerSocket_accept"), std::string::npos);
+        EXPECT_EQ(support::openDescriptors(), descriptors);
+        char byte = 0;
+        EXPECT_EQ(cu_TCPSocket_receive(client, &byte, 1), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED);
+
+        TCPSocket another;
+        const support::SignalStorm storm;
+        std::thread later([&] {
+            std::this_thread::sleep_for(20ms);
+            EXPECT_EQ(cu_TCPSocket_new(&another, CU_IP_ADDRESS_LOCAL, server.port, 0, nullptr), 0U);
+        });
+        EXPECT_EQ(accept(), 0U);
+        later.join();
+        EXPECT_EQ(allocator.live(), 2U) << "an accepted socket's memory is not from the server's allocator";
+    }
 }
 
 TEST(TCPSocket, refusesNulls)
@@ -81,6 +562,7 @@ TEST(TCPSocket, refusesNulls)
                          cu_TCPServerSocket_timedAccept);
     EXPECT_EQ(cu_TCPSocket_getSelectable(nullptr), nullptr);
     EXPECT_EQ(cu_TCPServerSocket_getSelectable(nullptr), nullptr);
+    EXPECT_REFUSED(cu_TCPServerSocket_accept(listening, &socket), "cu_TCPServerSocket_accept", serverFile);
     EXPECT_REFUSED(cu_TCPSocket_receive(socket, &byte, 0), "cu_TCPSocket_receive", file);
     EXPECT_REFUSED(cu_TCPSocket_peek(socket, &byte, 0), "cu_TCPSocket_peek", file);
     EXPECT_REFUSED(cu_TCPSocket_send(socket, &byte, 0, false), "cu_TCPSocket_send", file);

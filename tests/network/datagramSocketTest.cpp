@@ -1,0 +1,238 @@
+#include "sockets.h"
+
+#include "support/inject.h"
+#include "support/record.h"
+#include "support/refusal.h"
+#include "support/signalStorm.h"
+#include "support/sweep.h"
+#include "support/systemFailure.h"
+
+#include <cUtil/network/sctpSocket.h>
+#include <cUtil/network/udpSocket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+
+struct UDP {
+    using Type = cu_UDPSocket;
+    static constexpr int type = SOCK_DGRAM;
+    static constexpr int protocol = IPPROTO_UDP;
+    static constexpr char name[] = "cu_UDPSocket_";
+    static constexpr char file[] = "src/cUtil/network/udpSocket.linux";
+    static constexpr auto make = cu_UDPSocket_new;
+    static constexpr auto destroy = cu_UDPSocket_delete;
+    static constexpr auto setOption = cu_UDPSocket_setOption;
+    static constexpr auto getOption = cu_UDPSocket_getOption;
+    static constexpr auto receive = cu_UDPSocket_receive;
+    static constexpr auto send = cu_UDPSocket_send;
+    static constexpr auto getSelectable = cu_UDPSocket_getSelectable;
+};
+
+struct SCTP {
+    using Type = cu_SCTPSocket;
+    static constexpr int type = SOCK_SEQPACKET;
+    static constexpr int protocol = IPPROTO_SCTP;
+    static constexpr char name[] = "cu_SCTPSocket_";
+    static constexpr char file[] = "src/cUtil/network/sctpSocket.linux";
+    static constexpr auto make = cu_SCTPSocket_new;
+    static constexpr auto destroy = cu_SCTPSocket_delete;
+    static constexpr auto setOption = cu_SCTPSocket_setOption;
+    static constexpr auto getOption = cu_SCTPSocket_getOption;
+    static constexpr auto receive = cu_SCTPSocket_receive;
+    static constexpr auto send = cu_SCTPSocket_send;
+    static constexpr auto getSelectable = cu_SCTPSocket_getSelectable;
+};
+
+template <typename Protocol>
+class DatagramSocket : public testing::Test
+{
+protected:
+    using Socket = Handle<typename Protocol::Type, Protocol::destroy>;
+
+    void SetUp() override
+    {
+        const int descriptor = socket(AF_INET, Protocol::type, Protocol::protocol);
+        if (descriptor == -1)
+            GTEST_SKIP() << "the kernel has no such protocol: " << strerror(errno);
+        close(descriptor);
+        for (auto& [socket, port] : ends) {
+            ASSERT_EQ(Protocol::make(&socket, CU_IP_ADDRESS_LOCAL, 0, nullptr), 0U);
+            port = placeOf(Protocol::getSelectable(socket)).port;
+        }
+    }
+
+    static std::string function(const char* operation) { return std::string(Protocol::name) + operation; }
+
+    struct {
+        Socket socket;
+        uint16_t port = 0;
+    } ends[2];
+    Place from;
+    uint32_t size = 0;
+};
+
+using Protocols = testing::Types<UDP, SCTP>;
+TYPED_TEST_SUITE(DatagramSocket, Protocols);
+
+TYPED_TEST(DatagramSocket, movesWholeMessagesBothWaysAndTellsTheSender)
+{
+    const std::string texts[] = {"first", "the second, of another length", std::string(2000, 'x')};
+    for (int sender = 0; sender < 2; ++sender) {
+        auto& here = this->ends[sender];
+        auto& there = this->ends[1 - sender];
+        for (const std::string& text : texts)
+            ASSERT_EQ(TypeParam::send(here.socket, CU_IP_ADDRESS_LOCAL, there.port, text.data(),
+                                      static_cast<uint32_t>(text.size())),
+                      0U);
+        for (const std::string& text : texts) {
+            char got[4000];
+            ASSERT_EQ(
+                TypeParam::receive(there.socket, &this->from.address, &this->from.port, got, sizeof(got), &this->size),
+                0U);
+            EXPECT_EQ(std::string(got, this->size), text);
+            EXPECT_EQ(this->from, (Place{CU_IP_ADDRESS_LOCAL, here.port}));
+        }
+    }
+    EXPECT_TRUE(isClosedOnExec(TypeParam::getSelectable(this->ends[0].socket)->handle));
+}
+
+TYPED_TEST(DatagramSocket, aReceiveWaitsThroughSignals)
+{
+    const support::SignalStorm storm;
+    std::thread later([&] {
+        std::this_thread::sleep_for(50ms);
+        EXPECT_EQ(TypeParam::send(this->ends[1].socket, CU_IP_ADDRESS_LOCAL, this->ends[0].port, "x", 1), 0U);
+    });
+    char byte = 0;
+    EXPECT_EQ(TypeParam::receive(this->ends[0].socket, &this->from.address, &this->from.port, &byte, 1, &this->size),
+              0U);
+    EXPECT_EQ(byte, 'x');
+    later.join();
+}
+
+TYPED_TEST(DatagramSocket, failuresAreReportedAndLeaveNothingBehind)
+{
+    support::sweep<typename TypeParam::Type>(
+        this->function("new").c_str(),
+        [](auto** socket, cu_allocator* allocator) {
+            return TypeParam::make(socket, CU_IP_ADDRESS_LOCAL, 0, allocator);
+        },
+        TypeParam::destroy);
+
+    typename TypeParam::Type* none = nullptr;
+    const std::string make = this->function("new");
+    const std::string send = this->function("send");
+    const std::string receive = this->function("receive");
+    auto& end = this->ends[0];
+    char byte = 0;
+    const int taken = socket(AF_INET, TypeParam::type, TypeParam::protocol);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(CU_IP_ADDRESS_LOCAL);
+    ASSERT_EQ(bind(taken, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    const cu_Selectable selectable = {taken};
+    char text[64];
+    snprintf(text, sizeof(text), "when binding port %hu to address 0x7f000001", placeOf(&selectable).port);
+    EXPECT_SYSTEM_FAILURE(TypeParam::make(&none, CU_IP_ADDRESS_LOCAL, placeOf(&selectable).port, nullptr),
+                          cu_ERROR_SOCKET_PORT_ALREADY_BOUND, EADDRINUSE, make, TypeParam::file, text);
+    close(taken);
+    const auto makeOne = [&] { return TypeParam::make(&none, CU_IP_ADDRESS_LOCAL, 0, nullptr); };
+    support::expectSystemFailures(
+        TypeParam::file,
+        {{"socket", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, make.c_str(), "", makeOne},
+         {"setsockopt", EDOM, cu_ERROR_SOCKET_SOCKET_OPT_FAILED, make.c_str(), "", makeOne},
+         {"bind", EACCES, cu_ERROR_SOCKET_INIT_FAILED, make.c_str(), "", makeOne},
+         {"recvfrom", ENOMEM, cu_ERROR_SOCKET_RECEIVE_FAILED, receive.c_str(), "",
+          [&] { return TypeParam::receive(end.socket, &this->from.address, &this->from.port, &byte, 1, &this->size); }},
+         {"sendto", ENOBUFS, cu_ERROR_SOCKET_SEND_FAILED, send.c_str(), "",
+          [&] { return TypeParam::send(end.socket, CU_IP_ADDRESS_LOCAL, end.port, &byte, 1); }}});
+}
+
+TEST(UDPSocket, aLongDatagramIsCutAndAnEmptyOneArrives)
+{
+    Handle<cu_UDPSocket, cu_UDPSocket_delete> socket;
+    ASSERT_EQ(cu_UDPSocket_new(&socket, CU_IP_ADDRESS_ANY, 0, nullptr), 0U);
+    Place place = placeOf(cu_UDPSocket_getSelectable(socket));
+    EXPECT_EQ(place.address, CU_IP_ADDRESS_ANY);
+    const auto send = [&, port = place.port](const std::string& text) {
+        return cu_UDPSocket_send(socket, CU_IP_ADDRESS_LOCAL, port, text.data(), static_cast<uint32_t>(text.size()));
+    };
+    ASSERT_EQ(send("abcd"), 0U);
+    ASSERT_EQ(send(""), 0U);
+    char got[2] = {};
+    uint32_t size = 0;
+    EXPECT_EQ(cu_UDPSocket_receive(socket, &place.address, &place.port, got, 2, &size), 0U);
+    EXPECT_EQ(std::string(got, size), "ab");
+    EXPECT_EQ(cu_UDPSocket_receive(socket, &place.address, &place.port, got, 2, &size), 0U);
+    EXPECT_EQ(size, 0U);
+    EXPECT_SYSTEM_FAILURE(send(std::string(70'000, 'x')), cu_ERROR_SOCKET_SEND_FAILED, EMSGSIZE, "cu_UDPSocket_send",
+                          UDP::file, "");
+}
+
+TEST(UDPSocket, theOneOptionIsToBroadcast)
+{
+    Handle<cu_UDPSocket, cu_UDPSocket_delete> socket;
+    ASSERT_EQ(cu_UDPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, 0, nullptr), 0U);
+    for (const int32_t wanted : {0, 1, 0, 4}) {
+        int32_t value = -1;
+        EXPECT_EQ(cu_UDPSocket_setOption(socket, cu_UDP_SOCKET_OPT_BROADCAST, wanted), 0U);
+        EXPECT_EQ(cu_UDPSocket_getOption(socket, cu_UDP_SOCKET_OPT_BROADCAST, &value), 0U);
+        EXPECT_EQ(value, wanted != 0 ? 1 : 0);
+        int set = -1;
+        socklen_t size = sizeof(set);
+        getsockopt(cu_UDPSocket_getSelectable(socket)->handle, SOL_SOCKET, SO_BROADCAST, &set, &size);
+        EXPECT_EQ(set, value);
+    }
+    int32_t value = 0;
+    support::expectSystemFailures(UDP::file,
+                                  {{"setsockopt", EDOM, cu_ERROR_SOCKET_SOCKET_OPT_FAILED, "cu_UDPSocket_setOption", "",
+                                    [&] { return cu_UDPSocket_setOption(socket, 0, 1); }},
+                                   {"getsockopt", EDOM, cu_ERROR_SOCKET_SOCKET_OPT_FAILED, "cu_UDPSocket_getOption", "",
+                                    [&] { return cu_UDPSocket_getOption(socket, 0, &value); }}});
+}
+
+// Only what is refused before the socket is looked at: most kernels have no SCTP.
+TEST(DatagramSockets, refuseNullsAndOptionsThatThereAreNot)
+{
+    static char anything[64];
+    auto* udp = reinterpret_cast<cu_UDPSocket*>(anything);
+    auto* sctp = reinterpret_cast<cu_SCTPSocket*>(anything);
+    cu_UDPSocket* noUDP = nullptr;
+    cu_SCTPSocket* noSCTP = nullptr;
+    uint32_t address = 0;
+    uint16_t port = 0;
+    int32_t value = 0;
+    const std::tuple good(udp, &noUDP, &address, &port, static_cast<void*>(anything), &value);
+    EXPECT_NULLS_REFUSED(UDP::file, good, cu_UDPSocket_new, cu_UDPSocket_setOption, cu_UDPSocket_getOption,
+                         cu_UDPSocket_receive, cu_UDPSocket_send);
+    EXPECT_NULLS_REFUSED(UDP::file, std::tuple(&udp), cu_UDPSocket_delete);
+    const std::tuple goodToo(sctp, &noSCTP, &address, &port, static_cast<void*>(anything));
+    EXPECT_NULLS_REFUSED(SCTP::file, goodToo, cu_SCTPSocket_new, cu_SCTPSocket_setOption, cu_SCTPSocket_getOption,
+                         cu_SCTPSocket_receive, cu_SCTPSocket_send);
+    EXPECT_NULLS_REFUSED(SCTP::file, std::tuple(&sctp), cu_SCTPSocket_delete);
+    EXPECT_REFUSED(cu_UDPSocket_receive(udp, &address, &port, anything, 0, &address), "cu_UDPSocket_receive",
+                   UDP::file);
+    EXPECT_EQ(cu_UDPSocket_getSelectable(nullptr), nullptr);
+    EXPECT_EQ(cu_SCTPSocket_getSelectable(nullptr), nullptr);
+
+    EXPECT_FAILURE(cu_UDPSocket_setOption(udp, 1, 1), cu_ERROR_SOCKET_SOCKET_OPT_FAILED, "cu_UDPSocket_setOption",
+                   UDP::file, "Invalid option type '1'.");
+    EXPECT_FAILURE(cu_UDPSocket_getOption(udp, 1, &value), cu_ERROR_SOCKET_SOCKET_OPT_FAILED, "cu_UDPSocket_getOption",
+                   UDP::file, "Invalid option type '1'.");
+    for (const uint32_t type : {0U, 7U}) {
+        const std::string text = "Invalid option type '" + std::to_string(type) + "'.";
+        EXPECT_FAILURE(cu_SCTPSocket_setOption(sctp, type, 1), cu_ERROR_SOCKET_SOCKET_OPT_FAILED,
+                       "cu_SCTPSocket_setOption", SCTP::file, text);
+        EXPECT_FAILURE(cu_SCTPSocket_getOption(sctp, type, nullptr), cu_ERROR_SOCKET_SOCKET_OPT_FAILED,
+                       "cu_SCTPSocket_getOption", SCTP::file, text);
+    }
+}
+
+} // namespace

@@ -1,0 +1,198 @@
+#include "sockets.h"
+
+#include "support/inject.h"
+#include "support/record.h"
+#include "support/refusal.h"
+#include "support/signalStorm.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/network/selectable.linux";
+
+// Two ends of a byte stream without the families under test.
+class Selectable : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        near.handle = ends[0];
+        far.handle = ends[1];
+    }
+    void TearDown() override
+    {
+        close(near.handle);
+        close(far.handle);
+    }
+
+    void makeReadable() { ASSERT_EQ(write(far.handle, "x", 1), 1); }
+    void makeUnwritable()
+    {
+        const std::vector<char> block(65536);
+        while (send(near.handle, block.data(), block.size(), MSG_DONTWAIT) > 0) {
+        }
+    }
+
+    cu_Selectable near = {-1};
+    cu_Selectable far = {-1};
+    bool ready = false;
+    int32_t index = 0;
+};
+
+TEST_F(Selectable, tellsWhetherSomethingCanBeReadOrWritten)
+{
+    EXPECT_EQ(cu_Selectable_getHandle(&near), near.handle);
+    EXPECT_EQ(cu_Selectable_getHandle(nullptr), -1);
+
+    EXPECT_EQ(cu_Selectable_waitWriteReady(&near, 0, &ready), 0U);
+    EXPECT_TRUE(ready);
+    EXPECT_EQ(cu_Selectable_waitReadReady(&near, 1, &ready), 0U);
+    EXPECT_FALSE(ready);
+    makeUnwritable();
+    ready = true;
+    EXPECT_EQ(cu_Selectable_waitWriteReady(&near, 1, &ready), 0U);
+    EXPECT_FALSE(ready);
+    EXPECT_EQ(cu_Selectable_waitReadReady(&far, 0, &ready), 0U);
+    EXPECT_TRUE(ready);
+}
+
+TEST_F(Selectable, hangUpsAndErrorsAreReady)
+{
+    shutdown(far.handle, SHUT_WR);
+    EXPECT_EQ(cu_Selectable_waitReadReady(&near, 0, &ready), 0U);
+    EXPECT_TRUE(ready);
+
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const cu_Selectable reading = {ends[0]};
+    const cu_Selectable writing = {ends[1]};
+    close(ends[0]);
+    EXPECT_EQ(cu_Selectable_waitReadReady(&writing, 0, &ready), 0U); // nobody reads the pipe any more
+    EXPECT_TRUE(ready);
+    close(ends[1]);
+
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(ends[0], reading.handle);
+    close(ends[1]);
+    EXPECT_EQ(cu_Selectable_waitReadReady(&reading, 0, &ready), 0U); // nobody writes it any more
+    EXPECT_TRUE(ready);
+    close(ends[0]);
+}
+
+TEST_F(Selectable, aWaitLastsAsLongAsItIsToldWhateverSignalsCome)
+{
+    for (const uint32_t timeoutUs : {1U, 700U, 60'000U, 1'010'000U}) {
+        ready = true;
+        EXPECT_GE(timeOf([&] { EXPECT_EQ(cu_Selectable_waitReadReady(&near, timeoutUs, &ready), 0U); }),
+                  std::chrono::microseconds(timeoutUs));
+        EXPECT_FALSE(ready);
+    }
+    const support::SignalStorm storm(20s);
+    const auto began = std::chrono::steady_clock::now();
+    EXPECT_GE(timeOf([&] { EXPECT_EQ(cu_Selectable_waitReadReady(&near, 60'000, &ready), 0U); }), 60ms);
+    EXPECT_LT(storm.lastSent() - began, 19s) << "signals prolong the wait";
+    EXPECT_GT(support::SignalStorm::delivered(), 0U);
+}
+
+TEST_F(Selectable, aWaitWithoutLimitEndsWhenSomethingComes)
+{
+    const support::SignalStorm storm;
+    std::thread writer([&] {
+        std::this_thread::sleep_for(50ms);
+        makeReadable();
+    });
+    EXPECT_EQ(cu_Selectable_waitReadReady(&near, 0, &ready), 0U);
+    EXPECT_TRUE(ready);
+    EXPECT_EQ(recv(near.handle, &ready, 1, MSG_DONTWAIT), 1);
+    writer.join();
+}
+
+TEST_F(Selectable, theFirstOfManyInTheirOrderIsTold)
+{
+    for (const uint32_t count : {3U, 64U, 65U, 500U}) {
+        std::vector<const cu_Selectable*> all(count, &near);
+        EXPECT_EQ(cu_Selectable_waitReadReadyMultiple(all.data(), count, 1, &index), 0U);
+        EXPECT_EQ(index, -1);
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        const cu_Selectable other = {ends[0]};
+        ASSERT_EQ(write(ends[1], "x", 1), 1);
+        all[count - 2] = &other;
+        all[count - 1] = &other;
+        EXPECT_EQ(cu_Selectable_waitReadReadyMultiple(all.data(), count, 0, &index), 0U);
+        EXPECT_EQ(index, static_cast<int32_t>(count - 2));
+        EXPECT_EQ(cu_Selectable_waitWriteReadyMultiple(all.data(), count, 0, &index), 0U);
+        EXPECT_EQ(index, 0);
+        close(ends[0]);
+        close(ends[1]);
+    }
+}
+
+TEST_F(Selectable, descriptorsBeyondThoseOfSelectAreWaitedFor)
+{
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 6000);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const int high = fcntl(near.handle, F_DUPFD, static_cast<int>(limit.rlim_cur) - 1000);
+    if (high < FD_SETSIZE)
+        GTEST_SKIP() << "only " << limit.rlim_cur << " descriptors are allowed";
+    const cu_Selectable selectable = {high};
+    const cu_Selectable* const all[] = {&far, &selectable};
+    makeReadable();
+    EXPECT_EQ(cu_Selectable_waitReadReady(&selectable, 0, &ready), 0U);
+    EXPECT_TRUE(ready);
+    EXPECT_EQ(cu_Selectable_waitReadReadyMultiple(all, 2, 0, &index), 0U);
+    EXPECT_EQ(index, 1);
+    close(high);
+}
+
+TEST_F(Selectable, aWaitThatFailsIsAnErrorAndNotReady)
+{
+    const cu_Selectable closed = {fcntl(near.handle, F_DUPFD, 100)};
+    close(closed.handle);
+    const cu_Selectable none = {-1};
+    for (const cu_Selectable* wrong : {&closed, &none}) {
+        const cu_Selectable* const all[] = {&near, wrong, &near};
+        ready = true;
+        EXPECT_SYSTEM_FAILURE(cu_Selectable_waitReadReady(wrong, 1, &ready), cu_ERROR_SOCKET_SELECT_FAILED, EBADF,
+                              "cu_Selectable_waitReadReady", file, "");
+        EXPECT_FALSE(ready);
+        index = 7;
+        EXPECT_SYSTEM_FAILURE(cu_Selectable_waitWriteReadyMultiple(all, 3, 0, &index), cu_ERROR_SOCKET_SELECT_FAILED,
+                              EBADF, "cu_Selectable_waitWriteReadyMultiple", file, "");
+        EXPECT_EQ(index, 7);
+    }
+    const support::Injection injection("ppoll", ENOMEM);
+    EXPECT_SYSTEM_FAILURE(cu_Selectable_waitWriteReady(&near, 1, &ready), cu_ERROR_SOCKET_SELECT_FAILED, ENOMEM,
+                          "cu_Selectable_waitWriteReady", file, "");
+}
+
+TEST_F(Selectable, refusesNulls)
+{
+    std::array<const cu_Selectable*, 100> all;
+    all.fill(&near);
+    const std::tuple good(static_cast<const cu_Selectable*>(&near), all.data(), &ready, &index);
+    EXPECT_NULLS_REFUSED(file, good, cu_Selectable_waitReadReady, cu_Selectable_waitWriteReady,
+                         cu_Selectable_waitReadReadyMultiple, cu_Selectable_waitWriteReadyMultiple);
+    EXPECT_REFUSED(cu_Selectable_waitReadReadyMultiple(all.data(), 0, 1, &index), "cu_Selectable_waitReadReadyMultiple",
+                   file);
+    all[70] = nullptr;
+    EXPECT_REFUSED(cu_Selectable_waitWriteReadyMultiple(all.data(), 100, 1, &index),
+                   "cu_Selectable_waitWriteReadyMultiple", file);
+    const support::Injection injection("calloc", ENOMEM);
+    EXPECT_EQ(cu_Selectable_waitReadReadyMultiple(all.data(), 100, 1, &index), cu_ERROR_COM_MALLOC_FAILED);
+}
+
+} // namespace
