@@ -95,6 +95,16 @@ private:
         return *destination != MAP_FAILED ? 0 : cu_ERROR_COM_MALLOC_FAILED;
     }
 
+    static cu_ErrorCode realloc(void* context, void** destination, uint32_t size)
+    {
+        void* old = *destination;
+        alloc(context, destination, size);
+        if (old == nullptr)
+            return 0;
+        std::memcpy(*destination, old, size);
+        return free(context, &old);
+    }
+
     static cu_ErrorCode free(void*, void** destination)
     {
         // The address is not given out again.
@@ -105,7 +115,7 @@ private:
 
     static cu_ErrorCode destruct(void*, uint32_t) { return 0; }
 
-    cu_allocator table_ = {nullptr, alloc, nullptr, free, destruct};
+    cu_allocator table_ = {nullptr, alloc, realloc, free, destruct};
 };
 
 } // namespace support

@@ -12,6 +12,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <ifaddrs.h>
 #include <locale.h>
 #include <malloc.h>
 #include <netdb.h>
@@ -19,6 +20,7 @@
 #include <pthread.h>
 #include <pwd.h>
 #include <semaphore.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -173,6 +175,11 @@ INTERCEPT_AS(ssize_t, recvfrom, (int file, void* buffer, size_t size, int flags,
 INTERCEPT_AS(ssize_t, sendto,
              (int file, const void* buffer, size_t size, int flags, const sockaddr* to, socklen_t toSize),
              (file, buffer, size, flags, to, toSize), -1)
+
+INTERCEPT_OPENING(epoll_create1, (int flags), (flags), flags, EPOLL_CLOEXEC, noexcept)
+INTERCEPT_NOTHROW(epoll_ctl, (int epoll, int operation, int file, epoll_event* event), (epoll, operation, file, event))
+INTERCEPT(epoll_wait, (int epoll, epoll_event* events, int most, int timeout), (epoll, events, most, timeout))
+INTERCEPT_NOTHROW(getifaddrs, (ifaddrs * *list), (list))
 
 INTERCEPT_CLOCK(clock_gettime)
 INTERCEPT_CLOCK(clock_getres)

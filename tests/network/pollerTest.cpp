@@ -1,0 +1,312 @@
+#include "sockets.h"
+
+#include "support/allocator.h"
+#include "support/inject.h"
+#include "support/record.h"
+#include "support/refusal.h"
+#include "support/sweep.h"
+#include "support/systemFailure.h"
+
+#include <cUtil/network/poller.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <list>
+#include <string>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+
+constexpr char file[] = "src/cUtil/network/poller.linux";
+
+// What is registered, and what it was called for.
+struct Source {
+    explicit Source(unsigned count = 1) : selectable{eventfd(count, EFD_CLOEXEC | EFD_NONBLOCK)} {}
+    explicit Source(int descriptor) : selectable{descriptor} {}
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    ~Source() { close(selectable.handle); }
+
+    static cu_ErrorCode call(const cu_Selectable* selectable, uint32_t flags, void* userData)
+    {
+        auto* me = static_cast<Source*>(userData);
+        EXPECT_EQ(selectable, &me->selectable);
+        me->calls.push_back(flags);
+        if (me->onCall)
+            me->onCall();
+        return cu_ERROR_COM_INVARIANT; // which nobody looks at
+    }
+
+    cu_Selectable selectable;
+    std::vector<uint32_t> calls;
+    std::function<void()> onCall;
+};
+
+template <typename Allocator>
+class PollerOf : public testing::Test
+{
+protected:
+    void SetUp() override { ASSERT_EQ(cu_Poller_new(&poller, allocator.get()), 0U); }
+    void TearDown() override { EXPECT_EQ(cu_Poller_delete(&poller), 0U); }
+
+    cu_ErrorCode add(Source& source, uint32_t flags = CU_POLLER_READABLE)
+    {
+        return cu_Poller_add(poller, &source.selectable, flags, Source::call, &source);
+    }
+    cu_ErrorCode remove(const Source& source) { return cu_Poller_remove(poller, &source.selectable); }
+    cu_ErrorCode poll(uint32_t maxEvents = 100) { return cu_Poller_poll(poller, 0, maxEvents); }
+
+    std::size_t callsOf(const std::list<Source>& sources) const
+    {
+        std::size_t calls = 0;
+        for (const Source& source : sources)
+            calls += source.calls.size();
+        return calls;
+    }
+
+    Allocator allocator;
+    cu_Poller* poller = nullptr;
+};
+
+using Poller = PollerOf<support::WatchfulAllocator>;
+using PollerCallback = PollerOf<support::GraveAllocator>; // what a callback takes out is not touched again
+
+TEST_F(Poller, callsBackWithWhatASelectableIsReadyFor)
+{
+    using Calls = std::vector<uint32_t>;
+    const struct {
+        unsigned count;
+        uint32_t flags;
+        Calls calls;
+    } table[] = {{1, 1, {1}}, {1, 2, {2}}, {1, 3, {3}}, {0, 1, {}}, {0, 3, {2}}};
+    for (const auto& row : table) {
+        Source source(row.count);
+        ASSERT_EQ(add(source, row.flags), 0U);
+        EXPECT_EQ(poll(), 0U);
+        EXPECT_EQ(source.calls, row.calls);
+        EXPECT_EQ(poll(), 0U);
+        EXPECT_EQ(source.calls.size(), 2 * row.calls.size()) << "what is still ready comes again";
+        ASSERT_EQ(remove(source), 0U);
+    }
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[1]);
+    Source hungUp(ends[0]);
+    ASSERT_EQ(add(hungUp), 0U);
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(hungUp.calls, Calls{0});
+    ASSERT_EQ(remove(hungUp), 0U);
+}
+
+TEST_F(Poller, waitsAsLongAsItIsTold)
+{
+    Source source(0U);
+    ASSERT_EQ(add(source), 0U);
+    EXPECT_GE(timeOf([&] { EXPECT_EQ(cu_Poller_poll(poller, 50, 1), 0U); }), atLeast(50ms));
+    EXPECT_TRUE(source.calls.empty());
+    std::thread later([&] {
+        std::this_thread::sleep_for(30ms);
+        EXPECT_EQ(eventfd_write(source.selectable.handle, 1), 0);
+    });
+    EXPECT_EQ(cu_Poller_poll(poller, -1, 1), 0U);
+    EXPECT_EQ(source.calls.size(), 1U);
+    later.join();
+}
+
+TEST_F(Poller, callsNoMoreThanAreAskedForAndTheOthersNext)
+{
+    std::list<Source> sources(3);
+    for (Source& source : sources)
+        ASSERT_EQ(add(source), 0U);
+    for (std::size_t polls = 1; polls <= 3; ++polls) {
+        EXPECT_EQ(poll(1), 0U);
+        EXPECT_EQ(callsOf(sources), polls);
+    }
+    for (const Source& source : sources)
+        EXPECT_EQ(source.calls.size(), 1U);
+    for (const uint32_t many : {1'000'000U, UINT32_MAX})
+        EXPECT_EQ(poll(many), 0U);
+    EXPECT_EQ(callsOf(sources), 9U);
+}
+
+TEST_F(PollerCallback, mayTakeOutItselfAndWhoseEventIsStillToCome)
+{
+    std::list<Source> sources(5);
+    for (Source& source : sources) {
+        ASSERT_EQ(add(source), 0U);
+        source.onCall = [&] {
+            for (Source& each : sources)
+                EXPECT_EQ(remove(each), 0U);
+        };
+    }
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(callsOf(sources), 1U);
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(callsOf(sources), 1U);
+}
+
+TEST_F(PollerCallback, mayAddWhichIsCalledFromTheNextPollOn)
+{
+    std::list<Source> sources(4);
+    Source late;
+    bool isFirst = true;
+    for (Source& source : sources) {
+        ASSERT_EQ(add(source), 0U);
+        source.onCall = [&] {
+            if (!std::exchange(isFirst, false))
+                return;
+            EXPECT_EQ(add(late), 0U);
+            for (Source& each : sources) {
+                EXPECT_EQ(remove(each), 0U);
+                EXPECT_EQ(add(each), 0U); // its old event is still to come
+            }
+        };
+    }
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(callsOf(sources), 1U);
+    EXPECT_TRUE(late.calls.empty());
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(callsOf(sources), 5U);
+    EXPECT_EQ(late.calls.size(), 1U);
+}
+
+TEST_F(PollerCallback, mayPollAndTakeOutWithinThat)
+{
+    std::list<Source> sources(4);
+    for (Source& source : sources) {
+        ASSERT_EQ(add(source), 0U);
+        source.onCall = [&] {
+            EXPECT_EQ(remove(source), 0U);
+            EXPECT_EQ(poll(), 0U);
+        };
+    }
+    EXPECT_EQ(poll(), 0U);
+    for (const Source& source : sources)
+        EXPECT_EQ(source.calls.size(), 1U);
+}
+
+TEST_F(Poller, keepsTenThousandAndTheirOrderOfRemovalDoesNotMatter)
+{
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 10'100);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    std::list<Source> sources;
+    for (rlim_t i = 100; i < limit.rlim_cur; ++i) {
+        sources.emplace_back(1U);
+        ASSERT_EQ(add(sources.back()), 0U);
+    }
+    for (std::size_t left = sources.size(); left != 0; left = sources.size() - callsOf(sources))
+        ASSERT_EQ(poll(static_cast<uint32_t>(std::min<std::size_t>(left, 1000))), 0U);
+    EXPECT_TRUE(std::ranges::all_of(sources, [](const Source& source) { return source.calls.size() == 1; }));
+    while (!sources.empty()) {
+        ASSERT_EQ(remove(sources.front()), 0U);
+        sources.pop_front();
+        if (!sources.empty()) {
+            ASSERT_EQ(remove(sources.back()), 0U);
+            sources.pop_back();
+        }
+    }
+    EXPECT_EQ(allocator.live(), 1U) << "beside the poller's own";
+    Source again;
+    ASSERT_EQ(add(again), 0U);
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(again.calls.size(), 1U);
+}
+
+TEST_F(Poller, pollsWithoutTheHeap)
+{
+    std::list<Source> sources(50);
+    for (Source& source : sources)
+        ASSERT_EQ(add(source), 0U);
+    const std::size_t requests = allocator.requests().size();
+    const support::Injection injection(1, "epoll_wait");
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(injection.fired(), nullptr);
+    EXPECT_EQ(callsOf(sources), 50U);
+    EXPECT_EQ(allocator.requests().size(), requests);
+}
+
+TEST_F(Poller, aFailureLeavesWhatWasThere)
+{
+    Source source;
+    Source other;
+    ASSERT_EQ(add(source), 0U);
+    const auto text = [](const char* call, int error) {
+        return std::string(call) + "(..) failed [" + std::to_string(error) + "] " + strerror(error);
+    };
+    EXPECT_SYSTEM_FAILURE(add(source, 2), cu_ERROR_COM_INVALID_ARGUMENT, EEXIST, "cu_Poller_add", file,
+                          text("epoll_ctl", EEXIST));
+    EXPECT_SYSTEM_FAILURE(remove(other), cu_ERROR_COM_INVALID_ARGUMENT, ENOENT, "cu_Poller_remove", file,
+                          text("epoll_ctl", ENOENT));
+    for (const unsigned nth : {1U, 2U}) { // the item, the array
+        allocator.refuse(nth);
+        EXPECT_EQ(add(other), cu_ERROR_COM_MALLOC_FAILED);
+        EXPECT_NE(support::trace().find("cu_Poller_add"), std::string::npos);
+    }
+    cu_Poller* none = nullptr;
+    support::expectSystemFailures(file, {{"epoll_create1", EMFILE, cu_ERROR_FILE_OPEN_FAILED, "cu_Poller_new",
+                                          text("epoll_create", EMFILE), [&] { return cu_Poller_new(&none, nullptr); }},
+                                         {"epoll_wait", EINTR, cu_ERROR_COM_INVALID_ARGUMENT, "cu_Poller_poll",
+                                          text("epoll_wait", EINTR), [&] { return poll(); }}});
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(source.calls, std::vector<uint32_t>{1});
+    EXPECT_TRUE(other.calls.empty());
+    ASSERT_EQ(add(other), 0U);
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(other.calls.size(), 1U);
+}
+
+TEST_F(Poller, isKeyedByTheSelectableAndNotByItsDescriptor)
+{
+    Source source;
+    const cu_Selectable twin = source.selectable;
+    ASSERT_EQ(add(source), 0U);
+    EXPECT_EQ(cu_Poller_remove(poller, &twin), 0U); // the descriptor is let go, the registration stays
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_TRUE(source.calls.empty());
+    EXPECT_EQ(allocator.live(), 3U);
+}
+
+TEST_F(Poller, anEventOfNobodyEndsTheDispatch)
+{
+    int epoll = -1;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        if (std::filesystem::read_symlink(entry, error) == "anon_inode:[eventpoll]")
+            epoll = std::stoi(entry.path().filename());
+    }
+    Source nobody;
+    Source source;
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    ASSERT_EQ(epoll_ctl(epoll, EPOLL_CTL_ADD, nobody.selectable.handle, &event), 0);
+    ASSERT_EQ(add(source), 0U);
+    EXPECT_REFUSED(poll(), "cu_Poller_poll", file);
+    EXPECT_TRUE(source.calls.empty());
+}
+
+TEST_F(Poller, refusesNullsAndEmptySets)
+{
+    EXPECT_CLEAN_FAILURES(cu_Poller_new, cu_Poller_delete);
+    Source source;
+    cu_Poller* none = nullptr;
+    const cu_Selectable* selectable = &source.selectable;
+    const std::tuple good(poller, &none, selectable, static_cast<cu_PollerCallback>(Source::call),
+                          static_cast<void*>(nullptr));
+    EXPECT_NULLS_REFUSED(file, good, cu_Poller_new, cu_Poller_add, cu_Poller_remove, cu_Poller_poll);
+    EXPECT_NULLS_REFUSED(file, std::tuple(&poller), cu_Poller_delete);
+    EXPECT_REFUSED(add(source, 0), "cu_Poller_add", file);
+    EXPECT_REFUSED(poll(0), "cu_Poller_poll", file);
+}
+
+} // namespace
