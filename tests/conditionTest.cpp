@@ -1,5 +1,6 @@
 // Conditions: with a mutex of their own, and with one of the caller.
 #include "support/deadline.h"
+#include "support/made.h"
 #include "support/process.h"
 #include "support/refusal.h"
 #include "support/sanitizer.h"
@@ -24,18 +25,9 @@ std::string failureText(const char* call, int error)
     return std::string(call) + " failed: [" + std::to_string(error) + "] " + strerror(error);
 }
 
-class ConditionVariable : public testing::Test
-{
-protected:
-    void SetUp() override { ASSERT_EQ(cu_ConditionVariable_new(&condition, nullptr), 0U); }
-    void TearDown() override
-    {
-        if (condition != nullptr) {
-            EXPECT_EQ(cu_ConditionVariable_delete(&condition), 0U);
-        }
-        EXPECT_EQ(condition, nullptr);
-    }
+using OwnCondition = support::Made<cu_ConditionVariable_new, cu_ConditionVariable_delete>;
 
+struct ConditionVariable : testing::Test {
     /// The first time-out, in this thread.
     void timeOut()
     {
@@ -45,7 +37,7 @@ protected:
         EXPECT_FALSE(signalled);
     }
 
-    cu_ConditionVariable* condition = nullptr;
+    OwnCondition condition;
 };
 
 TEST_F(ConditionVariable, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
@@ -62,10 +54,10 @@ TEST_F(ConditionVariable, constructorLeavesNothingBehindAndBadArgumentsAreRefuse
         support::expectSystemFailures(
             file, {{call, EAGAIN, cu_ERROR_CONDWAIT_INIT_FAILED, "cu_ConditionVariable_new", failureText(shown, EAGAIN),
                     [&] { return cu_ConditionVariable_new(&none, nullptr); }}});
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, condition, &past, &signalled}), cu_ConditionVariable_new,
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, condition.get(), &past, &signalled}), cu_ConditionVariable_new,
                          cu_ConditionVariable_signal, cu_ConditionVariable_broadcast, cu_ConditionVariable_wait,
                          cu_ConditionVariable_timedWait);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&condition}, cu_ConditionVariable_delete);
+    EXPECT_NULLS_REFUSED(file, std::tuple{condition.handle()}, cu_ConditionVariable_delete);
 }
 
 TEST_F(ConditionVariable, aSignalEndsAWaitAndLeavesTheMutexFree)
@@ -98,12 +90,12 @@ TEST_F(ConditionVariable, aTimeOutLeavesTheMutexHeldUntilTheDeletionByWhomever)
         if (isAnothers && support::mutexesAreWatched) // here the owner of a mutex never gives it back itself
             continue;
         if (condition == nullptr) {
-            ASSERT_EQ(cu_ConditionVariable_new(&condition, nullptr), 0U);
+            ASSERT_EQ(cu_ConditionVariable_new(condition.handle(), nullptr), 0U);
         }
         isAnothers ? std::thread([&] { timeOut(); }).join() : timeOut();
         std::atomic<bool> begun = false;
         std::atomic<bool> ended = false;
-        std::thread waiter([&, waitedFor = condition] {
+        std::thread waiter([&, waitedFor = condition.get()] {
             begun = true;
             EXPECT_EQ(cu_ConditionVariable_wait(waitedFor), 0U);
             ended = true;
@@ -116,7 +108,7 @@ TEST_F(ConditionVariable, aTimeOutLeavesTheMutexHeldUntilTheDeletionByWhomever)
                 return ended.load();
             },
             std::chrono::milliseconds(50)));
-        EXPECT_EQ(cu_ConditionVariable_delete(&condition), 0U);
+        EXPECT_EQ(cu_ConditionVariable_delete(condition.handle()), 0U);
         waiter.join();
     }
 }
@@ -155,7 +147,7 @@ TEST_F(ConditionVariable, aCancelledWaiterLeavesToo)
         for (;;)
             cu_ConditionVariable_wait(static_cast<cu_ConditionVariable*>(waitedFor));
     };
-    ASSERT_EQ(pthread_create(&waiter, nullptr, wait, condition), 0);
+    ASSERT_EQ(pthread_create(&waiter, nullptr, wait, condition.get()), 0);
     EXPECT_EQ(pthread_cancel(waiter), 0);
     void* result = nullptr;
     EXPECT_EQ(pthread_join(waiter, &result), 0);
@@ -184,34 +176,19 @@ TEST_F(ConditionVariable, failuresHaveNoTextAndKeepTheObject)
     fails("pthread_cond_signal", cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_signal",
           [&] { return cu_ConditionVariable_signal(condition); });
     fails("pthread_cond_broadcast", cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_broadcast",
-          [&] { return cu_ConditionVariable_delete(&condition); });
+          [&] { return cu_ConditionVariable_delete(condition.handle()); });
     EXPECT_EQ(support::trace().find("cu_ConditionVariable_delete  -  "), 0U);
     timeOut(); // every failed wait has given the mutex back
     const support::Injection injection("pthread_mutex_destroy", EBUSY);
-    EXPECT_EQ(cu_ConditionVariable_delete(&condition), 0U);
+    EXPECT_EQ(cu_ConditionVariable_delete(condition.handle()), 0U);
     EXPECT_NE(injection.fired(), nullptr);
 }
 
 // --- The condition with the caller's mutex --------------------------------------------------------------------------
 
-class ConditionWait : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(cu_ConditionWait_new(&condition, nullptr), 0U);
-        ASSERT_EQ(cu_Mutex_new(&mutex, false, nullptr), 0U);
-    }
-    void TearDown() override
-    {
-        if (condition != nullptr) {
-            EXPECT_EQ(cu_ConditionWait_delete(&condition), 0U);
-        }
-        EXPECT_EQ(cu_Mutex_delete(&mutex), 0U);
-    }
-
-    cu_ConditionWait* condition = nullptr;
-    cu_Mutex* mutex = nullptr;
+struct ConditionWait : testing::Test {
+    support::Made<cu_ConditionWait_new, cu_ConditionWait_delete> condition;
+    support::Made<cu_Mutex_new, cu_Mutex_delete> mutex{false};
     const cu_TimeValue past = {0, 1};
 };
 
@@ -224,10 +201,10 @@ TEST_F(ConditionWait, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
                                   {{"pthread_condattr_init", EAGAIN, cu_ERROR_CONDWAIT_INIT_FAILED,
                                     "cu_ConditionWait_new", failureText("pthread_condattr_init( &attr )", EAGAIN),
                                     [&] { return cu_ConditionWait_new(&none, nullptr); }}});
-    EXPECT_NULLS_REFUSED(waitFile, (std::tuple{&none, condition, mutex, &past, &signalled}), cu_ConditionWait_new,
-                         cu_ConditionWait_signal, cu_ConditionWait_broadcast, cu_ConditionWait_wait,
-                         cu_ConditionWait_timedWait);
-    EXPECT_NULLS_REFUSED(waitFile, std::tuple{&condition}, cu_ConditionWait_delete);
+    EXPECT_NULLS_REFUSED(waitFile, (std::tuple{&none, condition.get(), mutex.get(), &past, &signalled}),
+                         cu_ConditionWait_new, cu_ConditionWait_signal, cu_ConditionWait_broadcast,
+                         cu_ConditionWait_wait, cu_ConditionWait_timedWait);
+    EXPECT_NULLS_REFUSED(waitFile, std::tuple{condition.handle()}, cu_ConditionWait_delete);
 }
 
 TEST_F(ConditionWait, waitersAreWokenOneByOneAllTogetherAndByTheDeletion)
@@ -258,8 +235,9 @@ TEST_F(ConditionWait, waitersAreWokenOneByOneAllTogetherAndByTheDeletion)
     };
     whenReads(asleep, 6, 1, [&] { return cu_ConditionWait_signal(condition); });
     whenReads(taken, 1, 2, [&] { return cu_ConditionWait_broadcast(condition); });
-    whenReads(taken, 3, 3, [&] { return cu_ConditionWait_delete(&condition); }); // which needs none to get the mutex
-    EXPECT_EQ(condition, nullptr);
+    whenReads(taken, 3, 3,
+              [&] { return cu_ConditionWait_delete(condition.handle()); }); // which needs none to get the mutex
+    EXPECT_EQ(condition.get(), nullptr);
     for (std::thread& waiter : waiters)
         waiter.join();
     EXPECT_EQ(taken, 6U);
@@ -296,7 +274,7 @@ TEST_F(ConditionWait, failuresAreToldAndKeepTheObject)
                           cu_ERROR_CONDWAIT_WAIT_FAILED, EINVAL, "cu_ConditionWait_timedWait", waitFile, "");
     EXPECT_TRUE(signalled);
     EXPECT_EQ(cu_Mutex_unlock(mutex), 0U);
-    const auto end = [&] { return cu_ConditionWait_delete(&condition); };
+    const auto end = [&] { return cu_ConditionWait_delete(condition.handle()); };
     support::expectSystemFailures(
         waitFile,
         {{"pthread_cond_signal", EINVAL, cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionWait_signal",
@@ -306,7 +284,7 @@ TEST_F(ConditionWait, failuresAreToldAndKeepTheObject)
          {"pthread_cond_broadcast", EINVAL, cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionWait_broadcast",
           failureText("pthread_cond_broadcast( &me->cond )", EINVAL), end}});
     EXPECT_EQ(support::trace().find("cu_ConditionWait_delete  -  "), 0U);
-    EXPECT_NE(condition, nullptr);
+    EXPECT_NE(condition.get(), nullptr);
 }
 
 } // namespace

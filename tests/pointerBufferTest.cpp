@@ -1,5 +1,6 @@
 #include "internal/pointerBufferLayout.h"
 #include "support/deadline.h"
+#include "support/made.h"
 #include "support/refusal.h"
 #include "support/scale.h"
 #include "support/signalStorm.h"
@@ -28,14 +29,12 @@ uintptr_t number(const void* value)
 class Buffer
 {
 public:
-    explicit Buffer(uint32_t capacity, uint32_t start = 0)
+    explicit Buffer(uint32_t capacity, uint32_t start = 0) : me_(capacity)
     {
-        EXPECT_EQ(cu_PointerBuffer_new(&me_, capacity, nullptr), 0U);
         me_->readCounter = me_->writeCounter = start;
         for (uint32_t place = 0; place < capacity; ++place)
             me_->slots[(start + place) & (capacity - 1)].turn = 2 * (start + place);
     }
-    ~Buffer() { EXPECT_EQ(cu_PointerBuffer_delete(&me_), 0U); }
 
     cu_PointerBuffer* get() const { return me_; }
 
@@ -55,7 +54,7 @@ public:
     }
 
 private:
-    cu_PointerBuffer* me_ = nullptr;
+    support::Made<cu_PointerBuffer_new, cu_PointerBuffer_delete> me_;
 };
 
 TEST(PointerBuffer, constructorLeavesNothingBehindAndRefusesBadArguments)

@@ -1,5 +1,6 @@
 #include "internal/spin.h"
 #include "support/deadline.h"
+#include "support/made.h"
 #include "support/process.h"
 #include "support/refusal.h"
 #include "support/scale.h"
@@ -35,19 +36,9 @@ void execute(cu_Runnable* runnable)
     EXPECT_EQ(cu_Runnable_execute(runnable, &argument, &result), 0U);
 }
 
-class Runnable : public testing::Test
-{
-protected:
-    void SetUp() override { ASSERT_EQ(cu_Runnable_new(&runnable, call, &function, nullptr), 0U); }
-
-    void TearDown() override
-    {
-        EXPECT_EQ(cu_Runnable_delete(&runnable), 0U);
-        EXPECT_EQ(runnable, nullptr);
-    }
-
+struct Runnable : testing::Test {
     Function function = [](void*) { return 0; };
-    cu_Runnable* runnable = nullptr;
+    support::Made<cu_Runnable_new, cu_Runnable_delete> runnable{call, static_cast<void*>(&function)};
     static constexpr cu_TimeValue past = {0, 1};
 };
 
@@ -61,9 +52,10 @@ TEST_F(Runnable, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
     const cu_TimeValue deadline = {};
     cu_Runnable* empty = nullptr;
     EXPECT_NULLS_REFUSED(file, (std::tuple{&empty, &call, none}), cu_Runnable_new);
-    EXPECT_NULLS_REFUSED(file, (std::tuple{runnable, &argument, &result, &deadline, &signalled}), cu_Runnable_lock,
-                         cu_Runnable_unlock, cu_Runnable_execute, cu_Runnable_wait, cu_Runnable_timedWait);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&runnable}, cu_Runnable_delete);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{runnable.get(), &argument, &result, &deadline, &signalled}),
+                         cu_Runnable_lock, cu_Runnable_unlock, cu_Runnable_execute, cu_Runnable_wait,
+                         cu_Runnable_timedWait);
+    EXPECT_NULLS_REFUSED(file, std::tuple{runnable.handle()}, cu_Runnable_delete);
 }
 
 TEST_F(Runnable, anEndWithoutAnAnnouncementIsRefusedAndChangesNothing)
@@ -128,7 +120,7 @@ TEST_F(Runnable, failedWaitsAreReportedAndDoNotKeepTheRunnableLocked)
     EXPECT_FALSE(signalled);
     {
         const support::Injection injection("pthread_cond_wait", EINVAL);
-        EXPECT_EQ(cu_Runnable_delete(&runnable), cu_ERROR_CONDWAIT_WAIT_FAILED);
+        EXPECT_EQ(cu_Runnable_delete(runnable.handle()), cu_ERROR_CONDWAIT_WAIT_FAILED);
         expectPassedOn("cu_Runnable_wait");
         expectPassedOn("cu_Runnable_delete");
     }
@@ -139,8 +131,8 @@ TEST_F(Runnable, failedWaitsAreReportedAndDoNotKeepTheRunnableLocked)
     waiter.join(); // another one's failure does not let it be forgotten
     for (const char* systemCall : {"pthread_cond_destroy", "pthread_mutex_destroy"}) {
         const support::Injection injection(systemCall, EBUSY);
-        EXPECT_NE(cu_Runnable_delete(&runnable), 0U);
-        EXPECT_NE(runnable, nullptr);
+        EXPECT_NE(cu_Runnable_delete(runnable.handle()), 0U);
+        EXPECT_NE(runnable.get(), nullptr);
     }
 }
 

@@ -1,4 +1,5 @@
 #include "support/deadline.h"
+#include "support/made.h"
 #include "support/process.h"
 #include "support/record.h"
 #include "support/refusal.h"
@@ -28,17 +29,8 @@ std::string errnoText(int error)
     return "errno[" + std::to_string(error) + "]='" + strerror(error) + "'";
 }
 
-class Semaphore : public testing::Test
-{
-protected:
-    void SetUp() override { ASSERT_EQ(cu_Semaphore_new(&semaphore, 0, nullptr), 0U); }
-    void TearDown() override
-    {
-        EXPECT_EQ(cu_Semaphore_delete(&semaphore), 0U);
-        EXPECT_EQ(semaphore, nullptr);
-    }
-
-    cu_Semaphore* semaphore = nullptr;
+struct Semaphore : testing::Test {
+    support::Made<cu_Semaphore_new, cu_Semaphore_delete> semaphore{0U};
 };
 
 TEST_F(Semaphore, constructorsLeaveNothingBehindAndBadArgumentsAreRefused)
@@ -50,10 +42,10 @@ TEST_F(Semaphore, constructorsLeaveNothingBehindAndBadArgumentsAreRefused)
     bool taken = false;
     const cu_TimeValue deadline = {};
     cu_Semaphore* none = nullptr;
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, semaphore, &storage, &deadline, &taken}), cu_Semaphore_new,
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, semaphore.get(), &storage, &deadline, &taken}), cu_Semaphore_new,
                          cu_Semaphore_create, cu_Semaphore_open, cu_Semaphore_p, cu_Semaphore_tryP, cu_Semaphore_timedP,
                          cu_Semaphore_v);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&semaphore}, cu_Semaphore_delete);
+    EXPECT_NULLS_REFUSED(file, std::tuple{semaphore.handle()}, cu_Semaphore_delete);
     EXPECT_SYSTEM_FAILURE(cu_Semaphore_new(&none, UINT_MAX, nullptr), cu_ERROR_SEM_INIT_FAILED, EINVAL,
                           "cu_Semaphore_new", file, "");
 }
@@ -118,21 +110,19 @@ TEST_F(Semaphore, failingSystemCallsAreReportedAndKeepTheObject)
                {"sem_post", EOVERFLOW, cu_ERROR_SEM_UNLOCK_FAILED, "cu_Semaphore_v", "",
                 [&] { return cu_Semaphore_v(semaphore); }},
                {"sem_destroy", EINVAL, cu_ERROR_SEM_FREE_FAILED, "cu_Semaphore_delete", "",
-                [&] { return cu_Semaphore_delete(&semaphore); }}});
-    EXPECT_NE(semaphore, nullptr);
+                [&] { return cu_Semaphore_delete(semaphore.handle()); }}});
+    EXPECT_NE(semaphore.get(), nullptr);
     EXPECT_TRUE(taken);
     for (const int32_t nanoSeconds : {1'000'000'000, -1})
         for (uint32_t count = 0; count < 2; ++count) {
             const cu_TimeValue invalid = {0, nanoSeconds};
-            cu_Semaphore* counting = nullptr;
-            ASSERT_EQ(cu_Semaphore_new(&counting, count, nullptr), 0U);
+            const support::Made<cu_Semaphore_new, cu_Semaphore_delete> counting(count);
             taken = false;
             EXPECT_SYSTEM_FAILURE(cu_Semaphore_timedP(counting, &invalid, &taken), cu_ERROR_SEM_LOCK_FAILED, EINVAL,
                                   "cu_Semaphore_timedP", file, text);
             EXPECT_TRUE(taken);
             EXPECT_EQ(cu_Semaphore_tryP(counting, &taken), 0U);
             EXPECT_EQ(taken, count != 0);
-            EXPECT_EQ(cu_Semaphore_delete(&counting), 0U);
         }
 }
 

@@ -1,3 +1,4 @@
+#include "support/made.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
 #include "support/systemFailure.h"
@@ -33,22 +34,14 @@ void destroy(void* value)
     delete static_cast<pthread_t*>(value);
 }
 
-class ThreadLocal : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        logOfValues.created = logOfValues.destroyed = 0;
-        ASSERT_EQ(cu_ThreadLocal_new(&making, &logOfValues, create, destroy, nullptr), 0U);
-        ASSERT_EQ(cu_ThreadLocal_new(&plain, nullptr, nullptr, nullptr, nullptr), 0U);
-    }
-    void TearDown() override
+using Slot = support::Made<cu_ThreadLocal_new, cu_ThreadLocal_delete>;
+
+struct ThreadLocal : testing::Test {
+    ThreadLocal() { logOfValues.created = logOfValues.destroyed = 0; }
+    ~ThreadLocal() override
     {
         EXPECT_EQ(cu_ThreadLocal_clearSpecific(making), 0U);
         EXPECT_EQ(logOfValues.destroyed, logOfValues.created);
-        EXPECT_EQ(cu_ThreadLocal_delete(&making), 0U);
-        EXPECT_EQ(cu_ThreadLocal_delete(&plain), 0U);
-        EXPECT_EQ(making, nullptr);
     }
 
     static void* valueOf(cu_ThreadLocal* slot)
@@ -58,8 +51,8 @@ protected:
         return value;
     }
 
-    cu_ThreadLocal* making = nullptr;
-    cu_ThreadLocal* plain = nullptr;
+    Slot making{static_cast<void*>(&logOfValues), create, destroy};
+    Slot plain{nullptr, nullptr, nullptr};
 };
 
 TEST_F(ThreadLocal, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
@@ -68,10 +61,10 @@ TEST_F(ThreadLocal, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
 
     void* value = nullptr;
     cu_ThreadLocal* none = nullptr;
-    EXPECT_NULLS_REFUSED(file, (std::tuple{plain, &value, static_cast<void*>(&value)}), cu_ThreadLocal_getSpecific,
-                         cu_ThreadLocal_setSpecific, cu_ThreadLocal_clearSpecific);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{plain.get(), &value, static_cast<void*>(&value)}),
+                         cu_ThreadLocal_getSpecific, cu_ThreadLocal_setSpecific, cu_ThreadLocal_clearSpecific);
     EXPECT_NULLS_REFUSED(file, (std::tuple{&none, static_cast<void*>(nullptr)}), cu_ThreadLocal_new);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&plain}, cu_ThreadLocal_delete);
+    EXPECT_NULLS_REFUSED(file, std::tuple{plain.handle()}, cu_ThreadLocal_delete);
 
     // The system's own failure does not set errno.
     pthread_key_t keys[PTHREAD_KEYS_MAX];
@@ -128,18 +121,16 @@ TEST_F(ThreadLocal, failuresAreToldAndReleaseWhatWasMade)
                {"pthread_setspecific", EINVAL, cu_ERROR_COM_MALLOC_FAILED, "cu_ThreadLocal_setSpecific", "",
                 [&] { return cu_ThreadLocal_setSpecific(plain, this); }},
                {"pthread_key_delete", EINVAL, cu_ERROR_TLS_FREE_FAILED, "cu_ThreadLocal_delete", "",
-                [&] { return cu_ThreadLocal_delete(&plain); }}});
+                [&] { return cu_ThreadLocal_delete(plain.handle()); }}});
     EXPECT_EQ(value, nullptr);
     EXPECT_EQ(logOfValues.destroyed, 1U);
 
-    cu_ThreadLocal* failing = nullptr;
     constexpr cu_ErrorCode own = 0x05000007;
-    const auto fail = [](void**, void*) { return own; };
-    ASSERT_EQ(cu_ThreadLocal_new(&failing, nullptr, fail, destroy, nullptr), 0U);
+    const Slot failing(
+        nullptr, [](void**, void*) { return own; }, destroy);
     EXPECT_EQ(cu_ThreadLocal_getSpecific(failing, &(value = &value)), own);
     EXPECT_EQ(value, nullptr);
     EXPECT_EQ(logOfValues.destroyed, 1U);
-    EXPECT_EQ(cu_ThreadLocal_delete(&failing), 0U);
 }
 
 /// What a create function fills its own slot with and what it makes; it fills another slot, too.

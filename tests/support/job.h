@@ -1,9 +1,9 @@
 // Runnables around functions.
 #pragma once
 
-#include <cUtil/thread.h>
+#include "support/made.h"
 
-#include <gtest/gtest.h>
+#include <cUtil/thread.h>
 
 #include <atomic>
 #include <chrono>
@@ -13,19 +13,13 @@
 namespace support
 {
 
-/// A runnable around a function of the running flag.
-class Job
+/// A runnable around a function of the running flag. Its end waits as long as an execution is pending.
+class Job : Pinned
 {
 public:
     using Function = std::function<uintptr_t(const void*)>;
 
-    explicit Job(Function function) : function_(std::move(function))
-    {
-        EXPECT_EQ(cu_Runnable_new(&runnable_, call, this, nullptr), 0U);
-    }
-    Job(const Job&) = delete;
-    Job& operator=(const Job&) = delete;
-    ~Job() { EXPECT_EQ(cu_Runnable_delete(&runnable_), 0U); } ///< waits as long as an execution is pending
+    explicit Job(Function function) : function_(std::move(function)) {}
 
     cu_Runnable* get() const { return runnable_; }
     int begun() const { return begun_; } ///< how many executions
@@ -46,7 +40,7 @@ private:
 
     Function function_;
     std::atomic<int> begun_ = 0;
-    cu_Runnable* runnable_ = nullptr;
+    Made<cu_Runnable_new, cu_Runnable_delete> runnable_{call, static_cast<void*>(this)};
 };
 
 inline uintptr_t runUntilStopped(const void* flag)

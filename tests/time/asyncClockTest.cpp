@@ -1,4 +1,5 @@
 #include "internal/asyncClockLayout.h"
+#include "support/made.h"
 #include "support/refusal.h"
 #include "support/scale.h"
 #include "support/sweep.h"
@@ -15,17 +16,7 @@ namespace
 constexpr char file[] = "src/cUtil/time/asyncClock";
 constexpr uint32_t milliSecond = 1000; // in microseconds
 
-class AsyncClock : public testing::Test
-{
-protected:
-    void SetUp() override { ASSERT_EQ(cu_AsyncClock_new(&clock, milliSecond, nullptr), 0U); }
-
-    void TearDown() override
-    {
-        EXPECT_EQ(cu_AsyncClock_delete(&clock), 0U);
-        EXPECT_EQ(clock, nullptr);
-    }
-
+struct AsyncClock : testing::Test {
     uint64_t tick() const
     {
         uint64_t tick = ~uint64_t{0};
@@ -44,7 +35,7 @@ protected:
 
     void stop() { std::atomic_ref(running).store(false); }
 
-    cu_AsyncClock* clock = nullptr;
+    support::Made<cu_AsyncClock_new, cu_AsyncClock_delete> clock{milliSecond};
     bool running = true;
 };
 
@@ -54,9 +45,9 @@ TEST_F(AsyncClock, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
     cu_AsyncClock* none = nullptr;
     uint64_t tick = 0;
     uint32_t resolution = 0;
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, clock, &tick, &resolution}), cu_AsyncClock_new, cu_AsyncClock_wait,
-                         cu_AsyncClock_getCurrentTick, cu_AsyncClock_getResolution);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&clock}, cu_AsyncClock_delete);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, clock.get(), &tick, &resolution}), cu_AsyncClock_new,
+                         cu_AsyncClock_wait, cu_AsyncClock_getCurrentTick, cu_AsyncClock_getResolution);
+    EXPECT_NULLS_REFUSED(file, std::tuple{clock.handle()}, cu_AsyncClock_delete);
     EXPECT_REFUSED(cu_AsyncClock_new(&none, 0, nullptr), "cu_AsyncClock_new", file);
     EXPECT_EQ(support::failureOf([] { return cu_AsyncClock_getRunnable(nullptr) == nullptr ? 0U : ~0U; }).code, 0U);
 }
