@@ -62,7 +62,7 @@ TEST_F(Semaphore, deadlinesMayLieAsFarAwayAsTheirTypeReaches)
         EXPECT_FALSE(taken);
     }
     std::atomic<int> done = 0;
-    std::thread poster([&] {
+    const std::jthread poster([&] {
         for (int round = 0; round < rounds; ++round) {
             EXPECT_TRUE(support::comesTrue([&] { return done == round; }));
             EXPECT_EQ(cu_Semaphore_v(semaphore), 0U);
@@ -72,7 +72,6 @@ TEST_F(Semaphore, deadlinesMayLieAsFarAwayAsTheirTypeReaches)
         EXPECT_EQ(cu_Semaphore_timedP(semaphore, &farthest, &taken), 0U);
         EXPECT_TRUE(taken);
     }
-    poster.join();
 }
 
 TEST_F(Semaphore, signalsNeitherEndAWaitNorBringItsDeadlineForward)
@@ -86,13 +85,12 @@ TEST_F(Semaphore, signalsNeitherEndAWaitNorBringItsDeadlineForward)
     const unsigned before = support::SignalStorm::delivered();
     EXPECT_GT(before, 0U);
     const auto isHit = [=] { return support::SignalStorm::delivered() > before + 100; };
-    std::thread poster([&] {
+    const std::jthread poster([&] {
         EXPECT_TRUE(support::comesTrue(isHit));
         EXPECT_EQ(cu_Semaphore_v(semaphore), 0U);
     });
     EXPECT_EQ(cu_Semaphore_p(semaphore), 0U);
     EXPECT_TRUE(isHit());
-    poster.join();
 }
 
 TEST_F(Semaphore, failingSystemCallsAreReportedAndKeepTheObject)
@@ -128,65 +126,41 @@ TEST_F(Semaphore, failingSystemCallsAreReportedAndKeepTheObject)
 
 TEST_F(Semaphore, worksBetweenProcessesAndOutlivesTheWrappersOfOthers)
 {
+    using Created = support::Made<cu_Semaphore_create, cu_Semaphore_delete>;
+    using Opened = support::Made<cu_Semaphore_open, cu_Semaphore_delete>;
+    constexpr int rounds = 1000;
     const support::Shared<sem_t> storage(2);
-    cu_Semaphore* mine[2] = {};
-    for (unsigned each = 0; each < 2; ++each)
-        ASSERT_EQ(cu_Semaphore_create(&mine[each], 0, &storage[each], nullptr), 0U);
+    const Created ask(0U, &storage[0]);
+    const Created answer(0U, &storage[1]);
     support::Process other([&] {
-        cu_Semaphore* its[2] = {};
-        cu_ErrorCode code = 0;
-        for (unsigned each = 0; each < 2; ++each)
-            code |= cu_Semaphore_open(&its[each], &storage[each], nullptr);
-        for (int round = 0; round < 1000 && code == 0; ++round)
-            code = cu_Semaphore_p(its[0]) | cu_Semaphore_v(its[1]);
-        for (auto& each : its)
-            code |= cu_Semaphore_delete(&each);
-        return code == 0 ? 0 : 1;
+        {
+            const Opened asked(&storage[0]);
+            const Opened answered(&storage[1]);
+            for (int round = 0; round < rounds; ++round)
+                EXPECT_EQ(cu_Semaphore_p(asked) | cu_Semaphore_v(answered), 0U);
+        }
+        return HasFailure() ? 99 : 0;
     });
     const cu_TimeValue limit = support::fromNow(60000);
     bool taken = true;
-    for (int round = 0; round < 1000 && taken; ++round) {
-        EXPECT_EQ(cu_Semaphore_v(mine[0]), 0U);
-        EXPECT_EQ(cu_Semaphore_timedP(mine[1], &limit, &taken), 0U);
+    for (int round = 0; round < rounds && taken; ++round) {
+        EXPECT_EQ(cu_Semaphore_v(ask), 0U);
+        EXPECT_EQ(cu_Semaphore_timedP(answer, &limit, &taken), 0U);
     }
     EXPECT_TRUE(taken);
     EXPECT_EQ(other.wait(), 0);
-    for (auto& each : mine) {
-        EXPECT_EQ(cu_Semaphore_v(each), 0U);
-        EXPECT_EQ(cu_Semaphore_p(each), 0U);
-        EXPECT_EQ(cu_Semaphore_delete(&each), 0U);
-    }
+    EXPECT_EQ(cu_Semaphore_v(ask), 0U);
+    EXPECT_EQ(cu_Semaphore_p(ask), 0U);
 }
 
-TEST(IpcSemaphore, startsAsAFreeLockAndCounts)
+TEST(IpcSemaphore, startsAsAFreeLockAndCountsWhateverFails)
 {
     sem_t sem;
     int32_t count = 0;
-    bool taken = false;
-    const cu_TimeValue past = {1, 0};
+    bool taken = true;
+    const cu_TimeValue soon = support::fromNow(0);
     ASSERT_EQ(cu_ipcSem_init(&sem), 0U);
     EXPECT_EQ(cu_ipcSem_lock(&sem), 0U);
-    EXPECT_EQ(cu_ipcSem_tryLock(&sem, &taken), 0U);
-    EXPECT_FALSE(taken);
-    taken = true;
-    EXPECT_EQ(cu_ipcSem_timedLock(&sem, &past, &taken), 0U);
-    EXPECT_FALSE(taken);
-    EXPECT_EQ(cu_ipcSem_unlock(&sem), 0U);
-    EXPECT_EQ(cu_ipcSem_unlock(&sem), 0U);
-    EXPECT_EQ(cu_ipcSem_getCount(&sem, &count), 0U);
-    EXPECT_EQ(count, 2);
-    EXPECT_EQ(cu_ipcSem_tryLock(&sem, &taken), 0U);
-    EXPECT_TRUE(taken);
-    EXPECT_EQ(cu_ipcSem_free(&sem), 0U);
-}
-
-TEST(IpcSemaphore, refusesNullAndReportsFailingSystemCalls)
-{
-    sem_t sem;
-    int32_t count = 0;
-    bool taken = false;
-    const cu_TimeValue soon = support::fromNow(0);
-    ASSERT_EQ(cu_ipcSem_init(&sem) | cu_ipcSem_lock(&sem), 0U);
     EXPECT_NULLS_REFUSED(ipcFile, (std::tuple{&sem, &count, &taken, &soon}), cu_ipcSem_init, cu_ipcSem_free,
                          cu_ipcSem_getCount, cu_ipcSem_lock, cu_ipcSem_tryLock, cu_ipcSem_timedLock, cu_ipcSem_unlock);
 
@@ -203,8 +177,23 @@ TEST(IpcSemaphore, refusesNullAndReportsFailingSystemCalls)
           [&] { return cu_ipcSem_timedLock(&sem, &soon, &taken); }},
          {"sem_post", EINVAL, cu_ERROR_SEM_UNLOCK_FAILED, "cu_ipcSem_unlock", "",
           [&] { return cu_ipcSem_unlock(&sem); }}});
-    EXPECT_EQ(cu_ipcSem_getCount(&sem, &count), 0U);
-    EXPECT_EQ(count, 0);
+    const auto expectTaken = [&](bool expected, const auto& take) {
+        taken = !expected;
+        EXPECT_EQ(take(), 0U);
+        EXPECT_EQ(taken, expected);
+    };
+    const auto tryLock = [&] { return cu_ipcSem_tryLock(&sem, &taken); };
+    const auto timedLock = [&] { return cu_ipcSem_timedLock(&sem, &soon, &taken); };
+    for (const bool isFree : {false, true}) {
+        expectTaken(isFree, tryLock);
+        expectTaken(isFree, timedLock);
+        EXPECT_EQ(cu_ipcSem_getCount(&sem, &count), 0U);
+        EXPECT_EQ(count, 0);
+        EXPECT_EQ(cu_ipcSem_unlock(&sem) | cu_ipcSem_unlock(&sem), 0U);
+        EXPECT_EQ(cu_ipcSem_getCount(&sem, &count), 0U);
+        EXPECT_EQ(count, 2);
+    }
+    EXPECT_EQ(cu_ipcSem_free(&sem), 0U);
 }
 
 TEST(Ids, areTheSystemsOwn)

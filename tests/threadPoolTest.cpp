@@ -264,11 +264,10 @@ TEST(ThreadPool, refusedInsertionsLeaveTheCountAsItWas)
     }
     EXPECT_FALSE(job.isPending());
 
-    std::thread blocked([&] { insert(pool, job); });
+    const std::jthread blocked([&] { insert(pool, job); });
     EXPECT_TRUE(support::comesTrue([&] { return job.isPending(); }));
     EXPECT_EQ(job.begun(), 0);
     over = true;
-    blocked.join();
     EXPECT_TRUE(support::comesTrue([&] { return job.begun() == 1; }));
 }
 

@@ -27,7 +27,7 @@ cu_DateTime joined(const cu_Date& date, const cu_Time& time)
     cu_Time timeCopy;
     cu_DateTime both;
     EXPECT_EQ(cu_Date_init(&dateCopy) | cu_Time_init(&timeCopy) | cu_DateTime_init(&both), 0U);
-    EXPECT_EQ(dateCopy.day | timeCopy.hour | both.year | both.microsecond, 0U);
+    EXPECT_EQ(dateCopy.day | timeCopy.hour | both.microsecond, 0U);
     EXPECT_EQ(cu_Date_copy(&dateCopy, &date) | cu_Time_copy(&timeCopy, &time), 0U);
     EXPECT_EQ(cu_DateTime_create(&both, &dateCopy, &timeCopy), 0U);
     return both;
