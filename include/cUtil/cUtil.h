@@ -26,6 +26,8 @@
 #include <cUtil/logger/fileLoggingAdapter.h>
 #include <cUtil/logger/logger.h>
 #include <cUtil/logger/syslogLoggingAdapter.h>
+#include <cUtil/logger/tcpLoggingAdapter.h>
+#include <cUtil/logger/tcpLoggingClient.h>
 #include <cUtil/mallocAllocator.h>
 #include <cUtil/mappedFile.h>
 #include <cUtil/md5.h>
