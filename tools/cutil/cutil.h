@@ -63,6 +63,7 @@ extern const Command clockCommand;
 extern const Command convertCommand;
 extern const Command md5Command;
 extern const Command uuidCommand;
+extern const Command netCommand;
 
 /// Says on the standard error stream what failed. @return #failed
 [[nodiscard]] int fail(const char* format, ...) CU_PRINTF(1, 2);

@@ -16,8 +16,8 @@ using cutil::Arguments;
 using cutil::Command;
 
 constexpr const Command* commands[] = {
-    &cutil::errorCommand, &cutil::hexdumpCommand, &cutil::shmCommand, &cutil::ringCommand,
-    &cutil::clockCommand, &cutil::convertCommand, &cutil::md5Command, &cutil::uuidCommand,
+    &cutil::errorCommand,   &cutil::hexdumpCommand, &cutil::shmCommand,  &cutil::ringCommand, &cutil::clockCommand,
+    &cutil::convertCommand, &cutil::md5Command,     &cutil::uuidCommand, &cutil::netCommand,
 };
 
 void printUsage(FILE* stream)
