@@ -78,8 +78,6 @@ TEST(Message, growsInStatedSteps)
         {0, 64, {64}},
         {0, 65, {64, 128}},
         {0, 1000, {64, 1024}},
-        {100, 101, {100, 200}},
-        {0, 4096, {64, 4096}},
         {0, 4097, {64, 8192}},
         {3000, 6001, {3000, 10096}},
         {5000, 5001, {5000, 9096}},
@@ -194,21 +192,18 @@ TEST(Message, lengthsThatLieFailBeforeAnythingIsAllocated)
         EXPECT_EQ(inner, nullptr);
         EXPECT_EQ(cursor(message), 4U);
     }
-    Message message(0, "\0\0\0"s);
-    message.seek(0);
+    Message cut(0, "\0\0\0"s);
+    cut.seek(0);
     char* text = nullptr;
-    EXPECT_REFUSED(cu_Message_readString(message, &text), "cu_Message_read", file);
-    EXPECT_EQ(cursor(message), 0U);
-}
+    EXPECT_REFUSED(cu_Message_readString(cut, &text), "cu_Message_read", file);
+    EXPECT_EQ(cursor(cut), 0U);
 
-TEST(Message, emptyMessagesCannotBeExchanged)
-{
+    // Empty messages cannot be exchanged.
     Message message;
-    Message empty;
-    EXPECT_REFUSED(cu_Message_writeMessage(message, empty), "cu_Message_write", file);
+    cu_Message* inner = nullptr;
+    EXPECT_REFUSED(cu_Message_writeMessage(message, Message()), "cu_Message_write", file);
     EXPECT_EQ(content(message), "\0\0\0\0"s);
     message.seek(0);
-    cu_Message* inner = nullptr;
     EXPECT_REFUSED(cu_Message_readMessage(message, &inner), "cu_Message_read", file);
     EXPECT_EQ(inner, nullptr);
     EXPECT_EQ(cursor(message), 4U);
