@@ -1,6 +1,7 @@
 #include "support/process.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
+#include "support/systemFailure.h"
 
 #include <cUtil/mappedFile.h>
 #include <cUtil/sharedMemory.h>
@@ -180,18 +181,16 @@ TYPED_TEST(RegionTest, processesSeeEachOthersWrites)
     char* bytes = this->address(mine);
     EXPECT_EQ(std::string(bytes, someSize), std::string(someSize, '\0'));
     strcpy(bytes, "question");
-    support::Process other([&] {
-        typename TypeParam::Object* theirs = nullptr;
-        if (this->open(&theirs) != 0 || this->size(theirs) != someSize ||
-            strcmp(this->address(theirs), "question") != 0)
-            return 1;
+    const auto other = support::outcomeOf([&] {
+        ASSERT_EQ(this->open(&this->me), 0U);
+        EXPECT_EQ(this->size(this->me), someSize);
+        EXPECT_STREQ(this->address(this->me), "question");
         void* last = nullptr;
-        if (TypeParam::addressAt(theirs, &last, someSize - 1) != 0)
-            return 2;
+        ASSERT_EQ(TypeParam::addressAt(this->me, &last, someSize - 1), 0U);
         *static_cast<char*>(last) = '!';
-        return TypeParam::destroy(&theirs, false) == 0 ? 0 : 3;
+        EXPECT_EQ(TypeParam::destroy(&this->me, false), 0U);
     });
-    EXPECT_EQ(other.wait(), 0);
+    EXPECT_EQ(other.status, 0) << other.out;
     EXPECT_EQ(bytes[someSize - 1], '!');
     EXPECT_EQ(TypeParam::destroy(&mine, true), 0U);
     EXPECT_EQ(mine, nullptr);
@@ -515,20 +514,19 @@ TEST_F(SharedMemoryTest, theNameIsBuiltAnewForTheUnlinkAndItsFailureKeepsTheObje
 
 TEST(PageSize, isTheSystemsOrAFatalError)
 {
-    struct {
-        cu_ErrorCode (*call)(int32_t*);
-        const char* name;
-    } const cases[] = {{cu_getSystemGranularity, "cu_getSystemGranularity"}, {cu_getPageSize, "cu_getPageSize"}};
-    for (const auto& one : cases) {
-        int32_t size = 0;
-        EXPECT_EQ(one.call(&size), 0U);
-        EXPECT_EQ(size, sysconf(_SC_PAGESIZE));
-        const support::Injection failing("sysconf", EINVAL);
-        EXPECT_SYSTEM_FAILURE(one.call(&size), cu_ERROR_CUTIL_FATAL, EINVAL, one.name, SharedMemory::file,
-                              "sysconf failed with error 22 [Invalid argument]");
-        EXPECT_EQ(size, sysconf(_SC_PAGESIZE));
-        EXPECT_REFUSED(one.call(nullptr), one.name, SharedMemory::file);
+    int32_t size = 0;
+    for (const auto call : {cu_getSystemGranularity, cu_getPageSize}) {
+        EXPECT_EQ(call(&size), 0U);
+        EXPECT_EQ(std::exchange(size, 7), sysconf(_SC_PAGESIZE));
     }
+    const char text[] = "sysconf failed with error 22 [Invalid argument]";
+    support::expectSystemFailures(
+        SharedMemory::file,
+        {{"sysconf", EINVAL, cu_ERROR_CUTIL_FATAL, "cu_getSystemGranularity", text,
+          [&] { return cu_getSystemGranularity(&size); }},
+         {"sysconf", EINVAL, cu_ERROR_CUTIL_FATAL, "cu_getPageSize", text, [&] { return cu_getPageSize(&size); }}});
+    EXPECT_EQ(size, 7);
+    EXPECT_NULLS_REFUSED(SharedMemory::file, std::tuple{&size}, cu_getSystemGranularity, cu_getPageSize);
 }
 
 using MappedFileTest = RegionTest<MappedFile>;
