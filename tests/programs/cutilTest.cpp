@@ -22,6 +22,7 @@ namespace
 {
 
 using namespace support;
+using testing::AllOf;
 using testing::EndsWith;
 using testing::FieldsAre;
 using testing::HasSubstr;
@@ -29,43 +30,37 @@ using testing::StartsWith;
 
 TEST(CutilError, TellsAboutCodesAndNamesAlike)
 {
-    const Result byName = run(cutil + "error cu_ERROR_SHM_FSTAT");
-    EXPECT_EQ(byName.status, 0);
-    EXPECT_EQ(byName.output, "code:         0x0100002F (16777263)\n"
+    const std::string told = "code:         0x0100002F (16777263)\n"
                              "name:         cu_ERROR_SHM_FSTAT\n"
                              "category:     CUtilities\n"
-                             "description:  Call to fstat(...) failed.\n");
-    for (const char* code : {"16777263", "0x0100002F", "0x100002f"})
-        EXPECT_EQ(run(cutil + "error " + code).output, byName.output) << code;
-
-    const Result two = run(cutil + "error 0 cu_ERROR_SHM_FSTAT");
-    EXPECT_THAT(two.output, HasSubstr("cu_ERROR_COM_SUCCESS"));
-    EXPECT_THAT(two.output, HasSubstr("\n\n" + byName.output));
+                             "description:  Call to fstat(...) failed.\n";
+    for (const char* code : {"cu_ERROR_SHM_FSTAT", "16777263", "0x0100002F", "0x100002f"})
+        EXPECT_THAT(run(cutil + "error " + code), FieldsAre(0, told)) << code;
+    EXPECT_THAT(run(cutil + "error 0 cu_ERROR_SHM_FSTAT").output,
+                AllOf(HasSubstr("cu_ERROR_COM_SUCCESS"), EndsWith("\n\n" + told)));
 }
 
 TEST(CutilError, RefusesUnknownCodesAndTellsAboutTheOthers)
 {
-    for (const std::string unknown : {"9", "0x0100004E", "0x02000000", "4294967296", "cu_ERROR_COM_", "0x", "1x"}) {
-        const Result result = run(cutil + "error " + unknown + " 1 2>&1");
-        EXPECT_EQ(result.status, 1) << unknown;
-        EXPECT_THAT(result.output, HasSubstr("cutil: unknown error code: " + unknown + '\n'));
-        EXPECT_THAT(result.output, HasSubstr("cu_ERROR_COM_INVALID_ARGUMENT"));
-    }
+    for (const std::string unknown : {"9", "0x0100004E", "0x02000000", "4294967296", "cu_ERROR_COM_", "0x", "1x"})
+        EXPECT_THAT(run(cutil + "error " + unknown + " 1 2>&1"),
+                    FieldsAre(1, AllOf(HasSubstr("cutil: unknown error code: " + unknown + '\n'),
+                                       HasSubstr("cu_ERROR_COM_INVALID_ARGUMENT"))));
 }
 
 TEST(CutilError, ListsTheWholeCatalogue)
 {
-    const Result all = run(cutil + "error --all");
-    EXPECT_EQ(all.status, 0);
-    EXPECT_THAT(all.output, HasSubstr("0x01000001  cu_ERROR_TIME_GET_FAILED "));
-    EXPECT_THAT(all.output, HasSubstr(" Failed to read current time.\n"));
+    const auto [status, all] = run(cutil + "error --all");
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(all, HasSubstr("0x01000001  cu_ERROR_TIME_GET_FAILED "));
+    EXPECT_THAT(all, HasSubstr(" Failed to read current time.\n"));
     std::ptrdiff_t codes = 0;
 #define EXPECT_LISTED(number, name, description)                                                                       \
-    EXPECT_THAT(all.output, HasSubstr("  " #name " "));                                                                \
+    EXPECT_THAT(all, HasSubstr("  " #name " "));                                                                       \
     ++codes;
     CU_COMMON_ERRORS(EXPECT_LISTED)
     CU_LIBRARY_ERRORS(EXPECT_LISTED)
-    EXPECT_EQ(std::count(all.output.begin(), all.output.end(), '\n'), codes);
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), codes);
 }
 
 TEST(CutilHexdump, DumpsLikeTheLibrary)
@@ -86,19 +81,16 @@ TEST(CutilHexdump, DumpsLikeTheLibrary)
     remove(path.c_str());
 
     // A pipe that gives its bytes in pieces.
-    const Result pieces = run("(printf abc; sleep 0.1; printf 'defghijklmnopqr') | " + cutil + "hexdump -");
-    EXPECT_EQ(pieces.output, "Address  |  0  1  2  3  4  5  6  7  8  9  A  B  C  D  E  F | Dump\n"
-                             "-----------------------------------------------------------------------------\n"
-                             "00000000 | 61 62 63 64 65 66 67 68 69 6A 6B 6C 6D 6E 6F 70 | abcdefghijklmnop\n"
-                             "00000010 | 71 72                                           | qr\n");
+    EXPECT_EQ(run("(printf abc; sleep 0.1; printf 'defghijklmnopqr') | " + cutil + "hexdump -").output,
+              run("printf abcdefghijklmnopqr | " + cutil + "hexdump").output);
 }
 
 TEST(Cutil, NeedsNoMoreMemoryForMoreBytes)
 {
     // 4 MiB that give a line each, and 128 MiB that shrink to a star.
-    const Result dump =
-        run("(head -c 4M /dev/urandom; head -c 128M /dev/zero; printf end) | " + cutil + "hexdump | tail -n 2");
-    EXPECT_EQ(dump.output, "*\n08400000 | 65 6E 64" + std::string(39, ' ') + " | end\n");
+    EXPECT_EQ(
+        run("(head -c 4M /dev/urandom; head -c 128M /dev/zero; printf end) | " + cutil + "hexdump | tail -n 2").output,
+        "*\n08400000 | 65 6E 64" + std::string(39, ' ') + " | end\n");
     EXPECT_EQ(run("head -c 128M /dev/zero | " + cutil + "md5").output, "fde9e0818281836e4fc0edfede2b8762  -\n");
     rusage usage{};
     ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
@@ -139,19 +131,15 @@ TEST_F(CutilShm, ShowsTheFifoInARegion)
         ASSERT_EQ(cu_Fifo_putCommit(block), 0u);
     }
 
-    const Result shown = show();
-    EXPECT_EQ(shown.status, 0);
-    EXPECT_EQ(shown.output, "name:        " + name + "\nsize:        " + std::to_string(size) +
-                                " bytes\nowner:       " + run("id -un").output +
-                                "group:       " + run("id -gn").output +
-                                "mode:        0600\n"
-                                "FIFO:        8 entries of 8 bytes\n"
-                                "  used:      3\n"
-                                "  free:      5\n");
-    const Result listed = run(cutil + "shm list");
-    EXPECT_EQ(listed.status, 0);
-    EXPECT_THAT(listed.output, HasSubstr(' ' + name + '\n'));
-    EXPECT_THAT(listed.output, HasSubstr(' ' + std::to_string(size) + "  0600  "));
+    EXPECT_THAT(show(), FieldsAre(0, "name:        " + name + "\nsize:        " + std::to_string(size) +
+                                         " bytes\nowner:       " + run("id -un").output +
+                                         "group:       " + run("id -gn").output +
+                                         "mode:        0600\n"
+                                         "FIFO:        8 entries of 8 bytes\n"
+                                         "  used:      3\n"
+                                         "  free:      5\n"));
+    EXPECT_THAT(run(cutil + "shm list"),
+                FieldsAre(0, AllOf(HasSubstr(' ' + name + '\n'), HasSubstr(' ' + std::to_string(size) + "  0600  "))));
 
     // The same block, but the entries that it tells of would not fit in.
     static_cast<uint32_t*>(block)[0] = 2 * capacity;
@@ -163,8 +151,7 @@ TEST_F(CutilShm, ShowsARegionWithoutAFifo)
 {
     create(10); // not even room for a header
     EXPECT_THAT(run(cutil + "ring cat " + name + " 2>&1").output, HasSubstr("there is no ring buffer in the region"));
-    EXPECT_THAT(show().output, HasSubstr("size:        10 bytes\n"));
-    EXPECT_THAT(show().output, HasSubstr("FIFO:        none\n"));
+    EXPECT_THAT(show(), FieldsAre(0, AllOf(HasSubstr("size:        10 bytes\n"), HasSubstr("FIFO:        none\n"))));
 }
 
 TEST_F(CutilShm, ShowsARingBuffer)
@@ -241,38 +228,39 @@ TEST_F(CutilRing, CarriesAStreamThroughAShellPipeUntilItIsInterrupted)
 {
     // Far more than the ring holds: both sides wait for each other time and again.
     ASSERT_EQ(run(": | " + put + " --size 4096").status, 0);
-    const Result stream =
-        run("head -c 300000 /dev/urandom >" + path + "; " + cat + " >" + path + ".out & reader=$!; " + put + " <" +
-            path + " && while [ $(stat -c %s " + path +
-            ".out) -lt 300000 ]; do sleep 0.01; done; kill -INT $reader; wait $reader; echo $?; cmp " + path + ' ' +
-            path + ".out; rm " + path + ".out");
-    EXPECT_EQ(stream.output, "0\n");
+    const std::string out = path + ".out";
+    EXPECT_EQ(run("head -c 300000 /dev/urandom >" + path + "; " + cat + " >" + out + " & reader=$!; " + put + " <" +
+                  path + " && while [ $(stat -c %s " + out +
+                  ") -lt 300000 ]; do sleep 0.01; done; kill -INT $reader; " + "wait $reader; echo $?; cmp " + path +
+                  ' ' + out + "; rm " + out)
+                  .output,
+              "0\n");
 }
 
 TEST_F(CutilRing, AnInterruptedPutTellsWhatFoundNoRoom)
 {
     const std::string pipe = path + ".pipe";
-    const Result result =
-        run("mkfifo " + pipe + "; " + put + " --size 8 <" + pipe + " >" + path + " 2>&1 & putter=$!; exec 3>" + pipe +
-            "; printf 0123456789 >&3; until " + cutil + "shm show " + name +
-            " 2>&1 | grep -q 'used: *7$'; do sleep 0.01; done; kill $putter; wait $putter; cat " + path + "; " + cat +
-            " --once; rm " + pipe);
-    EXPECT_EQ(result.output, "cutil: " + name + ": interrupted with 3 bytes that found no room\n0123456");
+    EXPECT_EQ(run("mkfifo " + pipe + "; " + put + " --size 8 <" + pipe + " >" + path + " 2>&1 & putter=$!; exec 3>" +
+                  pipe + "; printf 0123456789 >&3; until " + cutil + "shm show " + name +
+                  " 2>&1 | grep -q 'used: *7$'; do sleep 0.01; done; kill $putter; wait $putter; cat " + path + "; " +
+                  cat + " --once; rm " + pipe)
+                  .output,
+              "cutil: " + name + ": interrupted with 3 bytes that found no room\n0123456");
 }
 
 TEST(CutilClock, ListsTheClocks)
 {
     cu_TimeValue now{};
     ASSERT_EQ(cu_getTime(&now, 0), 0u);
-    const Result result = run(cutil + "clock");
-    EXPECT_EQ(result.status, 0);
+    const auto [status, told] = run(cutil + "clock");
+    EXPECT_EQ(status, 0);
     long long shown = 0;
-    const std::size_t line = result.output.find("\n    0  real time ");
-    ASSERT_NE(line, std::string::npos);
-    ASSERT_EQ(sscanf(result.output.c_str() + line, " 0 real time %*s ns %lld", &shown), 1) << result.output;
+    const std::size_t line = told.find("\n    0  real time ");
+    ASSERT_NE(line, std::string::npos) << told;
+    ASSERT_EQ(sscanf(told.c_str() + line, " 0 real time %*s ns %lld", &shown), 1) << told;
     EXPECT_GE(shown, now.tv_sec);
     EXPECT_LE(shown, now.tv_sec + 60);
-    EXPECT_THAT(result.output, HasSubstr("\n    1  monotonic "));
+    EXPECT_THAT(told, HasSubstr("\n    1  monotonic "));
 }
 
 TEST(CutilConvert, PrintsTheValueOrWhyThereIsNone)
@@ -285,9 +273,8 @@ TEST(CutilConvert, PrintsTheValueOrWhyThereIsNone)
                                     {"uint64 18446744073709551615", "18446744073709551615\n"},
                                     {"ieee32 0.1", "0.100000001\n"},
                                     {"ieee64 -1e-1", "-0.10000000000000001\n"}};
-    for (const auto& [words, output] : cases) {
+    for (const auto& [words, output] : cases)
         EXPECT_THAT(run(cutil + "convert " + words + " 2>&1"), FieldsAre(0, output)) << words;
-    }
     EXPECT_THAT(run(cutil + "convert --base 16 uint8 100.0 2>&1"),
                 FieldsAre(1, "cutil: uint8: source='100.0' base='16 (cu_ERROR_CONVERSION_FAILED)\n"));
 }
@@ -326,11 +313,10 @@ TEST_F(CutilMd5, PrintsTheDigestsOfFilesAndStreamsInTheFormOfMd5sum)
     EXPECT_EQ(md5("empty -", "(printf a; sleep 0.1; printf bc) | ").output,
               "d41d8cd98f00b204e9800998ecf8427e  empty\n900150983cd24fb0d6963f7d28e17f72  -\n");
 
-    const Result some = md5("missing empty . 2>&1");
-    EXPECT_EQ(some.status, 1);
-    for (const char* line : {"cutil: missing: No such file or directory\n", "cutil: .: Is a directory\n",
-                             "d41d8cd98f00b204e9800998ecf8427e  empty\n"})
-        EXPECT_THAT(some.output, HasSubstr(line));
+    EXPECT_THAT(md5("missing empty . 2>&1"),
+                FieldsAre(1, AllOf(HasSubstr("cutil: missing: No such file or directory\n"),
+                                   HasSubstr("cutil: .: Is a directory\n"),
+                                   HasSubstr("d41d8cd98f00b204e9800998ecf8427e  empty\n"))));
 }
 
 TEST_F(CutilMd5, ChecksWhatItPrints)
@@ -388,8 +374,7 @@ TEST(Cutil, TellsHowItIsUsed)
     EXPECT_THAT(run(cutil + "--help").output, StartsWith("usage: cutil COMMAND"));
     for (const std::string command : {"error", "hexdump", "shm", "ring", "clock", "convert", "md5", "uuid"}) {
         const Result help = run(cutil + command + " --help 2>/dev/null");
-        EXPECT_EQ(help.status, 0) << command;
-        EXPECT_THAT(help.output, StartsWith("usage: cutil " + command));
+        EXPECT_THAT(help, FieldsAre(0, StartsWith("usage: cutil " + command)));
         if (command != "convert") { // takes everything behind the type as it is
             EXPECT_EQ(run(cutil + command + " word -h").output, help.output) << command;
         }
@@ -406,10 +391,8 @@ TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)
         "|uuid x|uuid 0|uuid 1 2|uuid 4294967296|convert|convert sint8|convert sint8 1 2|convert sint9 1"
         "|convert --base 37 sint8 1|convert --base 1x sint8 1");
     for (std::string words; std::getline(lines, words, '|');) {
-        EXPECT_EQ(run(cutil + words + " 2>/dev/null").output, "") << words;
-        const Result result = run(cutil + words + " 2>&1 >/dev/null");
-        EXPECT_EQ(result.status, 2) << words;
-        EXPECT_NE(result.output, "") << words;
+        EXPECT_THAT(run(cutil + words + " 2>/dev/null"), FieldsAre(2, "")) << words;
+        EXPECT_NE(run(cutil + words + " 2>&1 >/dev/null").output, "") << words;
     }
 }
 

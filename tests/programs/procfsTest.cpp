@@ -34,7 +34,7 @@ TEST(Procfs, ReadsMemoryWithAndWithoutTheKernelsEstimate)
     EXPECT_EQ(parseMeminfo("MemTotal: 1000 kB\nMemAvailable: 1001 kB\n")->used, 0u);
 }
 
-TEST(Procfs, ReadsLoadAndTraffic)
+TEST(Procfs, ReadsLoadTrafficAndTheStartOfAProcessBehindAnUglyName)
 {
     const auto load = parseLoadavg("0.52 12.05 100.00 2/345 6789\n");
     ASSERT_TRUE(load);
@@ -50,14 +50,11 @@ TEST(Procfs, ReadsLoadAndTraffic)
     ASSERT_TRUE(traffic);
     EXPECT_EQ(traffic->received, 5000000001u);
     EXPECT_EQ(traffic->sent, 72u);
-}
 
-TEST(Procfs, ReadsTheStartOfAProcessBehindAnUglyName)
-{
-    const auto state = parseProcessStat("12 (a) b) (c) Z 1 12 12 0 -1 4 0 0 0 0 1 2 0 0 20 0 1 0 4711 1 2\n");
-    ASSERT_TRUE(state);
-    EXPECT_EQ(state->state, 'Z');
-    EXPECT_EQ(state->startTicks, 4711u);
+    const auto process = parseProcessStat("12 (a) b) (c) Z 1 12 12 0 -1 4 0 0 0 0 1 2 0 0 20 0 1 0 4711 1 2\n");
+    ASSERT_TRUE(process);
+    EXPECT_EQ(process->state, 'Z');
+    EXPECT_EQ(process->startTicks, 4711u);
 }
 
 TEST(Procfs, RefusesWhatItDoesNotUnderstand)
