@@ -141,7 +141,7 @@ CU_EXPORT cu_ErrorCode cu_TCPSocket_peek(cu_TCPSocket* socket, void* buffer, uin
  *
  * @param socket  the socket
  * @param buffer  the bytes
- * @param length  how many, not 0
+ * @param length  how many; 0 is as good as sent
  * @param more    whether further bytes follow at once, so that these may wait for them
  * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_IO_TIMEOUT, whatever kept bytes from being sent. It is
  *         unknown how many have been, so the connection is of no more use.

@@ -403,7 +403,6 @@ cu_ErrorCode cu_TCPSocket_send(cu_TCPSocket* socket, const void* buffer, uint32_
 {
     CU_REQUIRE(socket != nullptr);
     CU_REQUIRE(buffer != nullptr);
-    CU_REQUIRE(length != 0);
 
     const int32_t descriptor = socket->selectable.handle;
     const int flags = MSG_NOSIGNAL | (more ? MSG_MORE : 0);
