@@ -169,15 +169,12 @@ cu_ErrorCode cu_Map_remove(cu_Map* map, const void* key, bool* removed)
     CU_REQUIRE(key != nullptr);
     CU_REQUIRE(removed != nullptr);
 
-    const uint32_t hash = map->table.hashOf(key);
-    Entry* found = map->table.find(hash, key);
-    *removed = found != nullptr;
-    if (found == nullptr)
-        return 0;
-    const Entry old = *found;
-    map->table.remove(hash, found);
-    map->keyDestroy(old.key);
-    map->valueDestroy(old.value);
+    const Entry old = map->table.take(key);
+    *removed = old.key != nullptr;
+    if (old.key != nullptr) {
+        map->keyDestroy(old.key);
+        map->valueDestroy(old.value);
+    }
     return 0;
 }
 
@@ -206,9 +203,9 @@ cu_ErrorCode cu_Map_Iterator_next(cu_Map_Iterator* iterator, void** key, void** 
     CU_REQUIRE(key != nullptr);
     CU_REQUIRE(value != nullptr);
 
-    const Entry* entry = iterator->walk.next();
-    *key = entry != nullptr ? entry->key : nullptr;
-    *value = entry != nullptr ? entry->value : nullptr;
+    const Entry entry = iterator->walk.next();
+    *key = entry.key;
+    *value = entry.value;
     return 0;
 }
 
@@ -217,8 +214,7 @@ cu_ErrorCode cu_Map_Iterator_nextKey(cu_Map_Iterator* iterator, void** key)
     CU_REQUIRE(iterator != nullptr);
     CU_REQUIRE(key != nullptr);
 
-    const Entry* entry = iterator->walk.next();
-    *key = entry != nullptr ? entry->key : nullptr;
+    *key = iterator->walk.next().key;
     return 0;
 }
 
@@ -243,9 +239,9 @@ cu_ErrorCode cu_Map_ConstIterator_next(cu_Map_ConstIterator* iterator, const voi
     CU_REQUIRE(key != nullptr);
     CU_REQUIRE(value != nullptr);
 
-    const Entry* entry = iterator->walk.next();
-    *key = entry != nullptr ? entry->key : nullptr;
-    *value = entry != nullptr ? entry->value : nullptr;
+    const Entry entry = iterator->walk.next();
+    *key = entry.key;
+    *value = entry.value;
     return 0;
 }
 

@@ -158,14 +158,10 @@ cu_ErrorCode cu_Set_remove(cu_Set* set, const void* element, bool* removed)
     CU_REQUIRE(element != nullptr);
     CU_REQUIRE(removed != nullptr);
 
-    const uint32_t hash = set->table.hashOf(element);
-    Entry* found = set->table.find(hash, element);
-    *removed = found != nullptr;
-    if (found == nullptr)
-        return 0;
-    const Entry old = *found;
-    set->table.remove(hash, found);
-    set->destroy(old.key);
+    const Entry old = set->table.take(element);
+    *removed = old.key != nullptr;
+    if (old.key != nullptr)
+        set->destroy(old.key);
     return 0;
 }
 
@@ -216,8 +212,7 @@ cu_ErrorCode cu_Set_Iterator_next(cu_Set_Iterator* iterator, void** element)
     CU_REQUIRE(iterator != nullptr);
     CU_REQUIRE(element != nullptr);
 
-    const Entry* entry = iterator->walk.next();
-    *element = entry != nullptr ? entry->key : nullptr;
+    *element = iterator->walk.next().key;
     return 0;
 }
 
@@ -241,8 +236,7 @@ cu_ErrorCode cu_Set_ConstIterator_next(cu_Set_ConstIterator* iterator, const voi
     CU_REQUIRE(iterator != nullptr);
     CU_REQUIRE(element != nullptr);
 
-    const Entry* entry = iterator->walk.next();
-    *element = entry != nullptr ? entry->key : nullptr;
+    *element = iterator->walk.next().key;
     return 0;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <type_traits>
+#include <utility>
 
 namespace cu::internal
 {
@@ -83,16 +84,20 @@ public:
         ++size_;
     }
 
-    /// Takes out what find() gave.
-    void remove(uint32_t hash, Entry* found)
+    /// Takes out the entry with an equal key; one of nulls if there is none.
+    Entry take(const void* key)
     {
+        const uint32_t hash = hashOf(key);
+        Entry* found = find(hash, key);
+        if (found == nullptr)
+            return {};
         const auto number = static_cast<uint32_t>(found - entries_) + 1;
         uint32_t* link = &head(bucket_.of(hash));
         while (*link != number)
             link = &node(*link).next;
         *link = node(number).next;
-        found->key = nullptr;
         --size_;
+        return std::exchange(*found, {});
     }
 
     /// Visits hashes and entries in the order of a walk.
@@ -120,12 +125,12 @@ public:
 
         bool hasNext() const { return next_ != none; }
 
-        /// Null at the end.
-        const Entry* next()
+        /// One of nulls at the end.
+        Entry next()
         {
             if (next_ == none)
-                return nullptr;
-            const Entry* entry = &table_->entry(next_);
+                return {};
+            const Entry& entry = table_->entry(next_);
             next_ = table_->node(next_).next;
             findNext();
             return entry;
