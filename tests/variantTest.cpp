@@ -2,6 +2,7 @@
 #include "variantCases.h"
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <sstream>
 
@@ -32,56 +33,43 @@ const Row rows[] = {
     {{cu_Variant_set_sint8, INT8_MIN}, "true -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
     {{cu_Variant_set_uint64, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
     {{cu_Variant_set_sint16, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_uint8, UINT8_MAX}, "true - 255 255 255 255 255 255 255 255 255 255 - -"},
     {{cu_Variant_set_sint16, INT16_MIN}, "true - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
     {{cu_Variant_set_sint16, -129}, "true - - -129 - -129 - -129 - -129 -129 -129 - -"},
-    {{cu_Variant_set_sint16, 128}, "true - 128 128 128 128 128 128 128 128 128 128 - -"},
     {{cu_Variant_set_sint16, INT16_MAX}, "true - - 32767 32767 32767 32767 32767 32767 32767 32767 32767 - -"},
     {{cu_Variant_set_uint16, 256}, "true - - 256 256 256 256 256 256 256 256 256 - -"},
     {{cu_Variant_set_uint16, 0x8000}, "true - - - 32768 32768 32768 32768 32768 32768 32768 32768 - -"},
-    {{cu_Variant_set_uint16, UINT16_MAX}, "true - - - 65535 65535 65535 65535 65535 65535 65535 65535 - -"},
-    {{cu_Variant_set_sint32, INT32_MIN}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
     {{cu_Variant_set_sint32, -32769}, "true - - - - -32769 - -32769 - -32769 -32769 -32769 - -"},
     {{cu_Variant_set_sint32, INT32_MAX}, "true - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
-    {{cu_Variant_set_uint32, 0x8000'0000}, "true - - - - - 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648 - -"},
     {{cu_Variant_set_uint32, UINT32_MAX}, "true - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
     {{cu_Variant_set_sint64, INT64_MIN}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808 - -"},
     {{cu_Variant_set_sint64, -0x8000'0001LL}, "true - - - - - - -2147483649 - -2.14748365e+09 -2147483649 -2147483649 - -"},
     {{cu_Variant_set_sint64, -0x8000'0000LL}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
-    {{cu_Variant_set_sint64, 0x1'0000'0000LL}, "true - - - - - - 4294967296 4294967296 4.2949673e+09 4294967296 4294967296 - -"},
     {{cu_Variant_set_sint64, 0x4000'0040'0000'0001LL}, "true - - - - - - 4611686293305294849 4611686293305294849 4.61168657e+18 4.6116862933052948e+18 4611686293305294849 - -"},
     {{cu_Variant_set_sint64, INT64_MAX}, "true - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
     {{cu_Variant_set_uint64, 0x8000'0000'0000'0000ULL}, "true - - - - - - - 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808 - -"},
     {{cu_Variant_set_uint64, 0x8000'0080'0000'0001ULL}, "true - - - - - - - 9223372586610589697 9.22337314e+18 9.2233725866105897e+18 9223372586610589697 - -"},
     {{cu_Variant_set_uint64, UINT64_MAX}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551615 - -"},
     {{cu_Variant_set_ieee32, -0.0F}, "false 0 0 0 0 0 0 0 0 -0 -0 -0.000000 - -"},
-    {{cu_Variant_set_ieee32, -0.5F}, "true 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
-    {{cu_Variant_set_ieee32, -128.5F}, "true - - -128 - -128 - -128 - -128.5 -128.5 -128.500000 - -"},
     {{cu_Variant_set_ieee32, 0x1p31F}, "true - - - - 2147483647 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1.000002p31F}, "true - - - - - 2147483904 2147483904 2147483904 2.1474839e+09 2147483904 2147483904.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1p32F}, "true - - - - - 4294967295 4294967296 4294967296 4.2949673e+09 4294967296 4294967296.000000 - -"},
     {{cu_Variant_set_ieee32, -0x1p63F}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p63F}, "true - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p64F}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1.000002p64F}, "true - - - - - - - - 1.84467463e+19 1.8446746272732807e+19 18446746272732807168.000000 - -"},
-    {{cu_Variant_set_ieee32, INFINITY}, "true - - - - - - - - inf inf inf - -"},
     {{cu_Variant_set_ieee32, NAN}, "true 0 0 0 0 0 0 0 0 nan nan nan - -"},
-    {{cu_Variant_set_ieee64, 0.1}, "true 0 0 0 0 0 0 0 0 0.100000001 0.10000000000000001 0.100000 - -"},
+    {{cu_Variant_set_ieee32, -0.5F}, "true 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
     {{cu_Variant_set_ieee64, 127.9}, "true - 127 127 127 127 127 127 127 127.900002 127.90000000000001 127.900000 - -"},
     {{cu_Variant_set_ieee64, -128.9}, "true - - -128 - -128 - -128 - -128.899994 -128.90000000000001 -128.900000 - -"},
-    {{cu_Variant_set_ieee64, -2147483648.5}, "true - - - - - - -2147483648 - -2.14748365e+09 -2147483648.5 -2147483648.500000 - -"},
+    {{cu_Variant_set_ieee64, 0.1}, "true 0 0 0 0 0 0 0 0 0.100000001 0.10000000000000001 0.100000 - -"},
     {{cu_Variant_set_ieee64, 2147483647.5}, "true - - - - - 2147483647 2147483647 2147483647 2.14748365e+09 2147483647.5 2147483647.500000 - -"},
     {{cu_Variant_set_ieee64, 4294967295.5}, "true - - - - - - 4294967295 4294967295 4.2949673e+09 4294967295.5 4294967295.500000 - -"},
     {{cu_Variant_set_ieee64, -0x1p63}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
     {{cu_Variant_set_ieee64, -0x1.0000000000001p63}, "true - - - - - - - - -9.22337204e+18 -9.2233720368547779e+18 -9223372036854777856.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1p64}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
     {{cu_Variant_set_ieee64, 0x1.0000000000001p64}, "true - - - - - - - - 1.84467441e+19 1.8446744073709556e+19 18446744073709555712.000000 - -"},
     {{cu_Variant_set_ieee64, 1e39}, "true - - - - - - - - inf 9.9999999999999994e+38 999999999999999939709166371603178586112.000000 - -"},
     {{cu_Variant_set_string, "1"}, "true 1 1 1 1 1 1 1 1 1 1 1 [31] -"},
     {{cu_Variant_set_string, "TRUE"}, "true ! ! ! ! ! ! ! ! ! ! TRUE [54525545] -"},
-    {{cu_Variant_set_string, "-128"}, "! -128 ! -128 ! -128 ! -128 ! -128 -128 -128 [2D313238] -"},
     {{cu_Variant_set_string, "0x10"}, "! 16 16 16 16 16 16 16 16 16 16 0x10 [30783130] -"},
-    {{cu_Variant_set_string, "12.0"}, "! 12 12 12 12 12 12 12 12 12 12 12.0 [31322E30] -"},
     {{cu_Variant_set_string, "12.5"}, "! ! ! ! ! ! ! ! ! 12.5 12.5 12.5 [31322E35] -"},
     {{cu_Variant_set_string, "1e39"}, "! ! ! ! ! ! ! ! ! inf 9.9999999999999994e+38 1e39 [31653339] -"},
     {Value::bytes({"1\0", 2}), "- - - - - - - - - - - - [3100] -"},
@@ -233,17 +221,6 @@ TEST(Variant, tellsOfTypesThatDoNotExist)
     EXPECT_EQ(strange.type, 0U);
 }
 
-TEST(Variant, bytesThatAreNotThereHaveALengthAllTheSame)
-{
-    Value value(cu_Variant_set_string, "before");
-    EXPECT_EQ(cu_Variant_set_binary(value, nullptr, 5), 0U);
-    EXPECT_EQ(value.shown(), "binary none/5");
-    EXPECT_EQ(Value(value).shown(), "binary none/5");
-    const uint8_t byte = 1;
-    EXPECT_EQ(cu_Variant_set_binary(value, &byte, 0), 0U);
-    EXPECT_EQ(value.shown(), "binary none/0");
-}
-
 TEST(Variant, mayBeSetFromWhatItHolds)
 {
     const std::string longText(100, 'x');
@@ -261,6 +238,12 @@ TEST(Variant, mayBeSetFromWhatItHolds)
     EXPECT_EQ(cu_Variant_set_binary(tree, tree->binary.data + 2, 3), 0U);
     EXPECT_EQ(cu_Variant_clone(tree, tree), 0U);
     EXPECT_EQ(tree.shown(), "binary [636465]");
+    const uint8_t byte = 1;
+    // Bytes that are not there have a length all the same.
+    EXPECT_EQ(cu_Variant_set_binary(tree, nullptr, 5), 0U);
+    EXPECT_EQ(Value(tree).shown(), "binary none/5");
+    EXPECT_EQ(cu_Variant_set_binary(tree, &byte, 0), 0U);
+    EXPECT_EQ(tree.shown(), "binary none/0");
 }
 
 TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)
@@ -270,28 +253,27 @@ TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)
     const Value inner(Value::vector({text, Value::bytes("bytes"), number}));
     const Value tree(Value::vector({text, inner, Value::vector({inner, text}), inner}));
     const uint8_t bytes[] = {1, 2};
-    const auto expect = [](const Value& before, auto call, const std::string& afterFailure, const std::string& after,
-                           unsigned requests) {
-        SCOPED_TRACE(after);
-        Value value(before);
-        const unsigned refused = support::exhaust([&] { return call(value); },
-                                                  [&] {
-                                                      EXPECT_EQ(value.shown(), afterFailure);
-                                                      cu_Variant_clone(value, before);
-                                                  });
-        EXPECT_EQ(refused, requests);
-        EXPECT_EQ(value.shown(), after);
+    struct {
+        const Value& before;
+        std::function<cu_ErrorCode(cu_Variant*)> call;
+        std::string after;
+        unsigned requests;
+    } const cases[] = {
+        {text, [](cu_Variant* v) { return cu_Variant_set_string(v, "other"); }, "string other", 1},
+        {text, [&](cu_Variant* v) { return cu_Variant_set_binary(v, bytes, 2); }, "binary [0102]", 1},
+        {inner, [&](cu_Variant* v) { return cu_Variant_set_vector(v, tree, 1); }, "vector (" + tree.shown() + ")", 14},
+        {inner, [&](cu_Variant* v) { return cu_Variant_clone(v, tree); }, tree.shown(), 13},
+        {number, cu_Variant_convert_string, "string 4711", 1},
     };
-    expect(
-        text, [&](cu_Variant* v) { return cu_Variant_set_string(v, "other"); }, "null", "string other", 1);
-    expect(
-        text, [&](cu_Variant* v) { return cu_Variant_set_binary(v, bytes, 2); }, "null", "binary [0102]", 1);
-    expect(
-        inner, [&](cu_Variant* v) { return cu_Variant_set_vector(v, tree, 1); }, "null",
-        "vector (" + tree.shown() + ")", 14);
-    expect(
-        inner, [&](cu_Variant* v) { return cu_Variant_clone(v, tree); }, "null", tree.shown(), 13);
-    expect(number, cu_Variant_convert_string, "sint32 4711", "string 4711", 1);
+    for (const auto& c : cases) {
+        Value value(c.before);
+        const auto look = [&] {
+            EXPECT_EQ(value.shown(), &c.before == &number ? number.shown() : "null");
+            cu_Variant_clone(value, c.before);
+        };
+        EXPECT_EQ(support::exhaust([&] { return c.call(value); }, look), c.requests) << c.after;
+        EXPECT_EQ(value.shown(), c.after);
+    }
 }
 
 TEST(Variant, aVectorThatCannotBeMadeOrReleasedIsRefused)
@@ -371,21 +353,18 @@ TEST(Variant, comparingTakesTimeWithTheDepthAndNotWithItsPower)
 
 TEST(Variant, twoVectorsWithoutElementsLeaveTheAnswerAsItIs)
 {
-    cu_Variant empty = {cu_VARIANT_VECTOR, {.vector = {nullptr, 0}}};
-    for (bool result : {false, true}) {
-        const bool before = result;
+    const cu_Variant empty = {cu_VARIANT_VECTOR, {.vector = {nullptr, 0}}};
+    for (const bool before : {false, true}) {
+        bool result = before;
         EXPECT_EQ(cu_Variant_lessThan(&result, &empty, &empty), 0U);
         EXPECT_EQ(result, before);
     }
-    EXPECT_TRUE(less(&empty, Value::vector({Value()})));
-    EXPECT_FALSE(less(Value::vector({Value()}), &empty));
-
     // Within vectors they are equal.
-    cu_Variant items[2][2] = {{empty, {cu_VARIANT_SINT8, {.sint8 = 1}}}, {empty, {cu_VARIANT_SINT8, {.sint8 = 2}}}};
-    const cu_Variant a = {cu_VARIANT_VECTOR, {.vector = {items[0], 2}}};
-    const cu_Variant b = {cu_VARIANT_VECTOR, {.vector = {items[1], 2}}};
-    EXPECT_TRUE(less(&a, &b));
-    EXPECT_FALSE(less(&b, &a));
+    cu_Variant items[][2] = {{empty, {cu_VARIANT_SINT8, {.sint8 = 1}}}, {empty, {cu_VARIANT_SINT8, {.sint8 = 2}}}};
+    const cu_Variant vectors[] = {{cu_VARIANT_VECTOR, {.vector = {items[0], 2}}},
+                                  {cu_VARIANT_VECTOR, {.vector = {items[1], 2}}}};
+    EXPECT_TRUE(less(&empty, &vectors[0]) && less(&vectors[0], &vectors[1]));
+    EXPECT_FALSE(less(&vectors[0], &empty) || less(&vectors[1], &vectors[0]));
 }
 
 } // namespace

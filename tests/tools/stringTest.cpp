@@ -227,6 +227,11 @@ TEST(String, aStaleLengthLosesAndOverrunsNothing)
     text.expect(cu_String_format(text, "x"), {}, "x");
     text.expect(cu_String_appendStr(text, "y"), {302}, "xy");
     text.expect(cu_String_squeeze(text), {302}, "xy");
+
+    // Too short by one character.
+    text.expect(cu_String_assignStr(text, "xy"), {}, "xy");
+    text.expect(cu_String_format(text, "xyz"), {}, "xyz");
+    text.expect(cu_String_squeeze(text), {3}, "xy");
 }
 
 TEST(String, aRefusedReallocationIsNotToldButKeptInMind)
