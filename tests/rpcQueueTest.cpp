@@ -1,5 +1,6 @@
 #include "support/deadline.h"
 #include "support/inject.h"
+#include "support/made.h"
 #include "support/process.h"
 #include "support/record.h"
 #include "support/refusal.h"
@@ -23,12 +24,13 @@ constexpr char file[] = "src/cUtil/rpcQueue";
 constexpr char channelFile[] = "src/cUtil/rpcChannel";
 constexpr std::size_t semaphoreOffset = sizeof(void*) == 4 ? 4 : 8;
 
+using Queue = support::Made<cu_RPCQueue_create, cu_RPCQueue_delete>;
+
 TEST(RpcQueue, isLaidOutForOldBinaries)
 {
     const support::Shared<char> region(3 * 4096);
     memset(region.get(), 0xA5, 3 * 4096);
-    cu_RPCQueue* queue = nullptr;
-    ASSERT_EQ(cu_RPCQueue_create(&queue, region.get(), 8193, nullptr), 0U);
+    Queue queue(region.get(), 8193U);
     uint32_t size = 0;
     memcpy(&size, region.get(), 4);
     EXPECT_EQ(size, 4097U);
@@ -47,12 +49,9 @@ TEST(RpcQueue, isLaidOutForOldBinaries)
 
     strcpy(region.get() + 4096, "payload");
     const std::string before(region.get(), 8193);
-    cu_RPCQueue* other = nullptr;
-    ASSERT_EQ(cu_RPCQueue_open(&other, region.get(), nullptr), 0U);
-    EXPECT_EQ(cu_RPCQueue_delete(&other), 0U);
-    EXPECT_EQ(other, nullptr);
+    support::Made<cu_RPCQueue_open, cu_RPCQueue_delete>(region.get()).end();
     EXPECT_EQ(std::string(region.get(), 8193), before);
-    EXPECT_EQ(cu_RPCQueue_delete(&queue), 0U);
+    queue.end();
     EXPECT_STREQ(region.get() + 4096, "payload");
 }
 
@@ -74,36 +73,6 @@ TEST(RpcQueue, aRegionThatIsUnalignedOrTooSmallIsRefusedUntouched)
     EXPECT_EQ(support::trace().find("cu_RPCChannel_create  -  src/cUtil/rpcChannel:"), 0U);
 }
 
-TEST(RpcQueue, badArgumentsAreRefused)
-{
-    const support::Shared<char> region(16384);
-    cu_RPCQueue* queue = nullptr;
-    cu_RPCQueue* none = nullptr;
-    cu_RPCChannel* channel = nullptr;
-    cu_RPCChannel* noChannel = nullptr;
-    uint32_t size = 0;
-    void* payload = nullptr;
-    bool taken = false;
-    const cu_TimeValue deadline = {};
-    ASSERT_EQ(cu_RPCChannel_create(&channel, region.get(), 16384, nullptr), 0U);
-    ASSERT_EQ(cu_RPCQueue_open(&queue, region.get(), nullptr), 0U);
-
-    void* const memory = region.get();
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, queue, memory, &size, &payload, &deadline, &taken, uint32_t{8192}}),
-                         cu_RPCQueue_create, cu_RPCQueue_open, cu_RPCQueue_getSize, cu_RPCQueue_get, cu_RPCQueue_signal,
-                         cu_RPCQueue_wait, cu_RPCQueue_tryWait, cu_RPCQueue_timedWait);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&queue}, cu_RPCQueue_delete);
-    EXPECT_NULLS_REFUSED(channelFile, (std::tuple{&noChannel, channel, memory, &size, &payload, &deadline, &taken}),
-                         cu_RPCChannel_create, cu_RPCChannel_open, cu_RPCChannel_getSize, cu_RPCChannel_getRxBuffer,
-                         cu_RPCChannel_getTxBuffer, cu_RPCChannel_signalTx, cu_RPCChannel_waitRx,
-                         cu_RPCChannel_tryWaitRx, cu_RPCChannel_timedWaitRx);
-    EXPECT_NULLS_REFUSED(channelFile, std::tuple{&channel}, cu_RPCChannel_delete);
-
-    EXPECT_EQ(cu_RPCQueue_delete(&queue), 0U);
-    EXPECT_EQ(cu_RPCChannel_delete(&channel), 0U);
-    EXPECT_EQ(channel, nullptr);
-}
-
 TEST(RpcQueue, constructorsLeaveNothingBehind)
 {
     const support::Shared<char> region(16384);
@@ -117,10 +86,9 @@ TEST(RpcQueue, aDeletionThatFailsEndsTheProcess)
 {
     const support::Shared<char> region(8192);
     const auto outcome = support::outcomeOf([&] {
-        cu_RPCQueue* queue = nullptr;
-        cu_RPCQueue_create(&queue, region.get(), 8192, nullptr);
+        Queue queue(region.get(), 8192U);
         const support::Injection injection("sem_destroy", EBUSY);
-        cu_RPCQueue_delete(&queue);
+        cu_RPCQueue_delete(queue.handle());
     });
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.out, testing::HasSubstr("!   Function: 'cu_RPCQueue_delete'\n"));
@@ -132,18 +100,6 @@ class RpcChannel : public testing::Test
 protected:
     static constexpr uint32_t regionSize = 16384;
 
-    void SetUp() override
-    {
-        ASSERT_EQ(cu_RPCChannel_create(&creator, region.get(), regionSize, nullptr), 0U);
-        ASSERT_EQ(cu_RPCChannel_open(&opener, region.get(), nullptr), 0U);
-    }
-
-    void TearDown() override
-    {
-        EXPECT_EQ(cu_RPCChannel_delete(&opener), 0U);
-        EXPECT_EQ(cu_RPCChannel_delete(&creator), 0U);
-    }
-
     static char* buffer(cu_ErrorCode (*call)(cu_RPCChannel*, void**), cu_RPCChannel* channel)
     {
         void* payload = nullptr;
@@ -152,13 +108,35 @@ protected:
     }
 
     const support::Shared<char> region{regionSize};
-    cu_RPCChannel* creator = nullptr;
-    cu_RPCChannel* opener = nullptr;
+    const support::Made<cu_RPCChannel_create, cu_RPCChannel_delete> creator{region.get(), regionSize};
+    const support::Made<cu_RPCChannel_open, cu_RPCChannel_delete> opener{region.get()};
 };
+
+TEST_F(RpcChannel, badArgumentsAreRefused)
+{
+    const support::Made<cu_RPCQueue_open, cu_RPCQueue_delete> someQueue(region.get());
+    cu_RPCQueue* queue = someQueue;
+    cu_RPCQueue* noQueue = nullptr;
+    cu_RPCChannel* channel = creator;
+    cu_RPCChannel* noChannel = nullptr;
+    void* const memory = region.get();
+    uint32_t size = 0;
+    void* payload = nullptr;
+    bool taken = false;
+    const cu_TimeValue deadline = {};
+    const std::tuple good{&noQueue, &noChannel, queue, channel, memory, &size, &payload, &deadline, &taken, regionSize};
+    EXPECT_NULLS_REFUSED(file, good, cu_RPCQueue_create, cu_RPCQueue_open, cu_RPCQueue_getSize, cu_RPCQueue_get,
+                         cu_RPCQueue_signal, cu_RPCQueue_wait, cu_RPCQueue_tryWait, cu_RPCQueue_timedWait);
+    EXPECT_NULLS_REFUSED(file, std::tuple{&queue}, cu_RPCQueue_delete);
+    EXPECT_NULLS_REFUSED(channelFile, good, cu_RPCChannel_create, cu_RPCChannel_open, cu_RPCChannel_getSize,
+                         cu_RPCChannel_getRxBuffer, cu_RPCChannel_getTxBuffer, cu_RPCChannel_signalTx,
+                         cu_RPCChannel_waitRx, cu_RPCChannel_tryWaitRx, cu_RPCChannel_timedWaitRx);
+    EXPECT_NULLS_REFUSED(channelFile, std::tuple{&channel}, cu_RPCChannel_delete);
+}
 
 TEST_F(RpcChannel, crossesItsHalves)
 {
-    for (cu_RPCChannel* channel : {creator, opener}) {
+    for (cu_RPCChannel* channel : {creator.get(), opener.get()}) {
         uint32_t size = 0;
         EXPECT_EQ(cu_RPCChannel_getSize(channel, &size), 0U);
         EXPECT_EQ(size, 4096U);

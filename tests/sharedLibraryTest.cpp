@@ -1,3 +1,4 @@
+#include "support/made.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
 
@@ -15,6 +16,8 @@ namespace
 
 constexpr char file[] = "src/cUtil/sharedLibrary.linux";
 
+using Library = support::Made<cu_SharedLibrary_new, cu_SharedLibrary_delete>;
+
 /// The path of a library that is there on every host: the one under test.
 std::string ownPath()
 {
@@ -25,15 +28,13 @@ std::string ownPath()
 
 TEST(SharedLibrary, loadsResolvesAndCloses)
 {
-    support::WatchfulAllocator allocator;
-    cu_SharedLibrary* library = nullptr;
     std::string path = ownPath();
-    ASSERT_EQ(cu_SharedLibrary_new(&library, path.c_str(), allocator.get()), 0U);
+    Library library(path.c_str());
     const std::string given = path;
     path.assign(path.size(), 'x');
     const char* name = nullptr;
     EXPECT_EQ(cu_SharedLibrary_getName(library, &name), 0U);
-    EXPECT_EQ(name, given);
+    EXPECT_STREQ(name, given.c_str());
 
     void* address = nullptr;
     EXPECT_EQ(cu_SharedLibrary_resolve(library, "cu_SharedLibrary_resolve", &address), 0U);
@@ -42,15 +43,12 @@ TEST(SharedLibrary, loadsResolvesAndCloses)
                    "cu_SharedLibrary_resolve", file, "");
     EXPECT_EQ(address, reinterpret_cast<void*>(cu_SharedLibrary_resolve));
 
-    auto* const before = library;
     {
         const support::Injection stuck("dlclose", EBUSY);
-        EXPECT_FAILURE(cu_SharedLibrary_delete(&library), cu_ERROR_FAILED_TO_UNLOAD_LIBRARY, "cu_SharedLibrary_delete",
-                       file, "");
+        EXPECT_FAILURE(cu_SharedLibrary_delete(library.handle()), cu_ERROR_FAILED_TO_UNLOAD_LIBRARY,
+                       "cu_SharedLibrary_delete", file, "");
     }
-    EXPECT_EQ(library, before);
-    EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
-    EXPECT_EQ(library, nullptr);
+    EXPECT_EQ(cu_SharedLibrary_resolve(library, "cu_SharedLibrary_resolve", &address), 0U);
 }
 
 TEST(SharedLibrary, aNameWithoutAFileIsTriedWithPrefixAndSuffix)
@@ -60,12 +58,10 @@ TEST(SharedLibrary, aNameWithoutAFileIsTriedWithPrefixAndSuffix)
     std::filesystem::create_symlink(ownPath(), folder / "probe.so");
     std::filesystem::current_path(folder.parent_path());
     const std::string given = folder.filename().string().substr(3) + "/probe";
-    cu_SharedLibrary* library = nullptr;
-    EXPECT_EQ(cu_SharedLibrary_new(&library, given.c_str(), nullptr), 0U);
+    const Library library(given.c_str());
     const char* name = nullptr;
     EXPECT_EQ(cu_SharedLibrary_getName(library, &name), 0U);
-    EXPECT_EQ(name, given);
-    EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
+    EXPECT_STREQ(name, given.c_str());
     std::filesystem::remove_all(folder);
 }
 
@@ -89,11 +85,10 @@ TEST(SharedLibrary, whatCannotBeLoadedIsToldInTheLoadersWords)
 
 TEST(SharedLibrary, badArgumentsAreRefusedAndFailuresLeaveNothing)
 {
+    EXPECT_CLEAN_FAILURES(cu_SharedLibrary_new, cu_SharedLibrary_delete, ownPath().c_str());
+    const Library program("");
     cu_SharedLibrary* none = nullptr;
-    cu_SharedLibrary* library = nullptr;
-    const std::string path = ownPath();
-    EXPECT_CLEAN_FAILURES(cu_SharedLibrary_new, cu_SharedLibrary_delete, path.c_str());
-    ASSERT_EQ(cu_SharedLibrary_new(&library, "", nullptr), 0U);
+    cu_SharedLibrary* library = program;
     void* address = nullptr;
     EXPECT_EQ(cu_SharedLibrary_resolve(library, "cu_SharedLibrary_resolve", &address), 0U);
     EXPECT_EQ(address, reinterpret_cast<void*>(cu_SharedLibrary_resolve)) << "the empty name stands for the program";
@@ -101,20 +96,17 @@ TEST(SharedLibrary, badArgumentsAreRefusedAndFailuresLeaveNothing)
     EXPECT_NULLS_REFUSED(file, (std::tuple{&none, library, "m", &address, &name}), cu_SharedLibrary_new,
                          cu_SharedLibrary_resolve, cu_SharedLibrary_getName);
     EXPECT_NULLS_REFUSED(file, std::tuple{&library}, cu_SharedLibrary_delete);
-    EXPECT_EQ(cu_SharedLibrary_delete(&library), 0U);
 }
 
 TEST(SharedLibrary, fileNamesAreFormattedIntoAnExistingString)
 {
-    cu_String* string = nullptr;
-    ASSERT_EQ(cu_String_new(&string, nullptr), 0U);
-    EXPECT_NULLS_REFUSED(file, (std::tuple{string, "m"}), cu_SharedLibrary_createFileName);
+    const support::Made<cu_String_new, cu_String_delete> string;
+    EXPECT_NULLS_REFUSED(file, (std::tuple{string.get(), "m"}), cu_SharedLibrary_createFileName);
     EXPECT_EQ(cu_SharedLibrary_createFileName(string, "m"), 0U);
     EXPECT_STREQ(cu_String_get(string), "libm.so");
     EXPECT_EQ(cu_SharedLibrary_createFileName(string, std::string(1000, 'x').c_str()),
               static_cast<cu_ErrorCode>(cu_ERROR_COM_INVARIANT));
     EXPECT_NE(support::trace().find("cu_SharedLibrary_createFileName  -  "), std::string::npos);
-    EXPECT_EQ(cu_String_delete(&string), 0U);
 }
 
 } // namespace
