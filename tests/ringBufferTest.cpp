@@ -386,7 +386,7 @@ void carryStream(unsigned seed, Carry carry)
 
 int produce(const Ring& ring)
 {
-    carryStream(5, [&](uint64_t offset, uint32_t length) { return ring.put(&stream[offset % period], length); });
+    carryStream(5, [&](uint64_t offset, uint32_t length) { return ring.put(stream.data() + offset % period, length); });
     return testing::Test::HasFailure() ? 99 : 0;
 }
 
@@ -396,7 +396,7 @@ void expectStream(const Ring& ring)
     carryStream(6, [&](uint64_t offset, uint32_t length) {
         char record[longest];
         const bool got = ring.get(record, length);
-        if (got && memcmp(record, &stream[offset % period], length) != 0)
+        if (got && memcmp(record, stream.data() + offset % period, length) != 0)
             firstWrong = std::min(firstWrong, offset);
         return got;
     });
