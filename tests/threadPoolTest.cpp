@@ -237,6 +237,20 @@ TEST(ThreadPool, givesJobsThatNobodyHasBegunBack)
     }
 }
 
+TEST(ThreadPool, aWorkerThatIsToStopGivesWhatItGetsBack)
+{
+    for (int round = 0; round < 10; ++round) {
+        const Job job(returnAtOnce);
+        Pool pool(1U, 1U);
+        std::this_thread::sleep_for(1ms); // so that the worker waits for a job, most likely; either way holds
+        EXPECT_EQ(cu_Thread_stop(pool->workers, false), 0U);
+        insert(pool, job);
+        pool.end();
+        EXPECT_EQ(job.begun(), 0);
+        EXPECT_FALSE(job.isPending());
+    }
+}
+
 TEST(ThreadPool, refusedInsertionsLeaveTheCountAsItWas)
 {
     const Pool pool(1U, 1U);
