@@ -68,21 +68,13 @@ bool tell(Call call, Container* container, const Element& wanted)
     return told;
 }
 
-template <typename Call, typename Container>
-uint32_t sizeOf(Call getSize, const Container* container)
+/// What a call tells of a container or an iterator.
+template <typename Object, typename Value>
+Value told(cu_ErrorCode (*call)(const Object*, Value*), const Object* object)
 {
-    uint32_t size = ~0U;
-    EXPECT_EQ(getSize(container, &size), 0U);
-    return size;
-}
-
-/// Whether an iterator tells of another element.
-template <typename Call, typename Iterator>
-bool more(Call hasNext, const Iterator* iterator)
-{
-    bool told = false;
-    EXPECT_EQ(hasNext(iterator, &told), 0U);
-    return told;
+    Value value{};
+    EXPECT_EQ(call(object, &value), 0U);
+    return value;
 }
 
 /// At its end every element must have been destroyed.

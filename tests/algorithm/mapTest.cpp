@@ -92,7 +92,7 @@ TEST_F(Map, replacesKeyAndValue)
     Element* otherKey = make(1);
     insert(otherKey, make(11));
     EXPECT_EQ(valueOf(1), 11);
-    EXPECT_EQ(sizeOf(cu_Map_getSize, map_), 1U);
+    EXPECT_EQ(told(cu_Map_getSize, map_), 1U);
     EXPECT_FALSE(alive.contains(key));
     EXPECT_FALSE(alive.contains(value));
 
@@ -165,8 +165,8 @@ TEST_F(Map, isWalkedAndDestroyedInTheOrderOfItsBuckets)
     ASSERT_EQ(cu_Map_ConstIterator_new(&constIterator, map_), 0U);
     for (const auto& [id, keyAlone] :
          {std::pair{2, false}, {3, true}, {1, false}, {4, true}, {-1, true}, {-1, false}}) {
-        EXPECT_EQ(more(cu_Map_Iterator_hasNext, iterator), id != -1);
-        EXPECT_EQ(more(cu_Map_ConstIterator_hasNext, constIterator), id != -1);
+        EXPECT_EQ(told(cu_Map_Iterator_hasNext, iterator), id != -1);
+        EXPECT_EQ(told(cu_Map_ConstIterator_hasNext, constIterator), id != -1);
         void* key = &map_;
         void* value = &map_;
         const void* constKey = &map_;

@@ -33,8 +33,7 @@ protected:
 
     void expectContents(const std::deque<int>& expected)
     {
-        bool empty = expected.size() != 0;
-        EXPECT_EQ(cu_Queue_isEmpty(queue_, &empty), 0U);
+        const bool empty = told(cu_Queue_isEmpty, queue_);
         ASSERT_EQ(empty, expected.empty());
         ASSERT_EQ(idFrom(cu_Queue_peekHead, false), empty ? -1 : expected.front());
         ASSERT_EQ(idFrom(cu_Queue_peekTail, false), empty ? -1 : expected.back());

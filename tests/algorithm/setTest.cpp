@@ -51,9 +51,9 @@ protected:
         const void* element = nullptr;
         while (cu_Set_ConstIterator_next(iterator, &element) == 0 && element != nullptr)
             ids.push_back(idOf(element));
-        EXPECT_FALSE(more(cu_Set_ConstIterator_hasNext, iterator));
+        EXPECT_FALSE(told(cu_Set_ConstIterator_hasNext, iterator));
         EXPECT_EQ(cu_Set_ConstIterator_delete(&iterator), 0U);
-        EXPECT_EQ(sizeOf(cu_Set_getSize, set), ids.size());
+        EXPECT_EQ(told(cu_Set_getSize, set), ids.size());
         return ids;
     }
 
@@ -128,7 +128,7 @@ TEST_F(Set, isWalkedAndDestroyedInTheOrderOfItsBuckets)
     cu_Set_Iterator* iterator = nullptr;
     ASSERT_EQ(cu_Set_Iterator_new(&iterator, set_), 0U);
     for (const int expected : {6, 5, 2, 3, 1, 4, -1, -1}) {
-        EXPECT_EQ(more(cu_Set_Iterator_hasNext, iterator), expected != -1);
+        EXPECT_EQ(told(cu_Set_Iterator_hasNext, iterator), expected != -1);
         void* element = &iterator;
         EXPECT_EQ(cu_Set_Iterator_next(iterator, &element), 0U);
         EXPECT_EQ(idOf(element), expected);
