@@ -1,14 +1,21 @@
-#include "programs/command.h"
+#include "programs/background.h"
+
+#include <cUtil/logger/tcpLoggingAdapter.h>
+#include <cUtil/network/ipAddress.h>
 
 #include <gmock/gmock.h>
+
+#include <algorithm>
 
 namespace
 {
 
 using namespace support;
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::FieldsAre;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 TEST(CutilNet, ListsTheLoopbackInterface)
@@ -16,12 +23,74 @@ TEST(CutilNet, ListsTheLoopbackInterface)
     EXPECT_THAT(run(cutil + "net"), FieldsAre(0, ContainsRegex("lo +127\\.0\\.0\\.1 /8 +255\\.0\\.0\\.0\n")));
 }
 
+class CutilLog : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(cu_logger_TCPLoggingAdapter_new(&adapter, CU_IP_ADDRESS_LOCAL, port, nullptr), 0u);
+    }
+    void TearDown() override { EXPECT_TRUE(adapter == nullptr || cu_logger_Adapter_destruct(&adapter) == 0); }
+
+    /// Logs to a viewer, once it is there. It has seen what was logged before "end".
+    void log(const Background& viewer, std::initializer_list<std::pair<uint32_t, const char*>> lines)
+    {
+        EXPECT_TRUE(comesTrue([&] {
+            EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, 0, "begin"), 0u);
+            return viewer.output().find("begin") != std::string::npos;
+        }));
+        for (const auto& [level, text] : lines)
+            EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, level, text), 0u);
+        EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, 0, "end"), 0u);
+        EXPECT_TRUE(viewer.says("Error: end"));
+    }
+
+    const uint16_t port = freePort();
+    const std::string watch = cutil + "log watch 127.0.0.1 " + std::to_string(port) + ' ';
+    cu_logger_Adapter* adapter = nullptr;
+};
+
+TEST_F(CutilLog, PrintsWhatIsLoggedDownToALevelUntilItIsInterrupted)
+{
+    Background viewer(watch + "--level warning");
+    log(viewer, {{1, "first"}, {2, "second"}, {1, "\033[5mthird"}});
+    EXPECT_THAT(viewer.output(), AllOf(ContainsRegex("\n\\[[0-9. :]+\\] Warning: first\n"), Not(HasSubstr("second")),
+                                       HasSubstr("Warning: \033[5mthird\n")));
+    viewer.interrupt();
+    EXPECT_EQ(viewer.wait(), 0);
+}
+
+TEST_F(CutilLog, HasColoursOnATerminalWhichTheLogCannotSteer)
+{
+    Background viewer("env TERM=xterm script -qec '" + watch + "' /dev/null");
+    log(viewer, {{1, "warned"}, {3, "\033[5mdetail"}, {4, "beyond"}});
+    EXPECT_THAT(viewer.output(), AllOf(ContainsRegex("\033\\[33m[^\n]* Warning: warned\r\n\033\\[m"),
+                                       ContainsRegex("\033\\[2m[^\n]* Debug: \\.\\[5mdetail\r\n"),
+                                       Not(HasSubstr("\033[5m")), Not(HasSubstr("beyond"))));
+}
+
+TEST_F(CutilLog, TellsThatTheProcessHasEnded)
+{
+    Background viewer(watch);
+    log(viewer, {});
+    EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0u);
+    EXPECT_EQ(viewer.wait(), 1);
+    EXPECT_THAT(viewer.output(), HasSubstr("cutil: 127.0.0.1: the process has ended, or has another viewer\n"));
+}
+
 TEST(CutilNetwork, TellsHowItIsUsed)
 {
-    for (const std::string command : {"net"})
+    for (const std::string command : {"net", "log"})
         EXPECT_THAT(run(cutil + command + " --help"), FieldsAre(0, StartsWith("usage: cutil " + command)));
-    for (const std::string words : {"net x"})
+
+    std::istringstream wrong("net x|log|log watch a|log bogus 127.0.0.1 7|log watch 127.0.0.1 0"
+                             "|log watch 127.0.0.1 7 --level bogus");
+    for (std::string words; std::getline(wrong, words, '|');)
         EXPECT_THAT(run(cutil + words + " 2>&1"), FieldsAre(2, HasSubstr("--help"))) << words;
+
+    const std::string port = std::to_string(freePort());
+    for (const std::string& words : {"log watch 127.0.0.1 " + port, "log watch host.invalid " + port})
+        EXPECT_THAT(run(cutil + words + " 2>&1 </dev/null"), FieldsAre(1, StartsWith("cutil: "))) << words;
 }
 
 } // namespace

@@ -64,6 +64,7 @@ extern const Command convertCommand;
 extern const Command md5Command;
 extern const Command uuidCommand;
 extern const Command netCommand;
+extern const Command logCommand;
 
 /// Says on the standard error stream what failed. @return #failed
 [[nodiscard]] int fail(const char* format, ...) CU_PRINTF(1, 2);

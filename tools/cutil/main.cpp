@@ -17,7 +17,7 @@ using cutil::Command;
 
 constexpr const Command* commands[] = {
     &cutil::errorCommand,   &cutil::hexdumpCommand, &cutil::shmCommand,  &cutil::ringCommand, &cutil::clockCommand,
-    &cutil::convertCommand, &cutil::md5Command,     &cutil::uuidCommand, &cutil::netCommand,
+    &cutil::convertCommand, &cutil::md5Command,     &cutil::uuidCommand, &cutil::netCommand,  &cutil::logCommand,
 };
 
 void printUsage(FILE* stream)

@@ -1,5 +1,6 @@
 // cutil ring: bytes out of a ring buffer in shared memory, and into one.
 #include "cutil.h"
+#include "interrupt.h"
 #include "region.h"
 
 #include <cUtil/errorInfo.h>
@@ -9,7 +10,6 @@
 #include <bit>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -46,25 +46,6 @@ using Block = std::array<unsigned char, blockSize>;
 constexpr uint32_t smallestRing = 2; // of one byte: a byte always stays free
 constexpr uint32_t largestRing = 1U << 30;
 constexpr uint32_t permissions = CU_PERMISSION_OWNER_READ | CU_PERMISSION_OWNER_WRITE;
-
-volatile std::sig_atomic_t interrupted = 0;
-
-void onInterrupt(int)
-{
-    interrupted = 1;
-}
-
-// A process that is ended within a put or get could leave a lock held, so the first signal only asks. The second one
-// ends the process, for it may be waiting for a lock that another process left behind.
-void catchInterrupts()
-{
-    struct sigaction action {
-    };
-    action.sa_handler = onInterrupt;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        sigaction(signal, &action, nullptr);
-}
 
 void pauseForAPoll()
 {
@@ -174,9 +155,9 @@ int cat(const char* name, bool once)
     uint32_t there = 0;
     cu_ErrorCode code = cu_RingBuffer_getAvailable(ring, &there);
     uint32_t left = there; // of what is to be taken with --once
-    catchInterrupts();
+    catchInterrupts();     // ended within a get, the process could leave the lock held
     Block block;
-    while (code == 0 && interrupted == 0 && !(once && left == 0)) {
+    while (code == 0 && !isInterrupted() && !(once && left == 0)) {
         const uint32_t count = std::min({there, blockSize, once ? left : blockSize});
         bool taken = false;
         if (count != 0)
@@ -201,7 +182,7 @@ int cat(const char* name, bool once)
 /// Puts all, piece by piece as there is room, unless it is interrupted: then @p count tells how many are left.
 cu_ErrorCode putAll(cu_RingBuffer* ring, const unsigned char* bytes, uint32_t& count)
 {
-    while (count != 0 && interrupted == 0) {
+    while (count != 0 && !isInterrupted()) {
         uint32_t room = 0;
         cu_ErrorCode code = cu_RingBuffer_putAvailable(ring, &room);
         const uint32_t piece = std::min(room, count);
@@ -228,7 +209,7 @@ int put(const char* name, uint32_t size)
         return result;
     catchInterrupts();
     Block block;
-    while (interrupted == 0) {
+    while (!isInterrupted()) {
         const ssize_t got = read(STDIN_FILENO, block.data(), block.size());
         if (got == -1 && errno == EINTR)
             continue;

@@ -1,0 +1,71 @@
+// Programs that run beside a test.
+#pragma once
+
+#include "programs/command.h"
+#include "support/process.h"
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <fstream>
+#include <netinet/in.h>
+#include <sstream>
+#include <string>
+#include <sys/socket.h>
+
+namespace support
+{
+
+/// A program in the background; both its streams go to a file.
+class Background : Pinned
+{
+public:
+    explicit Background(const std::string& command)
+        : path_(testing::TempDir() + uniqueName("output") + '-' + std::to_string(++count_)), process_([&] {
+              const std::string line = "exec " + command + " >" + path_ + " 2>&1";
+              execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+              return 127;
+          })
+    {
+    }
+    ~Background() { remove(path_.c_str()); }
+
+    std::string output() const
+    {
+        std::ostringstream text;
+        text << std::ifstream(path_).rdbuf();
+        return text.str();
+    }
+    bool says(const std::string& text) const
+    {
+        return comesTrue([&] { return output().find(text) != std::string::npos; });
+    }
+    void interrupt(int signal = SIGINT) const { ::kill(process_.id(), signal); }
+    void kill() { process_.kill(); }
+    int wait(std::chrono::milliseconds limit = 60s) { return process_.wait(limit); }
+    std::string number() const { return std::to_string(process_.id()); }
+
+private:
+    static inline int count_ = 0;
+    std::string path_;
+    Process process_;
+};
+
+/// A TCP port that nobody uses, and neither the next one; below those that the system gives to connections.
+inline uint16_t freePort()
+{
+    const auto isFree = [](int port) {
+        const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        const bool bound = bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+        close(descriptor);
+        return bound;
+    };
+    int port = 20000 + getpid() % 5000 * 2;
+    while (!isFree(port) || !isFree(port + 1))
+        port += 2;
+    return static_cast<uint16_t>(port);
+}
+
+} // namespace support
