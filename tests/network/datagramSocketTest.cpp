@@ -20,35 +20,21 @@
 namespace
 {
 
-struct UDP {
-    using Type = cu_UDPSocket;
-    static constexpr int type = SOCK_DGRAM;
-    static constexpr int protocol = IPPROTO_UDP;
-    static constexpr char name[] = "cu_UDPSocket_";
-    static constexpr char file[] = "src/cUtil/network/udpSocket.linux";
-    static constexpr auto make = cu_UDPSocket_new;
-    static constexpr auto destroy = cu_UDPSocket_delete;
-    static constexpr auto setOption = cu_UDPSocket_setOption;
-    static constexpr auto getOption = cu_UDPSocket_getOption;
-    static constexpr auto receive = cu_UDPSocket_receive;
-    static constexpr auto send = cu_UDPSocket_send;
-    static constexpr auto getSelectable = cu_UDPSocket_getSelectable;
-};
-
-struct SCTP {
-    using Type = cu_SCTPSocket;
-    static constexpr int type = SOCK_SEQPACKET;
-    static constexpr int protocol = IPPROTO_SCTP;
-    static constexpr char name[] = "cu_SCTPSocket_";
-    static constexpr char file[] = "src/cUtil/network/sctpSocket.linux";
-    static constexpr auto make = cu_SCTPSocket_new;
-    static constexpr auto destroy = cu_SCTPSocket_delete;
-    static constexpr auto setOption = cu_SCTPSocket_setOption;
-    static constexpr auto getOption = cu_SCTPSocket_getOption;
-    static constexpr auto receive = cu_SCTPSocket_receive;
-    static constexpr auto send = cu_SCTPSocket_send;
-    static constexpr auto getSelectable = cu_SCTPSocket_getSelectable;
-};
+#define PROTOCOL(Name, socketType, number, source)                                                                     \
+    struct Name {                                                                                                      \
+        using Type = cu_##Name##Socket;                                                                                \
+        static constexpr int type = socketType;                                                                        \
+        static constexpr int protocol = number;                                                                        \
+        static constexpr char name[] = "cu_" #Name "Socket_";                                                          \
+        static constexpr char file[] = "src/cUtil/network/" source;                                                    \
+        static constexpr auto make = cu_##Name##Socket_new;                                                            \
+        static constexpr auto destroy = cu_##Name##Socket_delete;                                                      \
+        static constexpr auto receive = cu_##Name##Socket_receive;                                                     \
+        static constexpr auto send = cu_##Name##Socket_send;                                                           \
+        static constexpr auto getSelectable = cu_##Name##Socket_getSelectable;                                         \
+    };
+PROTOCOL(UDP, SOCK_DGRAM, IPPROTO_UDP, "udpSocket.linux")
+PROTOCOL(SCTP, SOCK_SEQPACKET, IPPROTO_SCTP, "sctpSocket.linux")
 
 template <typename Protocol>
 class DatagramSocket : public testing::Test
