@@ -49,6 +49,14 @@ T kernelOption(int descriptor, int level, int name)
     return value;
 }
 
+Place peerOf(const cu_TCPSocket* socket)
+{
+    Place peer;
+    EXPECT_EQ(cu_TCPSocket_getAddress(socket, &peer.address), 0U);
+    EXPECT_EQ(cu_TCPSocket_getPort(socket, &peer.port), 0U);
+    return peer;
+}
+
 // A server whose queue is full, so that the system drops what else asks to be connected.
 struct FullServer : Server {
     FullServer() : Server(0)
@@ -79,14 +87,8 @@ TEST(TCPSocket, connectsAndMovesBytesBothWays)
     EXPECT_EQ(cu_TCPSocket_receive(client, got, 6), 0U);
     EXPECT_EQ(std::string(got, 6), "client");
 
-    Place peer;
-    EXPECT_EQ(cu_TCPSocket_getAddress(accepted, &peer.address), 0U);
-    EXPECT_EQ(cu_TCPSocket_getPort(accepted, &peer.port), 0U);
-    EXPECT_EQ(peer, placeOf(cu_TCPSocket_getSelectable(client)));
-    EXPECT_EQ(cu_TCPSocket_getAddress(client, &peer.address), 0U);
-    EXPECT_EQ(cu_TCPSocket_getPort(client, &peer.port), 0U);
-    EXPECT_EQ(peer, (Place{CU_IP_ADDRESS_LOCAL, server.port}));
-
+    EXPECT_EQ(peerOf(accepted), placeOf(cu_TCPSocket_getSelectable(client)));
+    EXPECT_EQ(peerOf(client), (Place{CU_IP_ADDRESS_LOCAL, server.port}));
     for (const int descriptor :
          {descriptorOf(client), descriptorOf(accepted), cu_TCPServerSocket_getSelectable(server.socket)->handle})
         EXPECT_TRUE(isClosedOnExec(descriptor));
@@ -265,31 +267,26 @@ TEST(TCPSocket, aPeekTakesNothingAndOneThatIsTooLongBeginsAnew)
 TEST(TCPSocket, aPeerThatIsGoneIsToldByEachTransferInItsOwnWay)
 {
     Pair pair;
+    Pair reset;
     char byte = 'x';
-    EXPECT_EQ(cu_TCPSocket_send(pair.first, &byte, 1, false), 0U);
     EXPECT_EQ(cu_TCPSocket_shutdown(pair.first, CU_SHUTDOWN_WRITE), 0U);
-    EXPECT_EQ(cu_TCPSocket_receive(pair.second, &byte, 1), 0U);
     EXPECT_FAILURE(cu_TCPSocket_receive(pair.second, &byte, 1), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED,
                    "cu_TCPSocket_receive", file, "");
     EXPECT_FAILURE(cu_TCPSocket_peek(pair.second, &byte, 1), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED, "cu_TCPSocket_peek",
                    file, "");
     EXPECT_EQ(cu_TCPSocket_send(pair.second, &byte, 1, false), 0U) << "the other direction stands";
     EXPECT_EQ(cu_TCPSocket_receive(pair.first, &byte, 1), 0U);
-}
 
-TEST(TCPSocket, aConnectionThatIsResetRaisesNoSignal)
-{
-    Pair pair;
-    char byte = 'x';
+    // A reset raises no signal.
     const linger atOnce = {1, 0};
-    setsockopt(descriptorOf(pair.first), SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
-    ASSERT_EQ(cu_TCPSocket_delete(&pair.first), 0U);
-    EXPECT_SYSTEM_FAILURE(cu_TCPSocket_receive(pair.second, &byte, 1), cu_ERROR_SOCKET_RECEIVE_FAILED, ECONNRESET,
+    setsockopt(descriptorOf(reset.first), SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
+    ASSERT_EQ(cu_TCPSocket_delete(&reset.first), 0U);
+    EXPECT_SYSTEM_FAILURE(cu_TCPSocket_receive(reset.second, &byte, 1), cu_ERROR_SOCKET_RECEIVE_FAILED, ECONNRESET,
                           "cu_TCPSocket_receive", file,
                           "errno[" + std::to_string(ECONNRESET) + "]='" + strerror(ECONNRESET) + "'");
     for (int time = 0; time < 2; ++time)
-        EXPECT_FAILURE(cu_TCPSocket_send(pair.second, &byte, 1, false), cu_ERROR_SOCKET_IO_TIMEOUT, "cu_TCPSocket_send",
-                       file, "");
+        EXPECT_FAILURE(cu_TCPSocket_send(reset.second, &byte, 1, false), cu_ERROR_SOCKET_IO_TIMEOUT,
+                       "cu_TCPSocket_send", file, "");
 }
 
 enum class Kind { flag, size, time };
@@ -364,8 +361,9 @@ TEST(TCPSocket, anOptionThatFailsIsDescribed)
         expectSetFails(option.type, "setsockopt", 1, EDOM,
                        "Failed to set " + option.set + " to '" + value + "'" + parts + "." + cause(EDOM));
         expectGetFails(option.type, "getsockopt", EDOM, "Failed to read " + option.get + "!" + cause(EDOM));
-        if (option.kind != Kind::flag)
+        if (option.kind != Kind::flag) {
             EXPECT_REFUSED(cu_TCPSocket_setOption(pair.first, option.type, -1), "cu_TCPSocket_setOption", file);
+        }
     }
     char flags[64];
     snprintf(flags, sizeof(flags), "Failed to set file descriptor flags to 0x%X.",
@@ -404,15 +402,9 @@ TEST(TCPSocket, thePairIsConnectedWithItselfAndReadyForUse)
     const Pair pair;
     cu_TCPSocket* const ends[] = {pair.first, pair.second};
     for (int end = 0; end < 2; ++end) {
-        Place peer;
-        int32_t value = -1;
-        EXPECT_EQ(cu_TCPSocket_getAddress(ends[end], &peer.address), 0U);
-        EXPECT_EQ(cu_TCPSocket_getPort(ends[end], &peer.port), 0U);
-        EXPECT_EQ(peer, placeOf(cu_TCPSocket_getSelectable(ends[1 - end])));
-        EXPECT_EQ(cu_TCPSocket_getOption(ends[end], cu_SOCKET_OPT_NON_BLOCKING, &value), 0U);
-        EXPECT_EQ(value, 0);
-        EXPECT_EQ(cu_TCPSocket_getOption(ends[end], cu_SOCKET_OPT_NO_DELAY, &value), 0U);
-        EXPECT_EQ(value, 1);
+        EXPECT_EQ(peerOf(ends[end]), placeOf(cu_TCPSocket_getSelectable(ends[1 - end])));
+        EXPECT_EQ(kernelOption<int>(descriptorOf(ends[end]), IPPROTO_TCP, TCP_NODELAY), 1);
+        EXPECT_EQ(fcntl(descriptorOf(ends[end]), F_GETFL) & O_NONBLOCK, 0);
         EXPECT_TRUE(isClosedOnExec(descriptorOf(ends[end])));
         char byte = 'x';
         EXPECT_EQ(cu_TCPSocket_send(ends[end], &byte, 1, false), 0U);
@@ -490,33 +482,31 @@ TEST(TCPServerSocket, aTimedAcceptWithoutAClientGivesNone)
 TEST(TCPServerSocket, anAcceptSurvivesSignalsAndLeavesNothingBehindWhenItFails)
 {
     support::WatchfulAllocator allocator;
-    {
-        const Server server(16, allocator.get());
-        TCPSocket client;
-        TCPSocket accepted;
-        const auto accept = [&] { return cu_TCPServerSocket_accept(server.socket, &accepted); };
-        ASSERT_EQ(cu_TCPSocket_new(&client, CU_IP_ADDRESS_LOCAL, server.port, 0, nullptr), 0U);
-        const unsigned descriptors = support::openDescriptors();
-        support::expectSystemFailures(
-            serverFile, {{"accept4", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, "cu_TCPServerSocket_accept", "", accept}});
-        allocator.refuse(1);
-        EXPECT_EQ(accept(), cu_ERROR_COM_MALLOC_FAILED);
-        EXPECT_NE(support::trace().find("cu_TCPSocket_fromAccept"), std::string::npos);
-        EXPECT_NE(support::trace().find("cu_TCPServerSocket_accept"), std::string::npos);
-        EXPECT_EQ(support::openDescriptors(), descriptors);
-        char byte = 0;
-        EXPECT_EQ(cu_TCPSocket_receive(client, &byte, 1), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED);
+    const Server server(16, allocator.get());
+    TCPSocket client;
+    TCPSocket accepted;
+    const auto accept = [&] { return cu_TCPServerSocket_accept(server.socket, &accepted); };
+    ASSERT_EQ(cu_TCPSocket_new(&client, CU_IP_ADDRESS_LOCAL, server.port, 0, nullptr), 0U);
+    const unsigned descriptors = support::openDescriptors();
+    support::expectSystemFailures(
+        serverFile, {{"accept4", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, "cu_TCPServerSocket_accept", "", accept}});
+    allocator.refuse(1);
+    EXPECT_EQ(accept(), cu_ERROR_COM_MALLOC_FAILED);
+    EXPECT_NE(support::trace().find("cu_TCPSocket_fromAccept"), std::string::npos);
+    EXPECT_NE(support::trace().find("cu_TCPServerSocket_accept"), std::string::npos);
+    EXPECT_EQ(support::openDescriptors(), descriptors);
+    char byte = 0;
+    EXPECT_EQ(cu_TCPSocket_receive(client, &byte, 1), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED);
 
-        TCPSocket another;
-        const support::SignalStorm storm;
-        std::thread later([&] {
-            std::this_thread::sleep_for(20ms);
-            EXPECT_EQ(cu_TCPSocket_new(&another, CU_IP_ADDRESS_LOCAL, server.port, 0, nullptr), 0U);
-        });
-        EXPECT_EQ(accept(), 0U);
-        later.join();
-        EXPECT_EQ(allocator.live(), 2U) << "an accepted socket's memory is not from the server's allocator";
-    }
+    TCPSocket another;
+    const support::SignalStorm storm;
+    std::thread later([&] {
+        std::this_thread::sleep_for(20ms);
+        EXPECT_EQ(cu_TCPSocket_new(&another, CU_IP_ADDRESS_LOCAL, server.port, 0, nullptr), 0U);
+    });
+    EXPECT_EQ(accept(), 0U);
+    later.join();
+    EXPECT_EQ(allocator.live(), 2U) << "an accepted socket's memory is not from the server's allocator";
 }
 
 TEST(TCPSocket, refusesNulls)

@@ -1,6 +1,6 @@
 /** @file
  *  Many selectables watched at once: each is registered with a callback, and a poll calls back for those that are
- * ready.
+ *  ready.
  *
  *  Threads: one thread owns a poller; the callbacks run in it, within cu_Poller_poll(). They may add and remove
  *  selectables, their own included. They must not delete the poller.

@@ -1,6 +1,6 @@
 /** @file
  *  SCTP over IPv4, one socket for the associations with many others: whom it sends to it associates itself with.
- * Addresses and ports are in host byte order. Needs a kernel that has SCTP.
+ *  Addresses and ports are in host byte order. Needs a kernel that has SCTP.
  *
  *  Threads: a socket is used by one thread at a time, except that one may receive while another sends.
  */
@@ -33,8 +33,8 @@ CU_EXPORT cu_ErrorCode cu_SCTPSocket_new(cu_SCTPSocket** socket, uint32_t addres
  * Closes a socket.
  *
  * @param socket  the socket; becomes null
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the socket stays; what the allocator
- * fails with
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the socket stays; what the
+ *         allocator fails with
  */
 CU_EXPORT cu_ErrorCode cu_SCTPSocket_delete(cu_SCTPSocket** socket);
 

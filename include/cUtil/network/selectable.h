@@ -33,7 +33,14 @@ CU_EXPORT int32_t cu_Selectable_getHandle(const cu_Selectable* selectable);
  */
 CU_EXPORT cu_ErrorCode cu_Selectable_waitReadReady(const cu_Selectable* selectable, uint32_t timeoutUs, bool* ready);
 
-/** Waits until something can be written, otherwise as cu_Selectable_waitReadReady(). */
+/**
+ * Waits until something can be written, or the other side has hung up, or there is an error to fetch.
+ *
+ * @param selectable  whom to wait for
+ * @param timeoutUs   how long at most, in microseconds; 0: without limit
+ * @param ready       receives whether it came; false: the time is up
+ * @return as cu_Selectable_waitReadReady()
+ */
 CU_EXPORT cu_ErrorCode cu_Selectable_waitWriteReady(const cu_Selectable* selectable, uint32_t timeoutUs, bool* ready);
 
 /**
@@ -49,7 +56,15 @@ CU_EXPORT cu_ErrorCode cu_Selectable_waitWriteReady(const cu_Selectable* selecta
 CU_EXPORT cu_ErrorCode cu_Selectable_waitReadReadyMultiple(const cu_Selectable* const* selectables, uint32_t count,
                                                            uint32_t timeoutUs, int32_t* index);
 
-/** Waits until something can be written to one of several, otherwise as cu_Selectable_waitReadReadyMultiple(). */
+/**
+ * Waits until something can be written to one of several.
+ *
+ * @param selectables  whom to wait for
+ * @param count        how many there are, not 0
+ * @param timeoutUs    how long at most, in microseconds; 0: without limit
+ * @param index        receives the place of the first that is ready, in the order of the array; -1: the time is up
+ * @return as cu_Selectable_waitReadReadyMultiple()
+ */
 CU_EXPORT cu_ErrorCode cu_Selectable_waitWriteReadyMultiple(const cu_Selectable* const* selectables, uint32_t count,
                                                             uint32_t timeoutUs, int32_t* index);
 

@@ -1,7 +1,8 @@
 /** @file
  *  The listening side of TCP over IPv4. Addresses and ports are in host byte order.
  *
- *  Threads: several threads may accept from one server at once.
+ *  Threads: a server is used by one thread at a time. Several may accept at once, but a timed accept then takes longer
+ *  when another one takes the connection that it saw.
  */
 #ifndef CUTIL_NETWORK_TCPSERVERSOCKET_H
 #define CUTIL_NETWORK_TCPSERVERSOCKET_H
@@ -35,8 +36,8 @@ CU_EXPORT cu_ErrorCode cu_TCPServerSocket_new(cu_TCPServerSocket** server, uint1
  * Stops listening.
  *
  * @param server  the server; becomes null
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the server stays; what the allocator
- * fails with
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the server stays; what the
+ *         allocator fails with
  */
 CU_EXPORT cu_ErrorCode cu_TCPServerSocket_delete(cu_TCPServerSocket** server);
 

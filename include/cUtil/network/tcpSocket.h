@@ -73,8 +73,8 @@ CU_EXPORT cu_ErrorCode cu_TCPSocket_createPipe(cu_TCPSocket** first, cu_TCPSocke
  * Closes a socket.
  *
  * @param socket  the socket; becomes null
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the socket stays; what the allocator
- * fails with
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the socket stays; what the
+ *         allocator fails with
  */
 CU_EXPORT cu_ErrorCode cu_TCPSocket_delete(cu_TCPSocket** socket);
 
@@ -130,9 +130,13 @@ CU_EXPORT cu_ErrorCode cu_TCPSocket_getOption(const cu_TCPSocket* socket, uint32
 CU_EXPORT cu_ErrorCode cu_TCPSocket_receive(cu_TCPSocket* socket, void* buffer, uint32_t length);
 
 /**
- * Looks at what comes next without taking it, otherwise as cu_TCPSocket_receive(), except that
- * cu_ERROR_SOCKET_WOULD_BLOCK stands for cu_ERROR_SOCKET_IO_TIMEOUT. Only for a few bytes that arrive at once: while
- * not all of them are there, a further look begins anew, behind those that it has seen.
+ * Looks at what comes next without taking it. Only for a few bytes that arrive at once: while not all of them are
+ * there, a further look begins anew, behind those that it has seen.
+ *
+ * @param socket  the socket
+ * @param buffer  receives the bytes
+ * @param length  how many, not 0
+ * @return as cu_TCPSocket_receive(), except that cu_ERROR_SOCKET_WOULD_BLOCK stands for cu_ERROR_SOCKET_IO_TIMEOUT
  */
 CU_EXPORT cu_ErrorCode cu_TCPSocket_peek(cu_TCPSocket* socket, void* buffer, uint32_t length);
 

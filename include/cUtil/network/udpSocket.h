@@ -37,8 +37,8 @@ CU_EXPORT cu_ErrorCode cu_UDPSocket_new(cu_UDPSocket** socket, uint32_t address,
  * Closes a socket.
  *
  * @param socket  the socket; becomes null
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the socket stays; what the allocator
- * fails with
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_CLOSE_FAILED, and the socket stays; what the
+ *         allocator fails with
  */
 CU_EXPORT cu_ErrorCode cu_UDPSocket_delete(cu_UDPSocket** socket);
 
