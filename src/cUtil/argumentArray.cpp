@@ -17,18 +17,6 @@ cu_ErrorCode resize(cu_ArgumentArray* me, uint32_t slots)
     return internal::resizeArray(me->allocator, &me->argv, slots);
 }
 
-// From the last one on, so that what is left after a failure is an array.
-cu_ErrorCode releaseWords(cu_ArgumentArray* me)
-{
-    while (me->count != 0) {
-        void* word = me->argv[me->count - 1];
-        if (const cu_ErrorCode code = cu_allocator_free(me->allocator, &word); code != 0)
-            return code;
-        me->argv[--me->count] = nullptr;
-    }
-    return 0;
-}
-
 } // namespace
 
 cu_ErrorCode cu_ArgumentArray_new(cu_ArgumentArray** array, cu_allocator* allocator)
@@ -91,7 +79,7 @@ cu_ErrorCode cu_ArgumentArray_get(const cu_ArgumentArray* array, char*** argv, u
 cu_ErrorCode cu_ArgumentArray_clear(cu_ArgumentArray* array)
 {
     CU_REQUIRE(array != nullptr);
-    CU_TRY(releaseWords(array));
+    CU_TRY(internal::freeTexts(array->argv, &array->count, array->allocator));
     CU_TRY(resize(array, 1));
     return 0;
 }
@@ -100,7 +88,7 @@ cu_ErrorCode cu_ArgumentArray_delete(cu_ArgumentArray** array)
 {
     CU_REQUIRE(array != nullptr);
     CU_REQUIRE(*array != nullptr);
-    CU_TRY(releaseWords(*array));
+    CU_TRY(internal::freeTexts((*array)->argv, &(*array)->count, (*array)->allocator));
     if ((*array)->argv != nullptr) {
         void* argv = (*array)->argv;
         CU_TRY(cu_allocator_free((*array)->allocator, &argv));

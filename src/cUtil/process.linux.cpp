@@ -164,18 +164,6 @@ void forgetChild(cu_Process* me)
     me->running = 0;
 }
 
-// From the last one on, so that what is left after a failure is a program that can be ended.
-cu_ErrorCode freeArguments(cu_Process* me)
-{
-    while (me->count != 0) {
-        void* argument = me->arguments[me->count - 1];
-        if (const cu_ErrorCode code = cu_allocator_free(me->allocator, &argument); code != 0)
-            return code;
-        me->arguments[--me->count] = nullptr;
-    }
-    return 0;
-}
-
 } // namespace
 
 cu_ErrorCode cu_Process_new(cu_Process** process, const char* path, cu_allocator* allocator)
@@ -277,7 +265,7 @@ cu_ErrorCode cu_Process_delete(cu_Process** process)
             return CU_REPORT(cu_ERROR_COM_INVARIANT, error, "waitpid failed!");
         forgetChild(me);
     }
-    CU_TRY(freeArguments(me));
+    CU_TRY(internal::freeTexts(me->arguments, &me->count, me->allocator));
     if (me->path != nullptr) {
         void* path = me->path;
         CU_TRY(cu_allocator_free(me->allocator, &path));

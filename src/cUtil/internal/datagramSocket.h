@@ -42,9 +42,13 @@ cu_ErrorCode deleteDatagramSocket(T** handle, Place here)
     return 0;
 }
 
+/// The whole of the exported function whose place it is given.
 inline cu_ErrorCode receiveDatagram(const DatagramSocket* me, uint32_t* fromAddress, uint16_t* fromPort, void* buffer,
                                     uint32_t capacity, uint32_t* received, Place here)
 {
+    if (me == nullptr || fromAddress == nullptr || fromPort == nullptr || buffer == nullptr || capacity == 0 ||
+        received == nullptr)
+        return reportInvalidArgument(here);
     sockaddr_in from = {};
     ssize_t got = -1;
     do {
@@ -59,9 +63,12 @@ inline cu_ErrorCode receiveDatagram(const DatagramSocket* me, uint32_t* fromAddr
     return 0;
 }
 
+/// The whole of the exported function whose place it is given.
 inline cu_ErrorCode sendDatagram(const DatagramSocket* me, uint32_t address, uint16_t port, const void* buffer,
                                  uint32_t length, Place here)
 {
+    if (me == nullptr || buffer == nullptr)
+        return reportInvalidArgument(here);
     sockaddr_in to = socketAddress(address, port);
     ssize_t sent = -1;
     do

@@ -103,6 +103,18 @@ cu_ErrorCode freeArray(cu_allocator* allocator, T** array)
     return code;
 }
 
+/// Gives texts back to their allocator, from the last one on, so that after a failure what is left can be ended again.
+inline cu_ErrorCode freeTexts(char** texts, uint32_t* count, cu_allocator* allocator)
+{
+    while (*count != 0) {
+        void* text = texts[*count - 1];
+        if (const cu_ErrorCode code = cu_allocator_free(allocator, &text); code != 0)
+            return code;
+        texts[--*count] = nullptr;
+    }
+    return 0;
+}
+
 /// Gives an object back to its allocator and resets the handle; the object is gone even while the handle is reset.
 template <typename T>
 cu_ErrorCode freeObject(T** handle)

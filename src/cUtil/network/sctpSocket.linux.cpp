@@ -43,20 +43,12 @@ cu_ErrorCode cu_SCTPSocket_getOption(const cu_SCTPSocket* socket, uint32_t type,
 cu_ErrorCode cu_SCTPSocket_receive(cu_SCTPSocket* socket, uint32_t* fromAddress, uint16_t* fromPort, void* buffer,
                                    uint32_t capacity, uint32_t* received)
 {
-    CU_REQUIRE(socket != nullptr);
-    CU_REQUIRE(fromAddress != nullptr);
-    CU_REQUIRE(fromPort != nullptr);
-    CU_REQUIRE(buffer != nullptr);
-    CU_REQUIRE(capacity != 0);
-    CU_REQUIRE(received != nullptr);
     return internal::receiveDatagram(socket, fromAddress, fromPort, buffer, capacity, received, CU_HERE);
 }
 
 cu_ErrorCode cu_SCTPSocket_send(cu_SCTPSocket* socket, uint32_t address, uint16_t port, const void* buffer,
                                 uint32_t length)
 {
-    CU_REQUIRE(socket != nullptr);
-    CU_REQUIRE(buffer != nullptr);
     return internal::sendDatagram(socket, address, port, buffer, length, CU_HERE);
 }
 

@@ -47,20 +47,12 @@ cu_ErrorCode cu_UDPSocket_getOption(const cu_UDPSocket* socket, uint32_t type, i
 cu_ErrorCode cu_UDPSocket_receive(cu_UDPSocket* socket, uint32_t* fromAddress, uint16_t* fromPort, void* buffer,
                                   uint32_t capacity, uint32_t* received)
 {
-    CU_REQUIRE(socket != nullptr);
-    CU_REQUIRE(fromAddress != nullptr);
-    CU_REQUIRE(fromPort != nullptr);
-    CU_REQUIRE(buffer != nullptr);
-    CU_REQUIRE(capacity != 0);
-    CU_REQUIRE(received != nullptr);
     return internal::receiveDatagram(socket, fromAddress, fromPort, buffer, capacity, received, CU_HERE);
 }
 
 cu_ErrorCode cu_UDPSocket_send(cu_UDPSocket* socket, uint32_t address, uint16_t port, const void* buffer,
                                uint32_t length)
 {
-    CU_REQUIRE(socket != nullptr);
-    CU_REQUIRE(buffer != nullptr);
     return internal::sendDatagram(socket, address, port, buffer, length, CU_HERE);
 }
 
