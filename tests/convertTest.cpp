@@ -277,8 +277,8 @@ std::string decimalText(std::mt19937_64& random)
     const std::string sign = below(2) == 0 ? "-" : "";
     const int form = below(5);
     if (form < 2) {
-        return sign + std::to_string(random()).substr(0, random() % 20) + '.' + std::to_string(random()) + 'e' +
-               std::to_string(form == 0 ? below(700) - 360 : below(60) - 40);
+        return sign + std::to_string(random()).substr(0, static_cast<std::size_t>(below(20))) + '.' +
+               std::to_string(random()) + 'e' + std::to_string(form == 0 ? below(700) - 360 : below(60) - 40);
     }
     const uint64_t bits = random() % (below(8) == 0 ? 1ULL << 52 : 0x7FEULL << 52);
     const double value = form == 2 ? std::ldexp(1.0 + below(1000), below(100) - 50) : std::bit_cast<double>(bits);
