@@ -155,25 +155,26 @@ TEST_F(ConditionVariable, aCancelledWaiterLeavesToo)
 
 TEST_F(ConditionVariable, failuresHaveNoTextAndKeepTheObject)
 {
+    bool signalled = false;
+    const auto fails = [&](const char* systemCall, cu_ErrorCode code, const char* function, const auto& call) {
+        signalled = false;
+        support::expectSystemFailures(file, {{systemCall, EAGAIN, code, function, "", call}});
+    };
     const auto wait = [&] { return cu_ConditionVariable_wait(condition); };
     const auto timedWait = [&] {
         const cu_TimeValue later = support::fromNow(60'000, CLOCK_MONOTONIC);
-        bool signalled = false;
-        const cu_ErrorCode code = cu_ConditionVariable_timedWait(condition, &later, &signalled);
-        EXPECT_TRUE(signalled);
-        return code;
+        return cu_ConditionVariable_timedWait(condition, &later, &signalled);
     };
-    const char* const waitName = "cu_ConditionVariable_wait";
-    const char* const timedName = "cu_ConditionVariable_timedWait";
-    support::expectSystemFailures(
-        file, {{"pthread_mutex_lock", EAGAIN, cu_ERROR_CONDWAIT_WAIT_FAILED, waitName, "", wait},
-               {"pthread_cond_wait", EAGAIN, cu_ERROR_CONDWAIT_WAIT_FAILED, waitName, "", wait},
-               {"pthread_mutex_lock", EAGAIN, cu_ERROR_CONDWAIT_WAIT_FAILED, timedName, "", timedWait},
-               {"pthread_cond_timedwait", EAGAIN, cu_ERROR_CONDWAIT_WAIT_FAILED, timedName, "", timedWait},
-               {"pthread_cond_signal", EINVAL, cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_signal", "",
-                [&] { return cu_ConditionVariable_signal(condition); }},
-               {"pthread_cond_broadcast", EINVAL, cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_broadcast", "",
-                [&] { return cu_ConditionVariable_delete(condition.handle()); }}});
+    for (const char* call : {"pthread_mutex_lock", "pthread_cond_wait"})
+        fails(call, cu_ERROR_CONDWAIT_WAIT_FAILED, "cu_ConditionVariable_wait", wait);
+    for (const char* call : {"pthread_mutex_lock", "pthread_cond_timedwait"}) {
+        fails(call, cu_ERROR_CONDWAIT_WAIT_FAILED, "cu_ConditionVariable_timedWait", timedWait);
+        EXPECT_TRUE(signalled);
+    }
+    fails("pthread_cond_signal", cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_signal",
+          [&] { return cu_ConditionVariable_signal(condition); });
+    fails("pthread_cond_broadcast", cu_ERROR_CONDWAIT_SIGNAL_FAILED, "cu_ConditionVariable_broadcast",
+          [&] { return cu_ConditionVariable_delete(condition.handle()); });
     EXPECT_EQ(support::trace().find("cu_ConditionVariable_delete  -  "), 0U);
     timeOut(); // every failed wait has given the mutex back
     const support::Injection injection("pthread_mutex_destroy", EBUSY);

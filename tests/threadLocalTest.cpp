@@ -14,20 +14,22 @@ namespace
 
 constexpr char file[] = "src/cUtil/threadLocal";
 
-std::atomic<unsigned> created;
-std::atomic<unsigned> destroyed;
-
 /// Values know the thread that made them.
+struct Log {
+    std::atomic<unsigned> created = 0;
+    std::atomic<unsigned> destroyed = 0;
+} logOfValues;
+
 cu_ErrorCode create(void** value, void* userData)
 {
-    ++*static_cast<std::atomic<unsigned>*>(userData);
+    ++static_cast<Log*>(userData)->created;
     *value = new pthread_t(pthread_self());
     return 0;
 }
 
 void destroy(void* value)
 {
-    ++destroyed;
+    ++logOfValues.destroyed;
     EXPECT_EQ(*static_cast<pthread_t*>(value), pthread_self());
     delete static_cast<pthread_t*>(value);
 }
@@ -35,11 +37,11 @@ void destroy(void* value)
 using Slot = support::Made<cu_ThreadLocal_new, cu_ThreadLocal_delete>;
 
 struct ThreadLocal : testing::Test {
-    ThreadLocal() { created = destroyed = 0; }
+    ThreadLocal() { logOfValues.created = logOfValues.destroyed = 0; }
     ~ThreadLocal() override
     {
         EXPECT_EQ(cu_ThreadLocal_clearSpecific(making), 0U);
-        EXPECT_EQ(destroyed, created);
+        EXPECT_EQ(logOfValues.destroyed, logOfValues.created);
     }
 
     static void* valueOf(cu_ThreadLocal* slot)
@@ -49,7 +51,7 @@ struct ThreadLocal : testing::Test {
         return value;
     }
 
-    Slot making{static_cast<void*>(&created), create, destroy};
+    Slot making{static_cast<void*>(&logOfValues), create, destroy};
     Slot plain{nullptr, nullptr, nullptr};
 };
 
@@ -81,20 +83,20 @@ TEST_F(ThreadLocal, eachThreadHasItsOwnValueAndReleasesItAtItsEnd)
 {
     const void* here = valueOf(making);
     EXPECT_EQ(valueOf(making), here);
-    EXPECT_EQ(created, 1U);
+    EXPECT_EQ(logOfValues.created, 1U);
     std::thread([&] {
         const void* there = valueOf(making);
         EXPECT_EQ(*static_cast<const pthread_t*>(there), pthread_self());
         EXPECT_EQ(valueOf(making), there);
     }).join();
-    EXPECT_EQ(created, 2U);
-    EXPECT_EQ(destroyed, 1U);
+    EXPECT_EQ(logOfValues.created, 2U);
+    EXPECT_EQ(logOfValues.destroyed, 1U);
     for (int clear = 0; clear < 2; ++clear) {
         EXPECT_EQ(cu_ThreadLocal_clearSpecific(making), 0U);
-        EXPECT_EQ(destroyed, 2U);
+        EXPECT_EQ(logOfValues.destroyed, 2U);
     }
     valueOf(making);
-    EXPECT_EQ(created, 3U);
+    EXPECT_EQ(logOfValues.created, 3U);
 }
 
 TEST_F(ThreadLocal, aSlotIsNeverOverwritten)
@@ -121,14 +123,14 @@ TEST_F(ThreadLocal, failuresAreToldAndReleaseWhatWasMade)
                {"pthread_key_delete", EINVAL, cu_ERROR_TLS_FREE_FAILED, "cu_ThreadLocal_delete", "",
                 [&] { return cu_ThreadLocal_delete(plain.handle()); }}});
     EXPECT_EQ(value, nullptr);
-    EXPECT_EQ(destroyed, 1U);
+    EXPECT_EQ(logOfValues.destroyed, 1U);
 
     constexpr cu_ErrorCode own = 0x05000007;
     const Slot failing(
         nullptr, [](void**, void*) { return own; }, destroy);
     EXPECT_EQ(cu_ThreadLocal_getSpecific(failing, &(value = &value)), own);
     EXPECT_EQ(value, nullptr);
-    EXPECT_EQ(destroyed, 1U);
+    EXPECT_EQ(logOfValues.destroyed, 1U);
 }
 
 /// What a create function fills its own slot with and what it makes; it fills another slot, too.

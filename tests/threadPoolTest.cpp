@@ -221,19 +221,19 @@ TEST(ThreadPool, endsWhileTheControllerWaitsForAWorkerAndAllAreBusy)
 // Some of the jobs are taken, some run and some wait when the end comes.
 TEST(ThreadPool, givesJobsThatNobodyHasBegunBack)
 {
-    for (int round = 0; round < support::scaled(40); ++round) {
+    for (int round = 0; round < support::scaled(20); ++round) {
         const Job busy(runUntilStopped);
         const Job queued(returnAtOnce);
         Pool pool(3U, 64U);
         if (round % 2 == 0)
             occupy(pool, busy);
-        for (int one = 0; one < 40 + round / 2; ++one)
+        for (int one = 0; one < 50 + round / 2; ++one)
             insert(pool, queued);
         EXPECT_TRUE(round % 2 != 0 || queued.isPending());
         pool.end();
         EXPECT_FALSE(queued.isPending());
         EXPECT_FALSE(busy.isPending());
-        EXPECT_LE(queued.begun(), round % 2 == 0 ? 0 : 40 + round / 2);
+        EXPECT_LE(queued.begun(), round % 2 == 0 ? 0 : 50 + round / 2);
     }
 }
 

@@ -35,6 +35,8 @@
 #include <cUtil/network/ipAddress.h>
 #include <cUtil/network/ipNetworkInfo.h>
 #include <cUtil/network/message.h>
+#include <cUtil/network/msgClient.h>
+#include <cUtil/network/msgServer.h>
 #include <cUtil/network/poller.h>
 #include <cUtil/network/sctpSocket.h>
 #include <cUtil/network/selectable.h>

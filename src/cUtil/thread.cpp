@@ -3,9 +3,9 @@
 #include "internal/owned.h"
 #include "internal/report.h"
 #include "internal/rollback.h"
+#include "internal/signalsBlocked.h"
 #include "internal/threadLayout.h"
 
-#include <csignal>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -31,24 +31,6 @@ void setRunning(cu_Thread* me, bool running)
     std::atomic_ref(me->running).store(running, std::memory_order_release);
 }
 
-// While it lives, the calling thread takes no signal, and a thread that it makes starts in the same way.
-class SignalsBlocked
-{
-public:
-    SignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_BLOCK, &all, &before_);
-    }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-private:
-    sigset_t before_;
-};
-
 // The worker's turns, until it is shut down or one fails.
 cu_ErrorCode serve(cu_Thread* me)
 {
@@ -70,7 +52,7 @@ cu_ErrorCode serve(cu_Thread* me)
 void* work(void* thread)
 {
     auto* me = static_cast<cu_Thread*>(thread);
-    const SignalsBlocked blocked; // whatever the mask was in the thread that made this one
+    const internal::SignalsBlocked blocked; // whatever the mask was in the thread that made this one
     pthread_setname_np(pthread_self(), name);
     if (cu_Semaphore_v(me->started) == 0)
         serve(me);
@@ -162,7 +144,7 @@ cu_ErrorCode cu_Thread_new(cu_Thread** me, cu_allocator* allocator)
     CU_TRY(cu_Semaphore_new(&thread->done, 0, thread->allocator));
     CU_ROLLBACK(done, cu_Semaphore_delete(&thread->done));
     {
-        const SignalsBlocked blocked; // there is no moment in which the worker could take one
+        const internal::SignalsBlocked blocked; // there is no moment in which the worker could take one
         if (const int error = pthread_create(&thread->worker, nullptr, work, thread.get()); error != 0)
             return CU_REPORT(cu_ERROR_THREAD_CREATE_FAILED, error, nullptr);
     }

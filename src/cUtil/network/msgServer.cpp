@@ -1,0 +1,720 @@
+#include <cUtil/network/msgServer.h>
+
+#include "internal/hashTable.h"
+#include "internal/msgEndpoint.h"
+#include "internal/owned.h"
+#include "internal/rollback.h"
+#include "internal/signalsBlocked.h"
+#include "internal/socket.h"
+#include "internal/transfer.h"
+
+#include <cUtil/logger/logger.h>
+#include <cUtil/network/tcpServerSocket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/epoll.h>
+
+using internal::Endpoint;
+using internal::FrameHead;
+using internal::KnownLink;
+using internal::ReadableLink;
+using internal::RecordHead;
+
+namespace
+{
+
+constexpr char threadName[] = "cu-msg-server";
+constexpr uint32_t backlogOfConnections = 10;
+constexpr uint32_t connectionsAtOnce = 32;
+
+constexpr uint64_t mostWaiting = uint64_t{16} << 20; // in each direction, of all endpoints together
+constexpr uint64_t leastProgress = 65536;            // in the time of patience, of who is not slow
+constexpr int64_t tickLength = 10'000'000;           // nanoseconds
+constexpr int tickTimeout = 10;                      // milliseconds
+constexpr uint32_t patienceOut = 25;                 // ticks
+constexpr uint32_t patienceIn = 1000;                // ticks
+constexpr int64_t breathingSpace = 100'000'000;      // nanoseconds without accepting, once descriptors are exhausted
+constexpr int breathingTimeout = 100;                // milliseconds
+
+constexpr uint32_t oneRead = 65536;
+constexpr int32_t pipeBuffer = 262144; // what is in it comes before the message of whoever is next
+
+struct Known {
+    const void* key; // the number
+    Endpoint* endpoint;
+};
+
+uint32_t hashOfNumber(const void* number)
+{
+    return *static_cast<const uint32_t*>(number);
+}
+
+int32_t areNumbersEqual(const void* a, const void* b)
+{
+    return hashOfNumber(a) == hashOfNumber(b) ? 1 : 0;
+}
+
+template <typename Link>
+Endpoint* endpointOf(internal::RingLink* link)
+{
+    return &static_cast<Endpoint&>(static_cast<Link&>(*link));
+}
+
+} // namespace
+
+// What is not the application's end of the pipe belongs to the thread.
+struct cu_MSGServer {
+    cu_allocator* allocator;
+    cu_TCPServerSocket* listener;
+    cu_TCPSocket* application; // the pipe's end
+    cu_TCPSocket* pipe;        // its other end
+    KnownLink endpoints;       // the newest first
+    uint32_t nextNumber;
+    pthread_t thread;
+
+    int32_t epoll; // a descriptor
+    internal::HashTable<Known> numbers{hashOfNumber, areNumbersEqual};
+    ReadableLink readable; // endpoints from which there may be something to read
+    KnownLink dropped;     // endpoints that are to be deleted
+    internal::Direction in;
+    internal::Direction out;
+    int64_t lastTick;
+
+    bool connectionWaits;
+    int64_t pausedSince; // monotonic time at which descriptors were exhausted; 0: they are not
+
+    bool isPipeReadable;
+    bool hasPipeEnded; // there is an end behind the bytes that can be read
+    bool isPipeFull;
+    bool isApplicationGone; // nothing more will come
+
+    // The record that is coming from the application.
+    RecordHead head;
+    uint32_t headSize;
+    uint32_t left;
+    Endpoint* target; // null: nobody
+
+    // Records for the application: large ones, then those that were read at once, which stand at the front of `back`.
+    internal::ByteQueue large;
+    internal::ByteStock largeStock;
+    uint32_t backBegin;
+    uint32_t backEnd;
+    uint8_t back[2 * oneRead + sizeof(RecordHead)];
+    uint8_t front[oneRead];
+};
+
+namespace
+{
+
+Endpoint* find(const cu_MSGServer* me, uint32_t number)
+{
+    const Known* known = me->numbers.find(number, &number);
+    return known != nullptr ? known->endpoint : nullptr;
+}
+
+// Nothing refers to the endpoint from here on; it is deleted when the round is over.
+void drop(cu_MSGServer* me, Endpoint* endpoint)
+{
+    endpoint->alive = false;
+    me->numbers.remove(endpoint->number, me->numbers.find(endpoint->number, &endpoint->number));
+    static_cast<KnownLink*>(endpoint)->moveToFrontOf(me->dropped);
+    static_cast<ReadableLink*>(endpoint)->leave();
+    endpoint->in.queue.clear(me->in.stock);
+    endpoint->out.queue.clear(me->out.stock);
+    if (me->target == endpoint)
+        me->target = nullptr;
+}
+
+void dropForMemory(cu_MSGServer* me, Endpoint* endpoint)
+{
+    cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "No memory for what endpoint %u exchanges. Dropping client\n",
+                           endpoint->number);
+    drop(me, endpoint);
+}
+
+void reap(cu_MSGServer* me)
+{
+    while (!me->dropped.isAlone()) {
+        Endpoint* endpoint = endpointOf<KnownLink>(me->dropped.next);
+        static_cast<KnownLink*>(endpoint)->leave();
+        // A forked child may hold the connection open.
+        epoll_ctl(me->epoll, EPOLL_CTL_DEL, endpoint->descriptor, nullptr);
+        CU_MUST(internal::cu_MSGServer_Endpoint_delete(&endpoint));
+    }
+}
+
+// Frames to one endpoint that follow each other go out by one system call.
+class Run
+{
+public:
+    explicit Run(cu_MSGServer* server) : server_(server), to_(server->target) {}
+
+    void beginFrame(Endpoint* to, uint32_t length)
+    {
+        if (to != to_ || frames_ == most)
+            flush();
+        to_ = to;
+        FrameHead& head = heads_[frames_++];
+        head = FrameHead();
+        head.length = length;
+        add(&head, sizeof(head));
+    }
+
+    void add(void* bytes, uint32_t size) { pieces_[count_++] = {bytes, size}; }
+
+    void flush()
+    {
+        if (to_ != nullptr && to_->alive && count_ != 0 && !internal::sendOrQueue(to_, server_->out, pieces_, count_))
+            dropForMemory(server_, to_);
+        frames_ = 0;
+        count_ = 0;
+    }
+
+private:
+    static constexpr uint32_t most = 128;
+
+    cu_MSGServer* server_;
+    Endpoint* to_;
+    uint32_t frames_ = 0;
+    uint32_t count_ = 0;
+    FrameHead heads_[most];
+    iovec pieces_[2 * most + 1];
+};
+
+// Whether the application must wait until clients have taken something.
+bool isOutFull(const cu_MSGServer* me)
+{
+    return me->out.stock.waiting > mostWaiting;
+}
+
+// Passes on what the application sent.
+void cu_internal_handleFrontend(cu_MSGServer* me)
+{
+    const ssize_t got = internal::receiveSome(cu_TCPSocket_getSelectable(me->pipe)->handle, me->front, oneRead);
+    if (got <= 0) {
+        me->isApplicationGone = got == 0 || errno != EWOULDBLOCK;
+        me->isPipeReadable = false;
+        return;
+    }
+    me->isPipeReadable = got == oneRead || me->hasPipeEnded;
+
+    Run run(me);
+    uint8_t* at = me->front;
+    auto rest = static_cast<uint32_t>(got);
+    while (rest != 0) {
+        if (me->headSize < sizeof(me->head)) {
+            const uint32_t size = std::min<uint32_t>(sizeof(me->head) - me->headSize, rest);
+            memcpy(reinterpret_cast<uint8_t*>(&me->head) + me->headSize, at, size);
+            me->headSize += size;
+            at += size;
+            rest -= size;
+            if (me->headSize < sizeof(me->head))
+                break;
+            me->left = ntohl(me->head.length);
+            me->target = find(me, me->head.endpoint);
+            if (me->target == nullptr)
+                cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "msgServer: no pipe %u! discarding message..\n",
+                                       me->head.endpoint);
+            run.beginFrame(me->target, me->head.length);
+        }
+        const uint32_t size = std::min(me->left, rest);
+        if (size != 0)
+            run.add(at, size);
+        at += size;
+        rest -= size;
+        me->left -= size;
+        if (me->left == 0)
+            me->headSize = 0;
+    }
+    run.flush();
+}
+
+// Sends the records that are ready to the application, as far as the system takes them; tells whether it took all.
+bool cu_internal_flushPipe(cu_MSGServer* me)
+{
+    for (;;) {
+        iovec pieces[16];
+        bool all = false;
+        uint32_t count = me->large.pieces(pieces, 15, &all);
+        if (all && me->backBegin != me->backEnd)
+            pieces[count++] = {me->back + me->backBegin, me->backEnd - me->backBegin};
+        if (count == 0)
+            break;
+        const ssize_t result = internal::sendSome(cu_TCPSocket_getSelectable(me->pipe)->handle, pieces, count);
+        if (result == -1 && errno == EWOULDBLOCK) {
+            me->isPipeFull = true;
+            return false;
+        }
+        if (result == -1) {
+            // The application is about to leave.
+            me->large.clear(me->largeStock);
+            break;
+        }
+        const auto sent = static_cast<uint64_t>(result);
+        const uint64_t sentLarge = std::min(sent, me->large.size());
+        me->large.drop(me->largeStock, sentLarge);
+        me->backBegin += static_cast<uint32_t>(sent - sentLarge);
+    }
+    me->backBegin = 0;
+    me->backEnd = 0;
+    return true;
+}
+
+// Takes so many bytes of a frame's head as there are; false: the endpoint is dropped.
+bool takeHead(cu_MSGServer* me, Endpoint* endpoint, const uint8_t*& at, uint32_t& rest)
+{
+    // What is wrong is found without waiting for more.
+    constexpr uint32_t untilLength = offsetof(FrameHead, length);
+    const uint32_t until = endpoint->headSize < untilLength ? untilLength : sizeof(FrameHead);
+    const uint32_t size = std::min(until - endpoint->headSize, rest);
+    memcpy(reinterpret_cast<uint8_t*>(&endpoint->head) + endpoint->headSize, at, size);
+    endpoint->headSize += size;
+    at += size;
+    rest -= size;
+    if (endpoint->headSize == untilLength && !endpoint->head.hasRightMagic()) {
+        cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Invalid protocol magic on enpoint %u. Dropping client\n",
+                               endpoint->number);
+        drop(me, endpoint);
+        return false;
+    }
+    if (endpoint->headSize == untilLength && !endpoint->head.hasRightVersion()) {
+        cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Invalid protocol version on enpoint %u. Dropping client\n",
+                               endpoint->number);
+        drop(me, endpoint);
+        return false;
+    }
+    endpoint->left = ntohl(endpoint->head.length);
+    return true;
+}
+
+// Adds bytes to the record that is coming; once it is whole, it goes to the application. False: there is no memory.
+bool takePart(cu_MSGServer* me, Endpoint* endpoint, const uint8_t* bytes, uint32_t size)
+{
+    internal::ByteQueue& queue = endpoint->in.queue;
+    if (queue.isEmpty()) {
+        const RecordHead record = {endpoint->number, endpoint->head.length};
+        if (!queue.append(me->in.stock, &record, sizeof(record)))
+            return false;
+        endpoint->in.mark = 0;
+        endpoint->in.since = me->in.tick;
+    }
+    if (!queue.append(me->in.stock, bytes, size))
+        return false;
+    if (size == endpoint->left)
+        me->large.take(me->largeStock, queue, me->in.stock);
+    return true;
+}
+
+// Makes records of the frames that lie in `back`, behind the records that are there.
+void takeFrames(cu_MSGServer* me, Endpoint* endpoint, const uint8_t* at, uint32_t rest)
+{
+    while (rest != 0) {
+        if (endpoint->headSize < sizeof(FrameHead)) {
+            if (!takeHead(me, endpoint, at, rest))
+                return;
+            if (endpoint->headSize < sizeof(FrameHead))
+                continue;
+        }
+        const uint32_t size = std::min(endpoint->left, rest);
+        if (size == endpoint->left && endpoint->in.queue.isEmpty()) {
+            // The record is shorter than the frame was, or begins where room was left for its head.
+            const RecordHead record = {endpoint->number, endpoint->head.length};
+            memmove(me->back + me->backEnd + sizeof(record), at, size);
+            memcpy(me->back + me->backEnd, &record, sizeof(record));
+            me->backEnd += static_cast<uint32_t>(sizeof(record)) + size;
+        } else if (size != 0 && !takePart(me, endpoint, at, size)) {
+            dropForMemory(me, endpoint);
+            return;
+        }
+        at += size;
+        rest -= size;
+        endpoint->left -= size;
+        if (endpoint->left == 0)
+            endpoint->headSize = 0;
+    }
+}
+
+// Reads what clients sent, from each of them once, until the application must receive first.
+void cu_internal_handleBackend(cu_MSGServer* me)
+{
+    if (me->isPipeFull || me->readable.isAlone())
+        return;
+    const internal::RingLink* const last = me->readable.previous;
+    const internal::RingLink* link = nullptr;
+    do {
+        if (sizeof(me->back) - me->backEnd < sizeof(RecordHead) + oneRead && !cu_internal_flushPipe(me))
+            return;
+        link = me->readable.next;
+        Endpoint* endpoint = endpointOf<ReadableLink>(me->readable.next);
+        uint8_t* at = me->back + me->backEnd + sizeof(RecordHead);
+        const ssize_t got = internal::receiveSome(endpoint->descriptor, at, oneRead);
+        if (got > 0) {
+            // Less than was asked for is all that there is; if more has come since, there is another event.
+            if (got < ssize_t{oneRead} && !endpoint->hasEnded)
+                static_cast<ReadableLink*>(endpoint)->leave();
+            else
+                static_cast<ReadableLink*>(endpoint)->moveToEndOf(me->readable);
+            takeFrames(me, endpoint, at, static_cast<uint32_t>(got));
+        } else if (got == -1 && errno == EWOULDBLOCK) {
+            static_cast<ReadableLink*>(endpoint)->leave();
+        } else {
+            drop(me, endpoint);
+        }
+    } while (link != last);
+    cu_internal_flushPipe(me);
+}
+
+// Lets the listener tell of connections, or not.
+void listenTo(cu_MSGServer* me, uint32_t events)
+{
+    epoll_event event = {};
+    event.events = events;
+    event.data.ptr = &me->listener;
+    epoll_ctl(me->epoll, EPOLL_CTL_MOD, cu_TCPServerSocket_getSelectable(me->listener)->handle, &event);
+}
+
+// Makes an endpoint of an accepted socket; on failure the socket is deleted.
+void admit(cu_MSGServer* me, cu_TCPSocket* socket)
+{
+    Endpoint* endpoint = nullptr;
+    while (find(me, me->nextNumber) != nullptr)
+        ++me->nextNumber;
+    if (!me->numbers.makeRoom() ||
+        internal::cu_MSGServer_Endpoint_new(&endpoint, socket, me->nextNumber, me->allocator) != 0) {
+        CU_MUST(cu_TCPSocket_delete(&socket));
+        return;
+    }
+    epoll_event event = {};
+    event.events = EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET;
+    event.data.ptr = endpoint;
+    if (epoll_ctl(me->epoll, EPOLL_CTL_ADD, endpoint->descriptor, &event) != 0) {
+        CU_MUST(internal::cu_MSGServer_Endpoint_delete(&endpoint));
+        return;
+    }
+    me->numbers.add(endpoint->number, {&endpoint->number, endpoint});
+    static_cast<KnownLink*>(endpoint)->moveToFrontOf(me->endpoints);
+    ++me->nextNumber;
+}
+
+void cu_internal_handleConnection(cu_MSGServer* me)
+{
+    me->connectionWaits = false;
+    for (uint32_t accepted = 0; accepted < connectionsAtOnce; ++accepted) {
+        cu_TCPSocket* socket = nullptr;
+        if (cu_TCPServerSocket_accept(me->listener, &socket) != 0) {
+            const int32_t error = cu_getErrorLocation()->systemErrorCode;
+            if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
+                me->pausedSince = internal::monotonicNow();
+                listenTo(me, 0);
+            }
+            return;
+        }
+        admit(me, socket);
+    }
+}
+
+// Whether less than the least progress was made in the time of patience, which begins anew with each.
+bool isSlow(internal::Backlog& backlog, uint32_t tick, uint32_t patience, uint64_t progress)
+{
+    if (progress - backlog.mark >= leastProgress) {
+        backlog.mark = progress;
+        backlog.since = tick;
+    }
+    return tick - backlog.since >= patience;
+}
+
+void dropAsSlow(cu_MSGServer* me, Endpoint* endpoint)
+{
+    cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Endpoint %u is too slow. Dropping client\n", endpoint->number);
+    drop(me, endpoint);
+}
+
+// There must be one.
+Endpoint* withMostWaiting(cu_MSGServer* me, internal::Backlog Endpoint::*backlog)
+{
+    Endpoint* most = endpointOf<KnownLink>(me->endpoints.next);
+    for (internal::RingLink* link = me->endpoints.next; link != &me->endpoints; link = link->next)
+        if (Endpoint* endpoint = endpointOf<KnownLink>(link);
+            (endpoint->*backlog).queue.size() > (most->*backlog).queue.size())
+            most = endpoint;
+    return most;
+}
+
+void dropSlowReceivers(cu_MSGServer* me)
+{
+    const auto isTooSlow = [me](Endpoint* endpoint) {
+        return isSlow(endpoint->out, me->out.tick, patienceOut, internal::takenBytes(endpoint));
+    };
+    while (isOutFull(me)) {
+        Endpoint* most = withMostWaiting(me, &Endpoint::out);
+        if (!isTooSlow(most))
+            break;
+        dropAsSlow(me, most);
+    }
+    if (!me->isApplicationGone)
+        return;
+    internal::RingLink* next = nullptr;
+    for (internal::RingLink* link = me->endpoints.next; link != &me->endpoints; link = next) {
+        next = link->next;
+        if (Endpoint* endpoint = endpointOf<KnownLink>(link); !endpoint->out.queue.isEmpty() && isTooSlow(endpoint))
+            dropAsSlow(me, endpoint);
+    }
+}
+
+void dropSlowSenders(cu_MSGServer* me)
+{
+    while (me->in.stock.waiting > mostWaiting) {
+        Endpoint* most = withMostWaiting(me, &Endpoint::in);
+        if (!isSlow(most->in, me->in.tick, patienceIn, most->in.queue.size()))
+            break;
+        dropAsSlow(me, most);
+    }
+}
+
+// Whether time matters for what waits.
+bool isUnderWatch(const cu_MSGServer* me)
+{
+    return isOutFull(me) || me->in.stock.waiting > mostWaiting || (me->isApplicationGone && me->out.stock.waiting != 0);
+}
+
+void watchTheSlow(cu_MSGServer* me)
+{
+    if (me->out.stock.waiting == 0 && me->in.stock.waiting == 0)
+        return;
+    const int64_t now = internal::monotonicNow();
+    if (now - me->lastTick < tickLength)
+        return;
+    me->lastTick = now;
+    ++me->out.tick;
+    if (!me->isPipeFull) // otherwise nobody is read
+        ++me->in.tick;
+    dropSlowReceivers(me);
+    dropSlowSenders(me);
+}
+
+bool canReadPipe(const cu_MSGServer* me)
+{
+    return me->isPipeReadable && !me->isApplicationGone && !isOutFull(me);
+}
+
+bool canReadClients(const cu_MSGServer* me)
+{
+    return !me->readable.isAlone() && !me->isApplicationGone && !me->isPipeFull;
+}
+
+int timeoutOf(const cu_MSGServer* me)
+{
+    if (canReadPipe(me) || canReadClients(me))
+        return 0;
+    if (isUnderWatch(me))
+        return tickTimeout;
+    return me->pausedSince != 0 ? breathingTimeout : -1;
+}
+
+void take(cu_MSGServer* me, const epoll_event& event)
+{
+    const bool ends = (event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
+    const bool canRead = ends || (event.events & EPOLLIN) != 0;
+    const bool canWrite = (event.events & EPOLLOUT) != 0;
+    if (event.data.ptr == &me->listener) {
+        me->connectionWaits = true;
+    } else if (event.data.ptr == &me->pipe) {
+        me->isPipeReadable |= canRead;
+        me->hasPipeEnded |= ends;
+        if (canWrite && me->isPipeFull)
+            me->isPipeFull = !cu_internal_flushPipe(me);
+    } else {
+        auto* endpoint = static_cast<Endpoint*>(event.data.ptr);
+        endpoint->hasEnded |= ends;
+        if (canRead)
+            static_cast<ReadableLink*>(endpoint)->moveToEndOf(me->readable);
+        if (canWrite)
+            internal::sendQueue(endpoint, me->out);
+    }
+}
+
+void cleanUp(cu_MSGServer* me)
+{
+    CU_MUST(cu_TCPServerSocket_delete(&me->listener));
+    while (!me->endpoints.isAlone())
+        drop(me, endpointOf<KnownLink>(me->endpoints.next));
+    reap(me);
+    me->numbers.clear();
+    me->large.clear(me->largeStock);
+    CU_MUST(cu_TCPSocket_delete(&me->pipe));
+}
+
+void* cu_internal_server(void* server)
+{
+    auto* me = static_cast<cu_MSGServer*>(server);
+    const internal::SignalsBlocked blocked; // whatever the mask was in the thread that made this one
+    pthread_setname_np(pthread_self(), threadName);
+    while (!me->isApplicationGone || me->out.stock.waiting != 0) {
+        epoll_event events[128];
+        const int count = epoll_wait(me->epoll, events, static_cast<int>(std::size(events)), timeoutOf(me));
+        if (count == -1 && errno != EINTR)
+            break;
+        for (int i = 0; i < count; ++i)
+            take(me, events[i]);
+        if (me->pausedSince != 0 && internal::monotonicNow() - me->pausedSince >= breathingSpace) {
+            me->pausedSince = 0;
+            listenTo(me, EPOLLIN);
+        }
+        if (canReadPipe(me))
+            cu_internal_handleFrontend(me);
+        if (canReadClients(me))
+            cu_internal_handleBackend(me);
+        if (me->connectionWaits)
+            cu_internal_handleConnection(me);
+        watchTheSlow(me);
+        reap(me);
+    }
+    cleanUp(me);
+    return nullptr;
+}
+
+// Takes what does not fit anywhere out of the pipe.
+cu_ErrorCode discard(cu_TCPSocket* pipe, uint32_t size)
+{
+    uint8_t nowhere[4096];
+    while (size != 0) {
+        const uint32_t piece = std::min<uint32_t>(size, sizeof(nowhere));
+        if (const cu_ErrorCode code = cu_TCPSocket_receive(pipe, nowhere, piece); code != 0)
+            return code;
+        size -= piece;
+    }
+    return 0;
+}
+
+cu_ErrorCode watch(int32_t epoll, int32_t descriptor, uint32_t events, void* what, internal::Place here)
+{
+    epoll_event event = {};
+    event.events = events;
+    event.data.ptr = what;
+    if (epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0)
+        return 0;
+    const int error = errno;
+    return internal::report(cu_ERROR_SOCKET_SELECT_FAILED, error, here, "epoll_ctl(..) failed [%d] %s", error,
+                            internal::SystemErrorText(error).get());
+}
+
+cu_ErrorCode join(pthread_t thread)
+{
+    const int error = pthread_join(thread, nullptr);
+    return error == 0 ? 0 : CU_REPORT(cu_ERROR_THREAD_JOIN_FAILED, error, nullptr);
+}
+
+} // namespace
+
+cu_ErrorCode cu_MSGServer_new(cu_MSGServer** server, uint32_t address, uint16_t port, cu_allocator* allocator)
+{
+    CU_REQUIRE(server != nullptr);
+    CU_REQUIRE(*server == nullptr);
+
+    internal::Owned<cu_MSGServer> object;
+    CU_TRY(object.allocate(allocator));
+    cu_MSGServer* me = object.get();
+    CU_TRY(cu_TCPServerSocket_new(&me->listener, port, address, backlogOfConnections, true, me->allocator));
+    CU_ROLLBACK(listener, cu_TCPServerSocket_delete(&me->listener));
+    const int32_t listening = cu_TCPServerSocket_getSelectable(me->listener)->handle;
+    if (fcntl(listening, F_SETFL, O_NONBLOCK) != 0)
+        return CU_REPORT(cu_ERROR_SOCKET_INIT_FAILED, errno, nullptr);
+    CU_TRY(cu_TCPSocket_createPipe(&me->application, &me->pipe, nullptr));
+    CU_ROLLBACK(application, cu_TCPSocket_delete(&me->application));
+    CU_ROLLBACK(pipe, cu_TCPSocket_delete(&me->pipe));
+    CU_TRY(cu_TCPSocket_setOption(me->pipe, cu_SOCKET_OPT_SEND_BUFFER, pipeBuffer));
+    CU_TRY(cu_TCPSocket_setOption(me->application, cu_SOCKET_OPT_RECEIVE_BUFFER, pipeBuffer));
+    internal::Descriptor epoll(epoll_create1(EPOLL_CLOEXEC));
+    if (!epoll.isOpen()) {
+        const int error = errno;
+        return CU_REPORT(cu_ERROR_SOCKET_SELECT_FAILED, error, "epoll_create(..) failed [%d] %s", error,
+                         internal::SystemErrorText(error).get());
+    }
+    if (const cu_ErrorCode code = watch(epoll.get(), listening, EPOLLIN, &me->listener, CU_HERE); code != 0)
+        return code;
+    if (const cu_ErrorCode code = watch(epoll.get(), cu_TCPSocket_getSelectable(me->pipe)->handle,
+                                        EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET, &me->pipe, CU_HERE);
+        code != 0)
+        return code;
+    me->epoll = epoll.get();
+    me->nextNumber = static_cast<uint32_t>(rand()); // NOLINT(concurrency-mt-unsafe): glibc locks it
+    me->in.stock.allocator = me->allocator;
+    me->out.stock.allocator = me->allocator;
+    me->largeStock.allocator = me->allocator;
+    {
+        const internal::SignalsBlocked blocked; // there is no moment in which the thread could take one
+        if (const int error = pthread_create(&me->thread, nullptr, cu_internal_server, me); error != 0)
+            return CU_REPORT(cu_ERROR_THREAD_CREATE_FAILED, error, nullptr);
+    }
+    epoll.release();
+    pipe.dismiss();
+    application.dismiss();
+    listener.dismiss();
+    *server = object.release();
+    return 0;
+}
+
+cu_ErrorCode cu_MSGServer_delete(cu_MSGServer** server)
+{
+    CU_REQUIRE(server != nullptr);
+    CU_REQUIRE(*server != nullptr);
+
+    cu_MSGServer* me = *server;
+    // The thread finds the end behind all that was sent. Closing the application's end first could reset the
+    // connection, and with it lose what was sent. There is no connection any more if the thread has ended.
+    shutdown(cu_TCPSocket_getSelectable(me->application)->handle, SHUT_WR);
+    CU_MUST(join(me->thread));
+    CU_MUST(cu_TCPSocket_delete(&me->application));
+    close(me->epoll);
+    CU_MUST(internal::freeObject(server));
+    return 0;
+}
+
+cu_ErrorCode cu_MSGServer_receive(cu_MSGServer* server, uint32_t* endpoint, cu_Message* message)
+{
+    CU_REQUIRE(server != nullptr);
+    CU_REQUIRE(endpoint != nullptr);
+    CU_REQUIRE(message != nullptr);
+
+    RecordHead record = {};
+    CU_TRY(cu_TCPSocket_receive(server->application, &record, sizeof(record)));
+    const uint32_t length = ntohl(record.length);
+    uint8_t* bytes = nullptr;
+    CU_TRY(cu_Message_seek(message, 0));
+    if (const cu_ErrorCode code = cu_Message_reserve(message, length); code != 0) {
+        // The next record is to be found where it begins.
+        CU_TRY(discard(server->application, length));
+        return internal::passOn(code, CU_HERE);
+    }
+    CU_TRY(cu_Message_get(message, &bytes));
+    if (length != 0)
+        CU_TRY(cu_TCPSocket_receive(server->application, bytes, length));
+    CU_TRY(cu_Message_resize(message, length));
+    *endpoint = record.endpoint;
+    return 0;
+}
+
+cu_ErrorCode cu_MSGServer_send(cu_MSGServer* server, uint32_t endpoint, const cu_Message* message)
+{
+    CU_REQUIRE(server != nullptr);
+    CU_REQUIRE(message != nullptr);
+
+    uint8_t* bytes = nullptr;
+    uint32_t size = 0;
+    CU_TRY(cu_Message_get(message, &bytes));
+    CU_TRY(cu_Message_getSize(message, &size));
+    if (size == UINT32_MAX)
+        return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
+    const RecordHead record = {endpoint, htonl(size)};
+    CU_TRY(internal::sendWithHead(server->application, &record, sizeof(record), bytes, size));
+    return 0;
+}
+
+cu_Selectable* cu_MSGServer_getSelectable(cu_MSGServer* server)
+{
+    return server != nullptr ? cu_TCPSocket_getSelectable(server->application) : nullptr;
+}
