@@ -1,7 +1,6 @@
 #include <cUtil/network/msgServer.h>
 
-#include "internal/hashTable.h"
-#include "internal/msgEndpoint.h"
+#include "internal/msgRelay.h"
 #include "internal/owned.h"
 #include "internal/rollback.h"
 #include "internal/signalsBlocked.h"
@@ -40,150 +39,7 @@ constexpr uint32_t patienceIn = 1000;                // ticks
 constexpr int64_t breathingSpace = 100'000'000;      // nanoseconds without accepting, once descriptors are exhausted
 constexpr int breathingTimeout = 100;                // milliseconds
 
-constexpr uint32_t oneRead = 65536;
 constexpr int32_t pipeBuffer = 262144; // what is in it comes before the message of whoever is next
-
-struct Known {
-    const void* key; // the number
-    Endpoint* endpoint;
-};
-
-uint32_t hashOfNumber(const void* number)
-{
-    return *static_cast<const uint32_t*>(number);
-}
-
-int32_t areNumbersEqual(const void* a, const void* b)
-{
-    return hashOfNumber(a) == hashOfNumber(b) ? 1 : 0;
-}
-
-template <typename Link>
-Endpoint* endpointOf(internal::RingLink* link)
-{
-    return &static_cast<Endpoint&>(static_cast<Link&>(*link));
-}
-
-} // namespace
-
-// What is not the application's end of the pipe belongs to the thread.
-struct cu_MSGServer {
-    cu_allocator* allocator;
-    cu_TCPServerSocket* listener;
-    cu_TCPSocket* application; // the pipe's end
-    cu_TCPSocket* pipe;        // its other end
-    KnownLink endpoints;       // the newest first
-    uint32_t nextNumber;
-    pthread_t thread;
-
-    int32_t epoll; // a descriptor
-    internal::HashTable<Known> numbers{hashOfNumber, areNumbersEqual};
-    ReadableLink readable; // endpoints from which there may be something to read
-    KnownLink dropped;     // endpoints that are to be deleted
-    internal::Direction in;
-    internal::Direction out;
-    int64_t lastTick;
-
-    bool connectionWaits;
-    int64_t pausedSince; // monotonic time at which descriptors were exhausted; 0: they are not
-
-    bool isPipeReadable;
-    bool hasPipeEnded; // there is an end behind the bytes that can be read
-    bool isPipeFull;
-    bool isApplicationGone; // nothing more will come
-
-    // The record that is coming from the application.
-    RecordHead head;
-    uint32_t headSize;
-    uint32_t left;
-    Endpoint* target; // null: nobody
-
-    // Records for the application: large ones, then those that were read at once, which stand at the front of `back`.
-    internal::ByteQueue large;
-    internal::ByteStock largeStock;
-    uint32_t backBegin;
-    uint32_t backEnd;
-    uint8_t back[2 * oneRead + sizeof(RecordHead)];
-    uint8_t front[oneRead];
-};
-
-namespace
-{
-
-Endpoint* find(const cu_MSGServer* me, uint32_t number)
-{
-    const Known* known = me->numbers.find(number, &number);
-    return known != nullptr ? known->endpoint : nullptr;
-}
-
-// Nothing refers to the endpoint from here on; it is deleted when the round is over.
-void drop(cu_MSGServer* me, Endpoint* endpoint)
-{
-    endpoint->alive = false;
-    me->numbers.remove(endpoint->number, me->numbers.find(endpoint->number, &endpoint->number));
-    static_cast<KnownLink*>(endpoint)->moveToFrontOf(me->dropped);
-    static_cast<ReadableLink*>(endpoint)->leave();
-    endpoint->in.queue.clear(me->in.stock);
-    endpoint->out.queue.clear(me->out.stock);
-    if (me->target == endpoint)
-        me->target = nullptr;
-}
-
-void dropForMemory(cu_MSGServer* me, Endpoint* endpoint)
-{
-    cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "No memory for what endpoint %u exchanges. Dropping client\n",
-                           endpoint->number);
-    drop(me, endpoint);
-}
-
-void reap(cu_MSGServer* me)
-{
-    while (!me->dropped.isAlone()) {
-        Endpoint* endpoint = endpointOf<KnownLink>(me->dropped.next);
-        static_cast<KnownLink*>(endpoint)->leave();
-        // A forked child may hold the connection open.
-        epoll_ctl(me->epoll, EPOLL_CTL_DEL, endpoint->descriptor, nullptr);
-        CU_MUST(internal::cu_MSGServer_Endpoint_delete(&endpoint));
-    }
-}
-
-// Frames to one endpoint that follow each other go out by one system call.
-class Run
-{
-public:
-    explicit Run(cu_MSGServer* server) : server_(server), to_(server->target) {}
-
-    void beginFrame(Endpoint* to, uint32_t length)
-    {
-        if (to != to_ || frames_ == most)
-            flush();
-        to_ = to;
-        FrameHead& head = heads_[frames_++];
-        head = FrameHead();
-        head.length = length;
-        add(&head, sizeof(head));
-    }
-
-    void add(void* bytes, uint32_t size) { pieces_[count_++] = {bytes, size}; }
-
-    void flush()
-    {
-        if (to_ != nullptr && to_->alive && count_ != 0 && !internal::sendOrQueue(to_, server_->out, pieces_, count_))
-            dropForMemory(server_, to_);
-        frames_ = 0;
-        count_ = 0;
-    }
-
-private:
-    static constexpr uint32_t most = 128;
-
-    cu_MSGServer* server_;
-    Endpoint* to_;
-    uint32_t frames_ = 0;
-    uint32_t count_ = 0;
-    FrameHead heads_[most];
-    iovec pieces_[2 * most + 1];
-};
 
 // Whether the application must wait until clients have taken something.
 bool isOutFull(const cu_MSGServer* me)
@@ -191,181 +47,15 @@ bool isOutFull(const cu_MSGServer* me)
     return me->out.stock.waiting > mostWaiting;
 }
 
-// Passes on what the application sent.
-void cu_internal_handleFrontend(cu_MSGServer* me)
+void reap(cu_MSGServer* me)
 {
-    const ssize_t got = internal::receiveSome(cu_TCPSocket_getSelectable(me->pipe)->handle, me->front, oneRead);
-    if (got <= 0) {
-        me->isApplicationGone = got == 0 || errno != EWOULDBLOCK;
-        me->isPipeReadable = false;
-        return;
+    while (!me->dropped.isAlone()) {
+        Endpoint* endpoint = internal::endpointOf<KnownLink>(me->dropped.next);
+        static_cast<KnownLink*>(endpoint)->leave();
+        // A forked child may hold the connection open.
+        epoll_ctl(me->epoll, EPOLL_CTL_DEL, endpoint->descriptor, nullptr);
+        CU_MUST(internal::cu_MSGServer_Endpoint_delete(&endpoint));
     }
-    me->isPipeReadable = got == oneRead || me->hasPipeEnded;
-
-    Run run(me);
-    uint8_t* at = me->front;
-    auto rest = static_cast<uint32_t>(got);
-    while (rest != 0) {
-        if (me->headSize < sizeof(me->head)) {
-            const uint32_t size = std::min<uint32_t>(sizeof(me->head) - me->headSize, rest);
-            memcpy(reinterpret_cast<uint8_t*>(&me->head) + me->headSize, at, size);
-            me->headSize += size;
-            at += size;
-            rest -= size;
-            if (me->headSize < sizeof(me->head))
-                break;
-            me->left = ntohl(me->head.length);
-            me->target = find(me, me->head.endpoint);
-            if (me->target == nullptr)
-                cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "msgServer: no pipe %u! discarding message..\n",
-                                       me->head.endpoint);
-            run.beginFrame(me->target, me->head.length);
-        }
-        const uint32_t size = std::min(me->left, rest);
-        if (size != 0)
-            run.add(at, size);
-        at += size;
-        rest -= size;
-        me->left -= size;
-        if (me->left == 0)
-            me->headSize = 0;
-    }
-    run.flush();
-}
-
-// Sends the records that are ready to the application, as far as the system takes them; tells whether it took all.
-bool cu_internal_flushPipe(cu_MSGServer* me)
-{
-    for (;;) {
-        iovec pieces[16];
-        bool all = false;
-        uint32_t count = me->large.pieces(pieces, 15, &all);
-        if (all && me->backBegin != me->backEnd)
-            pieces[count++] = {me->back + me->backBegin, me->backEnd - me->backBegin};
-        if (count == 0)
-            break;
-        const ssize_t result = internal::sendSome(cu_TCPSocket_getSelectable(me->pipe)->handle, pieces, count);
-        if (result == -1 && errno == EWOULDBLOCK) {
-            me->isPipeFull = true;
-            return false;
-        }
-        if (result == -1) {
-            // The application is about to leave.
-            me->large.clear(me->largeStock);
-            break;
-        }
-        const auto sent = static_cast<uint64_t>(result);
-        const uint64_t sentLarge = std::min(sent, me->large.size());
-        me->large.drop(me->largeStock, sentLarge);
-        me->backBegin += static_cast<uint32_t>(sent - sentLarge);
-    }
-    me->backBegin = 0;
-    me->backEnd = 0;
-    return true;
-}
-
-// Takes so many bytes of a frame's head as there are; false: the endpoint is dropped.
-bool takeHead(cu_MSGServer* me, Endpoint* endpoint, const uint8_t*& at, uint32_t& rest)
-{
-    // What is wrong is found without waiting for more.
-    constexpr uint32_t untilLength = offsetof(FrameHead, length);
-    const uint32_t until = endpoint->headSize < untilLength ? untilLength : sizeof(FrameHead);
-    const uint32_t size = std::min(until - endpoint->headSize, rest);
-    memcpy(reinterpret_cast<uint8_t*>(&endpoint->head) + endpoint->headSize, at, size);
-    endpoint->headSize += size;
-    at += size;
-    rest -= size;
-    if (endpoint->headSize == untilLength && !endpoint->head.hasRightMagic()) {
-        cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Invalid protocol magic on enpoint %u. Dropping client\n",
-                               endpoint->number);
-        drop(me, endpoint);
-        return false;
-    }
-    if (endpoint->headSize == untilLength && !endpoint->head.hasRightVersion()) {
-        cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Invalid protocol version on enpoint %u. Dropping client\n",
-                               endpoint->number);
-        drop(me, endpoint);
-        return false;
-    }
-    endpoint->left = ntohl(endpoint->head.length);
-    return true;
-}
-
-// Adds bytes to the record that is coming; once it is whole, it goes to the application. False: there is no memory.
-bool takePart(cu_MSGServer* me, Endpoint* endpoint, const uint8_t* bytes, uint32_t size)
-{
-    internal::ByteQueue& queue = endpoint->in.queue;
-    if (queue.isEmpty()) {
-        const RecordHead record = {endpoint->number, endpoint->head.length};
-        if (!queue.append(me->in.stock, &record, sizeof(record)))
-            return false;
-        endpoint->in.mark = 0;
-        endpoint->in.since = me->in.tick;
-    }
-    if (!queue.append(me->in.stock, bytes, size))
-        return false;
-    if (size == endpoint->left)
-        me->large.take(me->largeStock, queue, me->in.stock);
-    return true;
-}
-
-// Makes records of the frames that lie in `back`, behind the records that are there.
-void takeFrames(cu_MSGServer* me, Endpoint* endpoint, const uint8_t* at, uint32_t rest)
-{
-    while (rest != 0) {
-        if (endpoint->headSize < sizeof(FrameHead)) {
-            if (!takeHead(me, endpoint, at, rest))
-                return;
-            if (endpoint->headSize < sizeof(FrameHead))
-                continue;
-        }
-        const uint32_t size = std::min(endpoint->left, rest);
-        if (size == endpoint->left && endpoint->in.queue.isEmpty()) {
-            // The record is shorter than the frame was, or begins where room was left for its head.
-            const RecordHead record = {endpoint->number, endpoint->head.length};
-            memmove(me->back + me->backEnd + sizeof(record), at, size);
-            memcpy(me->back + me->backEnd, &record, sizeof(record));
-            me->backEnd += static_cast<uint32_t>(sizeof(record)) + size;
-        } else if (size != 0 && !takePart(me, endpoint, at, size)) {
-            dropForMemory(me, endpoint);
-            return;
-        }
-        at += size;
-        rest -= size;
-        endpoint->left -= size;
-        if (endpoint->left == 0)
-            endpoint->headSize = 0;
-    }
-}
-
-// Reads what clients sent, from each of them once, until the application must receive first.
-void cu_internal_handleBackend(cu_MSGServer* me)
-{
-    if (me->isPipeFull || me->readable.isAlone())
-        return;
-    const internal::RingLink* const last = me->readable.previous;
-    const internal::RingLink* link = nullptr;
-    do {
-        if (sizeof(me->back) - me->backEnd < sizeof(RecordHead) + oneRead && !cu_internal_flushPipe(me))
-            return;
-        link = me->readable.next;
-        Endpoint* endpoint = endpointOf<ReadableLink>(me->readable.next);
-        uint8_t* at = me->back + me->backEnd + sizeof(RecordHead);
-        const ssize_t got = internal::receiveSome(endpoint->descriptor, at, oneRead);
-        if (got > 0) {
-            // Less than was asked for is all that there is; if more has come since, there is another event.
-            if (got < ssize_t{oneRead} && !endpoint->hasEnded)
-                static_cast<ReadableLink*>(endpoint)->leave();
-            else
-                static_cast<ReadableLink*>(endpoint)->moveToEndOf(me->readable);
-            takeFrames(me, endpoint, at, static_cast<uint32_t>(got));
-        } else if (got == -1 && errno == EWOULDBLOCK) {
-            static_cast<ReadableLink*>(endpoint)->leave();
-        } else {
-            drop(me, endpoint);
-        }
-    } while (link != last);
-    cu_internal_flushPipe(me);
 }
 
 // Lets the listener tell of connections, or not.
@@ -381,7 +71,7 @@ void listenTo(cu_MSGServer* me, uint32_t events)
 void admit(cu_MSGServer* me, cu_TCPSocket* socket)
 {
     Endpoint* endpoint = nullptr;
-    while (find(me, me->nextNumber) != nullptr)
+    while (internal::findEndpoint(me, me->nextNumber) != nullptr)
         ++me->nextNumber;
     if (!me->numbers.makeRoom() ||
         internal::cu_MSGServer_Endpoint_new(&endpoint, socket, me->nextNumber, me->allocator) != 0) {
@@ -430,15 +120,15 @@ bool isSlow(internal::Backlog& backlog, uint32_t tick, uint32_t patience, uint64
 void dropAsSlow(cu_MSGServer* me, Endpoint* endpoint)
 {
     cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Endpoint %u is too slow. Dropping client\n", endpoint->number);
-    drop(me, endpoint);
+    internal::dropEndpoint(me, endpoint);
 }
 
 // There must be one.
 Endpoint* withMostWaiting(cu_MSGServer* me, internal::Backlog Endpoint::*backlog)
 {
-    Endpoint* most = endpointOf<KnownLink>(me->endpoints.next);
+    Endpoint* most = internal::endpointOf<KnownLink>(me->endpoints.next);
     for (internal::RingLink* link = me->endpoints.next; link != &me->endpoints; link = link->next)
-        if (Endpoint* endpoint = endpointOf<KnownLink>(link);
+        if (Endpoint* endpoint = internal::endpointOf<KnownLink>(link);
             (endpoint->*backlog).queue.size() > (most->*backlog).queue.size())
             most = endpoint;
     return most;
@@ -460,7 +150,8 @@ void dropSlowReceivers(cu_MSGServer* me)
     internal::RingLink* next = nullptr;
     for (internal::RingLink* link = me->endpoints.next; link != &me->endpoints; link = next) {
         next = link->next;
-        if (Endpoint* endpoint = endpointOf<KnownLink>(link); !endpoint->out.queue.isEmpty() && isTooSlow(endpoint))
+        if (Endpoint* endpoint = internal::endpointOf<KnownLink>(link);
+            !endpoint->out.queue.isEmpty() && isTooSlow(endpoint))
             dropAsSlow(me, endpoint);
     }
 }
@@ -526,7 +217,7 @@ void take(cu_MSGServer* me, const epoll_event& event)
         me->isPipeReadable |= canRead;
         me->hasPipeEnded |= ends;
         if (canWrite && me->isPipeFull)
-            me->isPipeFull = !cu_internal_flushPipe(me);
+            me->isPipeFull = !internal::flushPipe(me);
     } else {
         auto* endpoint = static_cast<Endpoint*>(event.data.ptr);
         endpoint->hasEnded |= ends;
@@ -541,7 +232,7 @@ void cleanUp(cu_MSGServer* me)
 {
     CU_MUST(cu_TCPServerSocket_delete(&me->listener));
     while (!me->endpoints.isAlone())
-        drop(me, endpointOf<KnownLink>(me->endpoints.next));
+        internal::dropEndpoint(me, internal::endpointOf<KnownLink>(me->endpoints.next));
     reap(me);
     me->numbers.clear();
     me->large.clear(me->largeStock);
@@ -565,9 +256,9 @@ void* cu_internal_server(void* server)
             listenTo(me, EPOLLIN);
         }
         if (canReadPipe(me))
-            cu_internal_handleFrontend(me);
+            internal::cu_internal_handleFrontend(me);
         if (canReadClients(me))
-            cu_internal_handleBackend(me);
+            internal::cu_internal_handleBackend(me);
         if (me->connectionWaits)
             cu_internal_handleConnection(me);
         watchTheSlow(me);
