@@ -71,6 +71,7 @@ bool takeHead(cu_MSGServer* me, Endpoint* endpoint, const uint8_t*& at, uint32_t
     endpoint->headSize += size;
     at += size;
     rest -= size;
+    // Compatibility: the slip in these texts and their line breaks.
     if (endpoint->headSize == untilLength && !endpoint->head.hasRightMagic()) {
         cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Invalid protocol magic on enpoint %u. Dropping client\n",
                                endpoint->number);
