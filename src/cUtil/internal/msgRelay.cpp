@@ -146,7 +146,7 @@ Endpoint* findEndpoint(const cu_MSGServer* me, uint32_t number)
 void dropEndpoint(cu_MSGServer* me, Endpoint* endpoint)
 {
     endpoint->alive = false;
-    me->numbers.remove(endpoint->number, me->numbers.find(endpoint->number, &endpoint->number));
+    me->numbers.take(&endpoint->number);
     static_cast<KnownLink*>(endpoint)->moveToFrontOf(me->dropped);
     static_cast<ReadableLink*>(endpoint)->leave();
     endpoint->in.queue.clear(me->in.stock);
