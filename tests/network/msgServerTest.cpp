@@ -475,6 +475,7 @@ TEST(MSGServer, whatWasSentBeforeTheEndArrives)
 TEST(MSGServer, endsInEveryState)
 {
     enum class State { idle, unread, half, full, deaf, flood };
+    const std::string frame = frameOf(std::string(100'000, 'x'));
     for (const State state : {State::idle, State::unread, State::half, State::full, State::deaf, State::flood}) {
         SCOPED_TRACE(static_cast<int>(state));
         CountingAllocator allocator;
@@ -483,7 +484,6 @@ TEST(MSGServer, endsInEveryState)
         client.introduce(*server);
         Raw raw(server->port);
         std::jthread flood;
-        const std::string frame = frameOf(std::string(100'000, 'x'));
         if (state == State::unread)
             client.send("unread");
         else if (state == State::half)

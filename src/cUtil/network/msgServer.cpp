@@ -312,7 +312,8 @@ cu_ErrorCode cu_MSGServer_new(cu_MSGServer** server, uint32_t address, uint16_t 
     CU_TRY(cu_TCPServerSocket_new(&me->listener, port, address, backlogOfConnections, true, me->allocator));
     CU_ROLLBACK(listener, cu_TCPServerSocket_delete(&me->listener));
     const int32_t listening = cu_TCPServerSocket_getSelectable(me->listener)->handle;
-    if (fcntl(listening, F_SETFL, O_NONBLOCK) != 0)
+    // So few would leave no place for anybody else while somebody connects again and again.
+    if (fcntl(listening, F_SETFL, O_NONBLOCK) != 0 || listen(listening, SOMAXCONN) != 0)
         return CU_REPORT(cu_ERROR_SOCKET_INIT_FAILED, errno, nullptr);
     CU_TRY(cu_TCPSocket_createPipe(&me->application, &me->pipe, nullptr));
     CU_ROLLBACK(application, cu_TCPSocket_delete(&me->application));
