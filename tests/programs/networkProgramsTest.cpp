@@ -2,6 +2,7 @@
 
 #include <cUtil/logger/tcpLoggingAdapter.h>
 #include <cUtil/network/ipAddress.h>
+#include <cUtil/network/msgServer.h>
 
 #include <gmock/gmock.h>
 
@@ -21,6 +22,71 @@ using testing::StartsWith;
 TEST(CutilNet, ListsTheLoopbackInterface)
 {
     EXPECT_THAT(run(cutil + "net"), FieldsAre(0, ContainsRegex("lo +127\\.0\\.0\\.1 /8 +255\\.0\\.0\\.0\n")));
+}
+
+class CutilMsg : public testing::Test
+{
+protected:
+    const uint16_t port = freePort();
+    const std::string send = cutil + "msg send 127.0.0.1 " + std::to_string(port) + ' ';
+    const std::string serve = cutil + "msg serve " + std::to_string(port) + ' ';
+    const std::string path = testing::TempDir() + uniqueName("message");
+
+    bool canConnect() const
+    {
+        return comesTrue([&] { return run(send + "</dev/null 2>&1").status == 0; });
+    }
+};
+
+TEST_F(CutilMsg, PrintsWhatClientsSendUntilItIsInterrupted)
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        Background server(serve);
+        ASSERT_TRUE(canConnect());
+        EXPECT_EQ(run("printf 'hello\\n\\nend' | " + send).status, 0);
+        EXPECT_TRUE(server.says(" | end"));
+        EXPECT_THAT(server.output(), AllOf(ContainsRegex("^client [0-9]+, 5 bytes:\nAddress .* \\| hello\n"),
+                                           ContainsRegex("\nclient [0-9]+, 0 bytes:\n")));
+        server.interrupt(signal);
+        EXPECT_EQ(server.wait(), 0);
+    }
+}
+
+TEST_F(CutilMsg, AnEchoGivesMessagesOfAnySizeBack)
+{
+    Background server(serve + "--echo");
+    ASSERT_TRUE(canConnect());
+    run("head -c 3000000 /dev/urandom >" + path + "; : >" + path + ".empty");
+    EXPECT_THAT(run(send + "-a " + path + ' ' + path + ".empty " + path + " >" + path + ".out && cat " + path + ' ' +
+                    path + " | cmp - " + path + ".out"),
+                FieldsAre(0, ""));
+    EXPECT_THAT(run("printf 'one\\n\\nthree\\n' | " + send + "--answers"), FieldsAre(0, "one\n\nthree\n"));
+    run("rm " + path + ' ' + path + ".empty " + path + ".out");
+    EXPECT_EQ(server.output(), "");
+}
+
+// Who hangs up while answers are on their way may make the other side lose what it has not read.
+TEST_F(CutilMsg, NothingIsLostWhenNobodyWaitsForAnswers)
+{
+    constexpr int count = 20000;
+    cu_MSGServer* server = nullptr;
+    cu_Message* message = nullptr;
+    ASSERT_EQ(cu_MSGServer_new(&server, CU_IP_ADDRESS_LOCAL, port, nullptr), 0u);
+    ASSERT_EQ(cu_Message_new(&message, 0, nullptr), 0u);
+    Background sender("seq " + std::to_string(count) + " | " + send);
+    int received = 0;
+    for (bool waits = true; waits && received < count; received += waits ? 1 : 0) {
+        uint32_t client = 0;
+        ASSERT_EQ(cu_Selectable_waitReadReady(cu_MSGServer_getSelectable(server), 20'000'000, &waits), 0u);
+        if (waits) {
+            ASSERT_EQ(cu_MSGServer_receive(server, &client, message), 0u);
+            ASSERT_EQ(cu_MSGServer_send(server, client, message), 0u);
+        }
+    }
+    EXPECT_EQ(received, count);
+    EXPECT_EQ(sender.wait(), 0) << sender.output();
+    EXPECT_EQ(cu_Message_delete(&message), 0u);
+    EXPECT_EQ(cu_MSGServer_delete(&server), 0u);
 }
 
 class CutilLog : public testing::Test
@@ -80,16 +146,18 @@ TEST_F(CutilLog, TellsThatTheProcessHasEnded)
 
 TEST(CutilNetwork, TellsHowItIsUsed)
 {
-    for (const std::string command : {"net", "log"})
+    for (const std::string command : {"net", "msg", "log"})
         EXPECT_THAT(run(cutil + command + " --help"), FieldsAre(0, StartsWith("usage: cutil " + command)));
 
-    std::istringstream wrong("net x|log|log watch a|log bogus 127.0.0.1 7|log watch 127.0.0.1 0"
-                             "|log watch 127.0.0.1 7 --level bogus");
+    std::istringstream wrong("net x|msg|msg bogus|msg serve|msg serve a b c|msg serve x|msg serve 0|msg serve 65536"
+                             "|msg serve '' 7|msg serve 7 -a|msg send 127.0.0.1|msg send 127.0.0.1 7 -e|log|log watch a"
+                             "|log bogus 127.0.0.1 7|log watch 127.0.0.1 0|log watch 127.0.0.1 7 --level bogus");
     for (std::string words; std::getline(wrong, words, '|');)
         EXPECT_THAT(run(cutil + words + " 2>&1"), FieldsAre(2, HasSubstr("--help"))) << words;
 
     const std::string port = std::to_string(freePort());
-    for (const std::string& words : {"log watch 127.0.0.1 " + port, "log watch host.invalid " + port})
+    for (const std::string& words : {"msg send 127.0.0.1 " + port, "log watch 127.0.0.1 " + port,
+                                     "msg send host.invalid " + port, "msg serve 192.0.2.1 " + port})
         EXPECT_THAT(run(cutil + words + " 2>&1 </dev/null"), FieldsAre(1, StartsWith("cutil: "))) << words;
 }
 

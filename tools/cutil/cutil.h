@@ -64,6 +64,7 @@ extern const Command convertCommand;
 extern const Command md5Command;
 extern const Command uuidCommand;
 extern const Command netCommand;
+extern const Command msgCommand;
 extern const Command logCommand;
 
 /// Says on the standard error stream what failed. @return #failed

@@ -16,8 +16,9 @@ using cutil::Arguments;
 using cutil::Command;
 
 constexpr const Command* commands[] = {
-    &cutil::errorCommand,   &cutil::hexdumpCommand, &cutil::shmCommand,  &cutil::ringCommand, &cutil::clockCommand,
-    &cutil::convertCommand, &cutil::md5Command,     &cutil::uuidCommand, &cutil::netCommand,  &cutil::logCommand,
+    &cutil::errorCommand, &cutil::hexdumpCommand, &cutil::shmCommand, &cutil::ringCommand,
+    &cutil::clockCommand, &cutil::convertCommand, &cutil::md5Command, &cutil::uuidCommand,
+    &cutil::netCommand,   &cutil::msgCommand,     &cutil::logCommand,
 };
 
 void printUsage(FILE* stream)
