@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# dev demo: two processes, telemetry of this machine, ten seconds.
+# dev demo: three processes, telemetry of this machine, ten seconds.
 source scripts/lib.sh
 (($# == 0)) || fail "usage: ./dev demo"
 
 need native
 step "build" build release telemetry
-exec env LC_ALL="$language" build/release/examples/telemetry/telemetry demo --seconds 10
+exec env LC_ALL="$language" build/release/examples/telemetry/telemetry demo --seconds 10 --log build/log/telemetry.log

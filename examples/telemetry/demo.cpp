@@ -1,11 +1,14 @@
-// Both sides as processes of their own, the way a product would run them: this program, started twice.
+// All three as processes of their own, the way a product would run them: this program, started three times.
 #include "commands.h"
 #include "messages.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <span>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,14 +20,15 @@ namespace telemetry
 namespace
 {
 
-/// How long one side may last when the other one has ended, before it is asked to end, and then until it is made to.
+/// How long the others may last when one has ended, before they are asked to end, and then until they are made to.
 constexpr uint32_t graceSeconds = 6;
 
 constexpr uint32_t defaultSeconds = 10;
 
 struct Child {
     const char* role;
-    pid_t number = -1; // -1: not running
+    std::vector<std::string> words; // its command line, without the program
+    pid_t number = -1;              // -1: not running
     bool succeeded = false;
 };
 
@@ -37,10 +41,11 @@ sigset_t watchedSignals()
     return set;
 }
 
-bool start(Child& child, std::vector<std::string> words)
+bool start(Child& child)
 {
-    std::vector<char*> arguments;
-    for (std::string& word : words)
+    std::string program = "telemetry";
+    std::vector<char*> arguments = {program.data()};
+    for (std::string& word : child.words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
 
@@ -79,26 +84,31 @@ void send(const Child& child, int signal)
         kill(child.number, signal);
 }
 
-/// Watches until neither runs any more. An end that is asked for goes to the reporter; the sampler follows it.
-void watch(Child& sampler, Child& reporter)
+/// Waits until none runs any more. They stand in the order of the data; the wish to end goes the other way: who has
+/// ended needs nothing from those before it.
+void watchOver(std::span<Child> children)
 {
     const sigset_t signals = watchedSignals();
     constexpr int unhurried = -1;
     int secondsLeft = unhurried;
     int nextRemedy = SIGTERM;
-    while (sampler.number != -1 || reporter.number != -1) {
+    const auto runs = [](const Child& child) { return child.number != -1; };
+    while (std::any_of(children.begin(), children.end(), runs)) {
         const timespec second{1, 0};
         const int signal = sigtimedwait(&signals, nullptr, &second);
         if (signal != -1 && signal != SIGCHLD)
-            send(reporter, signal);
-        collect(sampler);
-        collect(reporter);
-        const bool oneHasEnded = sampler.number == -1 || reporter.number == -1;
-        if (oneHasEnded && secondsLeft == unhurried)
+            send(children.back(), signal);
+        for (std::size_t i = 0; i < children.size(); ++i) {
+            const bool ran = runs(children[i]);
+            collect(children[i]);
+            if (ran && !runs(children[i]) && i != 0)
+                send(children[i - 1], SIGTERM);
+        }
+        if (secondsLeft == unhurried && !std::all_of(children.begin(), children.end(), runs))
             secondsLeft = graceSeconds;
         if (secondsLeft == 0) {
-            send(sampler, nextRemedy);
-            send(reporter, nextRemedy);
+            for (const Child& child : children)
+                send(child, nextRemedy);
             nextRemedy = SIGKILL;
             secondsLeft = graceSeconds;
         } else if (signal == -1 && errno == EAGAIN && secondsLeft > 0) {
@@ -114,16 +124,18 @@ int demo(const Options& options)
     const sigset_t signals = watchedSignals();
     sigprocmask(SIG_BLOCK, &signals, nullptr);
 
-    const uint32_t seconds = options.seconds != 0 ? options.seconds : defaultSeconds;
-    Child sampler{"sampler"};
-    Child reporter{"reporter"};
-    if (!start(sampler,
-               {"telemetry", "sample", "--name", options.name, "--interval", std::to_string(options.interval)}))
-        return failed;
-    if (!start(reporter, {"telemetry", "report", "--name", options.name, "--seconds", std::to_string(seconds)}))
-        send(sampler, SIGTERM);
-    watch(sampler, reporter);
-    return sampler.succeeded && reporter.succeeded ? done : failed;
+    const std::string seconds = std::to_string(options.seconds != 0 ? options.seconds : defaultSeconds);
+    const std::string port = std::to_string(options.port);
+    Child children[] = {
+        {"sampler", {"sample", "--name", options.name, "--interval", std::to_string(options.interval)}},
+        {"server", {"serve", "--name", options.name, "--port", port, "--log", options.log}},
+        {"watcher", {"watch", "--port", port, "--seconds", seconds}},
+    };
+    if (!std::all_of(std::begin(children), std::end(children), start))
+        send(children[0], SIGTERM); // the others miss it then
+    watchOver(children);
+    return std::all_of(std::begin(children), std::end(children), [](auto& child) { return child.succeeded; }) ? done
+                                                                                                              : failed;
 }
 
 } // namespace telemetry

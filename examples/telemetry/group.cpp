@@ -37,8 +37,7 @@ double rate(uint64_t before, uint64_t after, double seconds)
 
 } // namespace
 
-Group::Group(const Table& table, const Record& base, uint64_t records)
-    : table_(table), base_(base), recordsBefore_(records)
+Group::Group(const Record& base, uint64_t records) : base_(base), recordsBefore_(records)
 {
     if (const cu_ErrorCode code = cu_Runnable_new(&job_, run, this, nullptr); code != 0)
         static_cast<void>(failByRecord(code, "making a job"));
@@ -52,10 +51,10 @@ Group::~Group()
         static_cast<void>(failByRecord(code, "deleting a job"));
 }
 
-// On the clock that never jumps, and in the sampler's time: a backlog is shown as it came about.
+// On the clock that never jumps, and in the sampler's time: a backlog is summed up as it came about.
 bool Group::isComplete() const
 {
-    return taken_.size() >= mostRecords || (!isEmpty() && elapsed(base_.putAt, last().putAt) >= table_.period());
+    return taken_.size() >= mostRecords || (!isEmpty() && elapsed(base_.putAt, last().putAt) >= groupPeriod);
 }
 
 uintptr_t Group::run(void*, void* me)
@@ -72,10 +71,8 @@ void Group::work()
         taken.record = checked(taken.record);
         latencies_.add(elapsed(taken.record.putAt, taken.takenAt));
     }
-    if (!isComplete())
-        return;
-    summarize();
-    text_ = table_.compose(shown_);
+    if (isComplete())
+        summarize();
 }
 
 // Shares are means over the records, rates are over the time since the last record of the group before.
@@ -92,16 +89,16 @@ void Group::summarize()
     }
     const double seconds = static_cast<double>(elapsed(base_.putAt, last.putAt)) / 1e9;
 
-    shown_.set("time", cu_Variant_set_sint64, last.realTime / 1'000'000'000);
-    shown_.set("records", cu_Variant_set_uint64, records());
-    shown_.set("lost", cu_Variant_set_uint32, last.lost);
-    shown_.set("busy", cu_Variant_set_ieee64, busy);
-    shown_.setList("cores", busyOfCore);
-    shown_.setList("load", {last.load[0] / 100.0, last.load[1] / 100.0, last.load[2] / 100.0});
-    shown_.set("memory.used", cu_Variant_set_uint64, last.memoryUsed);
-    shown_.set("memory.total", cu_Variant_set_uint64, last.memoryTotal);
-    shown_.set("received", cu_Variant_set_ieee64, rate(base_.received, last.received, seconds));
-    shown_.set("sent", cu_Variant_set_ieee64, rate(base_.sent, last.sent, seconds));
+    summary_.set("time", cu_Variant_set_uint64, static_cast<uint64_t>(last.realTime / 1'000'000'000));
+    summary_.set("records", cu_Variant_set_uint64, records());
+    summary_.set("lost", cu_Variant_set_uint64, last.lost);
+    summary_.set("busy", cu_Variant_set_ieee64, busy);
+    summary_.setList("cores", busyOfCore);
+    summary_.setList("load", {last.load[0] / 100.0, last.load[1] / 100.0, last.load[2] / 100.0});
+    summary_.set("memory.used", cu_Variant_set_uint64, last.memoryUsed);
+    summary_.set("memory.total", cu_Variant_set_uint64, last.memoryTotal);
+    summary_.set("received", cu_Variant_set_ieee64, rate(base_.received, last.received, seconds));
+    summary_.set("sent", cu_Variant_set_ieee64, rate(base_.sent, last.sent, seconds));
 }
 
 } // namespace telemetry

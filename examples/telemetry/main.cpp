@@ -1,9 +1,10 @@
-// telemetry: two processes on real data of this machine, with a queue in shared memory between them.
+// telemetry: real data of this machine, through a queue in shared memory to a server, and over TCP to its watchers.
 #include "commands.h"
 #include "messages.h"
 
 #include <charconv>
 #include <cstdio>
+#include <string>
 #include <string_view>
 #include <system_error>
 
@@ -14,35 +15,44 @@ using telemetry::Options;
 
 constexpr char usage[] =
     "usage: telemetry sample [--name NAME] [--interval MS] [--seconds N]\n"
-    "       telemetry report [--name NAME] [--seconds N]\n"
-    "       telemetry demo   [--name NAME] [--interval MS] [--seconds N]\n"
+    "       telemetry serve  [--name NAME] [--host HOST] [--port PORT] [--log FILE] [--seconds N]\n"
+    "       telemetry watch  [--host HOST] [--port PORT] [--seconds N]\n"
+    "       telemetry demo   [--name NAME] [--port PORT] [--log FILE] [--interval MS] [--seconds N]\n"
     "\n"
     "  sample  reads what the machine does and puts it into a queue in shared memory\n"
-    "  report  takes the records from the queue and shows them\n"
-    "  demo    runs both as two processes\n"
+    "  serve   takes the records from the queue, remembers the last minute and answers watchers over TCP;\n"
+    "          offers its log to one viewer at the port behind its own (cutil log watch)\n"
+    "  watch   asks a server and shows what it tells\n"
+    "  demo    runs all three as processes\n"
     "\n"
     "  --name NAME    the shared region (telemetry)\n"
+    "  --host HOST    where the server listens, name or address (127.0.0.1)\n"
+    "  --port PORT    and at which port, 1 to 65534 (7070)\n"
+    "  --log FILE     where the server's log is appended (telemetry.log)\n"
     "  --interval MS  milliseconds from sample to sample, 1 to 1000 (100)\n"
-    "  --seconds N    ends after this time (sample and report: when the other side ends; demo: 10)\n"
+    "  --seconds N    ends after this time (when another side ends; demo: 10)\n"
     "\n"
-    "Ctrl-C ends a run in order. Exit status: 0 done, 1 failed or the other side died, 2 wrong usage.\n";
+    "Ctrl-C ends a run in order. Exit status: 0 done, 1 failed or another side died, 2 wrong usage.\n";
 
 constexpr uint32_t longestInterval = 1000;
 constexpr uint32_t longestRun = 1'000'000'000;
+constexpr uint32_t lastPort = 65534;
 
 struct Command {
     std::string_view name;
     int (*run)(const Options& options);
-    bool takesInterval;
+    std::string_view takes; ///< Options, between spaces.
 };
 
 constexpr Command commands[] = {
-    {"sample", telemetry::sample, true},
-    {"report", telemetry::report, false},
-    {"demo", telemetry::demo, true},
+    {"sample", telemetry::sample, " --name --interval --seconds "},
+    {"serve", telemetry::serve, " --name --host --port --log --seconds "},
+    {"watch", telemetry::watch, " --host --port --seconds "},
+    {"demo", telemetry::demo, " --name --port --log --interval --seconds "},
 };
 
-bool toNumber(std::string_view text, uint32_t limit, uint32_t& number)
+template <typename Number>
+bool toNumber(std::string_view text, uint32_t limit, Number& number)
 {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc{} && end == text.data() + text.size() && number >= 1 && number <= limit;
@@ -51,6 +61,24 @@ bool toNumber(std::string_view text, uint32_t limit, uint32_t& number)
 bool isRegionName(std::string_view text)
 {
     return !text.empty() && text.size() < 250 && text.find('/') == std::string_view::npos;
+}
+
+/// @return whether the value makes sense
+bool set(Options& options, std::string_view name, std::string_view value)
+{
+    if (name == "--name") {
+        options.name = value;
+        return isRegionName(value);
+    }
+    if (name == "--host" || name == "--log") {
+        (name == "--host" ? options.host : options.log) = value;
+        return !value.empty();
+    }
+    if (name == "--port")
+        return toNumber(value, lastPort, options.port);
+    if (name == "--interval")
+        return toNumber(value, longestInterval, options.interval);
+    return toNumber(value, longestRun, options.seconds);
 }
 
 int misuse(const char* what, const char* word)
@@ -84,22 +112,11 @@ int main(int count, char** words)
                 return misuse("there is no command", words[i]);
             continue;
         }
-        const bool known = word == "--name" || word == "--seconds" || (word == "--interval" && command->takesInterval);
-        if (!known)
+        if (!word.starts_with("--") || command->takes.find(' ' + std::string(word) + ' ') == std::string_view::npos)
             return misuse("unknown argument", words[i]);
         if (++i == count)
             return misuse("a value is missing after", words[i - 1]);
-        const std::string_view value = words[i];
-        bool good = true;
-        if (word == "--name") {
-            options.name = value;
-            good = isRegionName(value);
-        } else if (word == "--seconds") {
-            good = toNumber(value, longestRun, options.seconds);
-        } else {
-            good = toNumber(value, longestInterval, options.interval);
-        }
-        if (!good)
+        if (!set(options, word, words[i]))
             return misuse("this is no value for the option before it:", words[i]);
     }
     return command->run(options);

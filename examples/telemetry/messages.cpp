@@ -1,6 +1,7 @@
 #include "messages.h"
 
 #include <cUtil/errorInfo.h>
+#include <cUtil/logger/logger.h>
 
 #include <csignal>
 #include <cstdarg>
@@ -21,10 +22,11 @@ void onStopSignal(int)
 }
 
 // In one write, for several processes speak to one terminal.
-__attribute__((__format__(__printf__, 1, 0))) void sayLine(const char* format, va_list arguments)
+__attribute__((__format__(__printf__, 2, 0))) void sayLine(uint32_t level, const char* format, va_list arguments)
 {
     char text[1500];
     vsnprintf(text, sizeof(text), format, arguments);
+    cu_Logger_log(level, text); // of the server; the others have no log
     const std::string line = std::string("telemetry: ") + text + '\n';
     fflush(stdout);
     fputs(line.c_str(), stderr);
@@ -36,7 +38,7 @@ void say(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    sayLine(format, arguments);
+    sayLine(cu_logger_LEVEL_INFO, format, arguments);
     va_end(arguments);
 }
 
@@ -44,7 +46,7 @@ int fail(const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    sayLine(format, arguments);
+    sayLine(cu_logger_LEVEL_ERROR, format, arguments);
     va_end(arguments);
     return failed;
 }

@@ -34,16 +34,33 @@ Properties::Properties()
     cu_PropertyMap_init(&map_);
 }
 
+Properties::Properties(const Properties& other) : Properties()
+{
+    *this = other;
+}
+
+Properties& Properties::operator=(const Properties& other)
+{
+    if (const cu_ErrorCode code = cu_PropertyMap_clone(&map_, &other.map_); code != 0)
+        static_cast<void>(failByRecord(code, "copying the properties"));
+    return *this;
+}
+
 Properties::~Properties()
 {
     if (const cu_ErrorCode code = cu_PropertyMap_free(&map_); code != 0)
         static_cast<void>(failByRecord(code, "releasing the properties"));
 }
 
-void Properties::insert(const char* name, cu_Variant& value, cu_ErrorCode code)
+cu_ErrorCode Properties::insert(const char* name, const cu_Variant& value)
+{
+    return cu_PropertyMap_insert(&map_, name, &value);
+}
+
+void Properties::set(const char* name, cu_Variant& value, cu_ErrorCode code)
 {
     if (code == 0)
-        code = cu_PropertyMap_insert(&map_, name, &value);
+        code = insert(name, value);
     if (code != 0)
         static_cast<void>(failByRecord(code, name));
     cu_Variant_free(&value);
@@ -56,7 +73,7 @@ void Properties::setList(const char* name, const std::vector<double>& values)
         cu_Variant_set_ieee64(&items[i], values[i]);
     cu_Variant variant{};
     if (!items.empty()) // a vector has an element at least
-        insert(name, variant, cu_Variant_set_vector(&variant, items.data(), static_cast<uint32_t>(items.size())));
+        set(name, variant, cu_Variant_set_vector(&variant, items.data(), static_cast<uint32_t>(items.size())));
 }
 
 double Properties::number(const char* name) const

@@ -1,4 +1,4 @@
-// What the sampler puts into the queue and the reporter takes out: one look at the machine.
+// What the sampler puts into the queue and the server takes out: one look at the machine.
 #pragma once
 
 #include <cstddef>

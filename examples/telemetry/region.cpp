@@ -72,12 +72,12 @@ Region::~Region()
     cu_ErrorCode code = 0;
     if (role_ == Role::sampler) {
         store(run().sampler, gone);
-        // Under a reporter that is still there the semaphores stay; they go with the memory.
-        code = reporter() == Presence::there ? cu_Fifo_detach(queue()) : cu_Fifo_cleanup(queue());
+        // Under a server that is still there the semaphores stay; they go with the memory.
+        code = server() == Presence::there ? cu_Fifo_detach(queue()) : cu_Fifo_cleanup(queue());
         if (code == 0 && !unlink())
             return;
-    } else if (role_ == Role::reporter) {
-        store(run().reporter, gone);
+    } else if (role_ == Role::server) {
+        store(run().server, gone);
         code = cu_Fifo_detach(queue());
     }
     if (code == 0 && handle_ != nullptr)
@@ -94,17 +94,17 @@ Presence Region::sampler() const
 {
     return presenceOf(load(run().sampler));
 }
-Presence Region::reporter() const
+Presence Region::server() const
 {
-    return presenceOf(load(run().reporter));
+    return presenceOf(load(run().server));
 }
 int Region::samplerNumber() const
 {
     return processNumber(load(run().sampler));
 }
-int Region::reporterNumber() const
+int Region::serverNumber() const
 {
-    return processNumber(load(run().reporter));
+    return processNumber(load(run().server));
 }
 
 // The object is unmapped when its name cannot be removed; it is deleted again for the rest. That the name is gone
@@ -250,16 +250,16 @@ std::optional<Region> Region::attach(const std::string& name)
                 static_cast<void>(failByRecord(code, "attaching to the queue"));
                 return std::nullopt;
             }
-            if (replace(region->run().reporter, nobody, thisProcess())) {
-                region->role_ = Role::reporter;
+            if (replace(region->run().server, nobody, thisProcess())) {
+                region->role_ = Role::server;
                 return region;
             }
-            other = region->reporterNumber();
+            other = region->serverNumber();
         }
         std::this_thread::sleep_for(pollPeriod);
     } while (!stopRequested() && Clock::now() < end);
     if (other != 0)
-        say("another reporter (process %d) has taken the records of '%s'", other, name.c_str());
+        say("another server (process %d) takes the records of '%s'", other, name.c_str());
     else
         say("no sampler fills the region '%s'", name.c_str());
     return std::nullopt;

@@ -20,7 +20,7 @@ constexpr uint32_t queueCapacity = 32;
 struct Run {
     uint64_t signature; ///< Written last: what stands in front of it is complete then.
     Party sampler;
-    Party reporter;
+    Party server;
 };
 
 class Region
@@ -30,7 +30,7 @@ public:
     /// another sampler fills, or that is none of ours, is not. On failure nothing is returned and the reason is told.
     static std::optional<Region> create(const std::string& name);
 
-    /// Attaches to the region of a living sampler, as its reporter; waits a few seconds for one. On failure nothing is
+    /// Attaches to the region of a living sampler, as its server; waits a few seconds for one. On failure nothing is
     /// returned and the reason is told.
     static std::optional<Region> attach(const std::string& name);
 
@@ -44,12 +44,12 @@ public:
 
     void* queue() const { return base_; }
     Presence sampler() const;
-    Presence reporter() const;
+    Presence server() const;
     int samplerNumber() const;
-    int reporterNumber() const;
+    int serverNumber() const;
 
 private:
-    enum class Role { onlooker, sampler, reporter };
+    enum class Role { onlooker, sampler, server };
     enum class State { missing, unfinished, foreign, stale, filled };
 
     Region(cu_SharedMemory* handle, Role role);

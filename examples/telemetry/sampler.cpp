@@ -1,5 +1,5 @@
 // The sampler: at a steady pace reads what the machine does and puts it into the queue. It never waits for the
-// reporter. One thread ticks, one samples at the ticks, and the main thread watches over the run.
+// server. One thread ticks, one samples at the ticks, and the main thread watches over the run.
 #include "commands.h"
 #include "messages.h"
 #include "procfs.h"
@@ -189,7 +189,7 @@ public:
     }
 
 private:
-    /// Nothing but a tick wakes who waits for one. So a clock that fails ends the process, which the reporter then
+    /// Nothing but a tick wakes who waits for one. So a clock that fails ends the process, which the server then
     /// takes for dead.
     static uintptr_t tick(void* runningFlag, void* clock)
     {
@@ -280,11 +280,11 @@ private:
 /// How soon the main thread notices that the run has to end.
 constexpr auto watchPeriod = std::chrono::milliseconds(20);
 
-bool reporterHasEnded(const Region& region, int& status)
+bool serverHasEnded(const Region& region, int& status)
 {
-    switch (region.reporter()) {
+    switch (region.server()) {
     case Presence::dead:
-        status = fail("the reporter (process %d) has died", region.reporterNumber());
+        status = fail("the server (process %d) has died", region.serverNumber());
         return true;
     case Presence::left:
         return true;
@@ -307,7 +307,7 @@ int sample(const Options& options)
 
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
     int status = done;
-    while (!stopRequested() && !sampling.hasFailed() && !reporterHasEnded(*region, status) &&
+    while (!stopRequested() && !sampling.hasFailed() && !serverHasEnded(*region, status) &&
            (options.seconds == 0 || std::chrono::steady_clock::now() < end))
         std::this_thread::sleep_for(watchPeriod);
     return sampling.end() ? status : failed;

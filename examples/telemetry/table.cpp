@@ -1,11 +1,15 @@
 #include "table.h"
 
+#include "history.h"
+
 #include <algorithm>
-#include <cinttypes>
+#include <clocale>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
+#include <langinfo.h>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -15,9 +19,6 @@ namespace telemetry
 
 namespace
 {
-
-constexpr int64_t inPlacePeriod = 250'000'000; // nanoseconds
-constexpr int64_t linePeriod = 1'000'000'000;
 
 __attribute__((__format__(__printf__, 2, 3))) void append(std::string& text, const char* format, ...)
 {
@@ -29,15 +30,35 @@ __attribute__((__format__(__printf__, 2, 3))) void append(std::string& text, con
     text += piece;
 }
 
-std::string bar(double share, int width)
+/// How many of @p count steps a share of 1 amounts to, whatever has come over the network.
+std::size_t stepsOf(double share, std::size_t count)
 {
-    const auto filled = static_cast<std::size_t>(std::clamp(share * width + 0.5, 0.0, static_cast<double>(width)));
-    return '[' + std::string(filled, '#') + std::string(static_cast<std::size_t>(width) - filled, '.') + ']';
+    const double steps = share * static_cast<double>(count) + 0.5;
+    return steps >= 0 ? static_cast<std::size_t>(std::min(steps, static_cast<double>(count))) : 0;
+}
+
+std::string bar(double share, std::size_t width)
+{
+    const std::size_t filled = stepsOf(share, width);
+    return '[' + std::string(filled, '#') + std::string(width - filled, '.') + ']';
+}
+
+/// A character for each second: the lowest one stands for 0, the highest one for @p most.
+std::string sparkline(const std::vector<double>& values, double most, bool inUtf8)
+{
+    static constexpr const char* blocks[] = {"\u2581", "\u2582", "\u2583", "\u2584",
+                                             "\u2585", "\u2586", "\u2587", "\u2588"};
+    static constexpr const char* plain[] = {"_", ".", ":", "-", "=", "+", "*", "#"};
+    std::string text(historySeconds - std::min<std::size_t>(values.size(), historySeconds), ' ');
+    for (const double value : values)
+        text += (inUtf8 ? blocks : plain)[stepsOf(most > 0 ? value / most : 0, std::size(plain) - 1)];
+    return text;
 }
 
 std::string timeOfDay(double time)
 {
-    const auto seconds = static_cast<time_t>(static_cast<int64_t>(time));
+    constexpr double farAway = 1e11;
+    const auto seconds = static_cast<time_t>(time >= 0 && time < farAway ? static_cast<int64_t>(time) : 0);
     tm local{};
     char text[16] = "--:--:--";
     if (localtime_r(&seconds, &local) != nullptr)
@@ -76,9 +97,9 @@ std::string composeLine(const Properties& shown)
     return text;
 }
 
-std::string composeDrawing(const Properties& shown)
+std::string composeDrawing(const Properties& shown, bool inUtf8)
 {
-    constexpr int width = 46;
+    constexpr std::size_t width = 46;
     constexpr std::size_t coresInLine = 12;
     constexpr char endOfLine[] = "\033[K\n"; // clears what an earlier drawing left there
     const double busy = shown.number("busy");
@@ -86,9 +107,17 @@ std::string composeDrawing(const Properties& shown)
     const double total = shown.number("memory.total");
 
     std::string text;
-    append(text, "time       %s   %s records, %s lost%s", timeOfDay(shown.number("time")).c_str(),
-           shown.text("records").c_str(), shown.text("lost").c_str(), endOfLine);
+    const auto addMinute = [&](const char* label, const char* name, double most) {
+        const std::vector<double> values = shown.list(name);
+        if (most == 0 && !values.empty())
+            most = *std::max_element(values.begin(), values.end());
+        append(text, "  %-9s", label);
+        text += sparkline(values, most, inUtf8) + endOfLine;
+    };
+    append(text, "time       %s   %s records, %s lost, %s watching%s", timeOfDay(shown.number("time")).c_str(),
+           shown.text("records").c_str(), shown.text("lost").c_str(), shown.text("watchers").c_str(), endOfLine);
     append(text, "processor  %s %5.1f%%%s", bar(busy, width).c_str(), busy * 100, endOfLine);
+    addMinute("minute", "history.busy", 1);
     const std::vector<double> cores = shown.list("cores");
     for (std::size_t i = 0; i < cores.size(); ++i) {
         if (i % coresInLine == 0)
@@ -105,6 +134,8 @@ std::string composeDrawing(const Properties& shown)
     text += endOfLine;
     append(text, "network    %s received  %s sent%s", rate(shown.number("received")).c_str(),
            rate(shown.number("sent")).c_str(), endOfLine);
+    addMinute("received", "history.received", 0);
+    addMinute("sent", "history.sent", 0);
     return text;
 }
 
@@ -114,26 +145,18 @@ Table::Table()
 {
     const char* terminal = getenv("TERM");
     inPlace_ = isatty(STDOUT_FILENO) != 0 && terminal != nullptr && terminal != std::string_view("dumb");
+    setlocale(LC_CTYPE, "");
+    inUtf8_ = nl_langinfo(CODESET) == std::string_view("UTF-8");
 }
 
-int64_t Table::period() const
+void Table::print(const Properties& shown)
 {
-    return inPlace_ ? inPlacePeriod : linePeriod;
-}
-
-std::string Table::compose(const Properties& shown) const
-{
-    return inPlace_ ? composeDrawing(shown) : composeLine(shown);
-}
-
-void Table::print(const std::string& text)
-{
-    if (inPlace_ && drawn_)
-        printf("\033[%dA", lines_);
-    if (!inPlace_ && !drawn_)
+    if (inPlace_ && lines_ != 0)
+        printf("\033[%dA", static_cast<int>(lines_));
+    if (!inPlace_ && lines_ == 0)
         puts("time      processor                  memory used        received      sent");
-    drawn_ = true;
-    lines_ = static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+    const std::string text = inPlace_ ? composeDrawing(shown, inUtf8_) : composeLine(shown);
+    lines_ = std::count(text.begin(), text.end(), '\n');
     fputs(text.c_str(), stdout);
 }
 

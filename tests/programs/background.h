@@ -20,9 +20,10 @@ class Background : Pinned
 {
 public:
     explicit Background(const std::string& command)
-        : path_(testing::TempDir() + uniqueName("output") + '-' + std::to_string(++count_)), process_([&] {
-              const std::string line = "exec " + command + " >" + path_ + " 2>&1";
-              execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+        : path_(testing::TempDir() + uniqueName("output") + '-' + std::to_string(++count_)),
+          line_("exec " + command + " >" + path_ + " 2>&1"), process_([this] {
+              // A test with threads may be forked while one of them holds the heap's lock.
+              execl("/bin/sh", "sh", "-c", line_.c_str(), nullptr);
               return 127;
           })
     {
@@ -47,6 +48,7 @@ public:
 private:
     static inline int count_ = 0;
     std::string path_;
+    std::string line_;
     Process process_;
 };
 

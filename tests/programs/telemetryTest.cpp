@@ -1,59 +1,25 @@
-#include "programs/command.h"
-#include "support/process.h"
+#include "programs/background.h"
 
 #include <cUtil/fifo.h>
+#include <cUtil/network/ipAddress.h>
+#include <cUtil/network/msgClient.h>
+#include <cUtil/network/msgServer.h>
 #include <cUtil/sharedMemory.h>
+#include <cUtil/variant.h>
 
 #include <gmock/gmock.h>
-
-#include <csignal>
-#include <fstream>
-#include <sstream>
 
 namespace
 {
 
 using namespace support;
+using namespace std::string_literals;
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::FieldsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-/// A program in the background; both its streams go to a file.
-class Background : Pinned
-{
-public:
-    explicit Background(const std::string& command)
-        : path_(testing::TempDir() + uniqueName("output") + '-' + std::to_string(++count_)), process_([&] {
-              const std::string line = "exec " + command + " >" + path_ + " 2>&1";
-              execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
-              return 127;
-          })
-    {
-    }
-    ~Background() { remove(path_.c_str()); }
-
-    std::string output() const
-    {
-        std::ostringstream text;
-        text << std::ifstream(path_).rdbuf();
-        return text.str();
-    }
-    bool says(const char* text) const
-    {
-        return comesTrue([&] { return output().find(text) != std::string::npos; });
-    }
-    void interrupt() const { ::kill(process_.id(), SIGINT); }
-    void kill() { process_.kill(); }
-    int wait(std::chrono::milliseconds limit = 60s) { return process_.wait(limit); }
-    std::string number() const { return std::to_string(process_.id()); }
-
-private:
-    static inline int count_ = 0;
-    std::string path_;
-    Process process_;
-};
 
 struct Summary {
     unsigned taken = 0;
@@ -79,11 +45,12 @@ protected:
     void TearDown() override
     {
         EXPECT_TRUE(region == nullptr || cu_SharedMemory_delete(&region, false) == 0);
-        run("rm -f /dev/shm/" + name);
+        run("rm -f /dev/shm/" + name + ' ' + log);
     }
 
     std::string sample() const { return telemetry + "sample --interval 20 --name " + name; }
-    std::string report() const { return telemetry + "report --name " + name; }
+    std::string serve() const { return telemetry + "serve --name " + name + at + " --log " + log; }
+    std::string watch() const { return telemetry + "watch" + at; }
     bool regionExists() const { return run("test -e /dev/shm/" + name).status == 0; }
 
     /// The queue of the sampler's region, once there are so many records in it.
@@ -103,6 +70,9 @@ protected:
 
     static constexpr int32_t capacity = 32;
     const std::string name = uniqueName("telemetry");
+    const std::string log = testing::TempDir() + name + ".log";
+    const uint16_t port = freePort();
+    const std::string at = " --port " + std::to_string(port);
     cu_SharedMemory* region = nullptr;
 };
 
@@ -110,14 +80,17 @@ TEST_F(Telemetry, DemoPrintsPlainLinesAndASummaryThatAddsUp)
 {
     if (UNDER_EMULATOR)
         GTEST_SKIP() << "the emulator cannot start a program that starts itself again";
-    const Result result = run(telemetry + "demo --seconds 2 --name " + name + " 2>&1");
+    const Result result = run(telemetry + "demo --seconds 2 --name " + name + at + " --log " + log + " 2>&1");
     EXPECT_EQ(result.status, 0) << result.output;
-    EXPECT_THAT(result.output, StartsWith("time "));
+    EXPECT_THAT(result.output, StartsWith("serving at 127.0.0.1, port " + std::to_string(port) + ';'));
     EXPECT_THAT(result.output, ContainsRegex("\n[0-9:]+  \\[[#.]+\\] +[0-9.]+%"));
+    EXPECT_THAT(result.output, ContainsRegex("\n[1-9][0-9]* requests answered\n"));
+    EXPECT_THAT(run("cat " + log).output, ContainsRegex(" Info: watcher [0-9]+ has come, 1 there\n"));
     EXPECT_THAT(result.output, ContainsRegex("\nbusiest, mean/peak: cpu[0-9]+ [0-9]+/[0-9]+ %"));
     EXPECT_THAT(result.output, Not(HasSubstr("\033")));
     std::istringstream lines(result.output);
-    for (std::string line; std::getline(lines, line);)
+    std::string line;
+    for (std::getline(lines, line); std::getline(lines, line);) // the first one tells of the log's path
         EXPECT_LE(line.size(), 80u) << line;
 
     const Summary summary = summaryOf(result.output);
@@ -133,71 +106,82 @@ TEST_F(Telemetry, DemoPrintsPlainLinesAndASummaryThatAddsUp)
 TEST_F(Telemetry, DrawsInPlaceOnATerminal)
 {
     Background sampler(sample());
-    const Result result = run("TERM=xterm script -qec '" + report() + " --seconds 1' /dev/null");
-    EXPECT_THAT(result.output, HasSubstr("\033[6A")) << "one line for up to twelve cores, five for the rest";
-    EXPECT_THAT(result.output, HasSubstr("processor  ["));
-    EXPECT_THAT(result.output, HasSubstr("memory     ["));
-    EXPECT_GT(summaryOf(result.output).taken, 0u);
+    Background server(serve());
+    const Result plain = run("LC_ALL=C TERM=xterm script -qec '" + watch() + " --seconds 4' /dev/null");
+    EXPECT_THAT(plain.output, HasSubstr("\033[9A")) << "one line for up to twelve cores, eight for the rest";
+    EXPECT_THAT(plain.output, AllOf(HasSubstr("processor  ["), HasSubstr("memory     [")));
+    EXPECT_THAT(plain.output, ContainsRegex("\n  minute( {61}[_.:=+*#-]{2}| {60}[_.:=+*#-]{3}| {59}[_.:=+*#-]{4})\033"))
+        << "a character for each second";
+    const Result drawn = run("LC_ALL=C.UTF-8 TERM=xterm script -qec '" + watch() + " --seconds 1' /dev/null");
+    EXPECT_THAT(drawn.output, HasSubstr("\xE2\x96"));
+    server.interrupt();
+    EXPECT_EQ(server.wait(), 0);
     EXPECT_EQ(sampler.wait(), 0);
 }
 
-TEST_F(Telemetry, ReporterTellsOfAKilledSamplerWhoseRegionIsReplaced)
+TEST_F(Telemetry, ServerTellsOfAKilledSamplerWhoseRegionIsReplaced)
 {
     Background sampler(sample());
-    Background reporter(report());
-    ASSERT_TRUE(reporter.says("%"));
+    Background server(serve());
+    Background watcher(watch());
+    ASSERT_TRUE(watcher.says("%"));
     sampler.kill();
-    EXPECT_EQ(reporter.wait(), 1);
-    EXPECT_THAT(reporter.output(), HasSubstr("the sampler (process " + sampler.number() + ") has died\n"));
-    EXPECT_GT(summaryOf(reporter.output()).taken, 0u);
+    EXPECT_EQ(server.wait(), 1);
+    EXPECT_THAT(server.output(), HasSubstr("the sampler (process " + sampler.number() + ") has died\n"));
+    EXPECT_GT(summaryOf(server.output()).taken, 0u);
+    EXPECT_EQ(watcher.wait(), 1);
+    EXPECT_THAT(watcher.output(), HasSubstr("telemetry: the server has ended\n"));
     EXPECT_TRUE(regionExists());
 
-    Background nextReporter(report() + " --seconds 1"); // does not fall for the stale region
+    Background nextServer(serve() + " --seconds 1"); // does not fall for the stale region
     Background nextSampler(sample());
-    EXPECT_EQ(nextReporter.wait(), 0);
-    EXPECT_GT(summaryOf(nextReporter.output()).taken, 0u);
+    EXPECT_EQ(nextServer.wait(), 0);
+    EXPECT_GT(summaryOf(nextServer.output()).taken, 0u);
     EXPECT_EQ(nextSampler.wait(), 0);
     EXPECT_EQ(nextSampler.output(), "telemetry: replacing the region '" + name + "' that an earlier run left behind\n");
     EXPECT_FALSE(regionExists());
 }
 
-TEST_F(Telemetry, SamplerTellsOfAKilledReporter)
+TEST_F(Telemetry, SamplerTellsOfAKilledServer)
 {
     Background sampler(sample());
-    Background reporter(report());
-    ASSERT_TRUE(reporter.says("%"));
-    reporter.kill();
+    Background server(serve());
+    Background watcher(watch());
+    ASSERT_TRUE(watcher.says("%"));
+    server.kill();
     EXPECT_EQ(sampler.wait(), 1);
-    EXPECT_EQ(sampler.output(), "telemetry: the reporter (process " + reporter.number() + ") has died\n");
+    EXPECT_EQ(sampler.output(), "telemetry: the server (process " + server.number() + ") has died\n");
     EXPECT_FALSE(regionExists());
 }
 
 TEST_F(Telemetry, EndsInOrderOnCtrlC)
 {
     Background sampler(sample());
-    Background reporter(report());
-    ASSERT_TRUE(reporter.says("%"));
+    Background server(serve());
+    Background watcher(watch());
+    ASSERT_TRUE(watcher.says("%"));
     sampler.interrupt();
     EXPECT_EQ(sampler.wait(), 0);
-    EXPECT_EQ(reporter.wait(), 0);
-    EXPECT_THAT(reporter.output(), HasSubstr("the sampler has ended\n"));
-    EXPECT_GT(summaryOf(reporter.output()).taken, 0u);
+    EXPECT_EQ(server.wait(), 0);
+    EXPECT_THAT(server.output(), HasSubstr("the sampler has ended\n"));
+    EXPECT_GT(summaryOf(server.output()).taken, 0u);
     EXPECT_FALSE(regionExists());
 }
 
 TEST_F(Telemetry, NamesItsThreadsAndEndsThemWhenTheTimeIsOver)
 {
     Background sampler(sample() + " --seconds 2 --interval 1000"); // the ticks are slow, the end is not
-    Background reporter(report());
+    Background server(serve());
     for (const auto& [number, thread] : {std::pair{sampler.number(), "telemetry-sampl"},
                                          {sampler.number(), "telemetry-tick"},
-                                         {reporter.number(), "cu-pool-1"}}) {
+                                         {server.number(), "cu-pool-1"},
+                                         {server.number(), "cu-msg-server"}}) {
         const std::string look = "grep -qx " + std::string(thread) + " /proc/" + number + "/task/*/comm";
         EXPECT_TRUE(comesTrue([&] { return run(look).status == 0; })) << thread;
     }
     EXPECT_EQ(sampler.wait(5s), 0);
-    EXPECT_EQ(reporter.wait(5s), 0);
-    EXPECT_EQ(summaryOf(reporter.output()).lost, 0u);
+    EXPECT_EQ(server.wait(5s), 0);
+    EXPECT_EQ(summaryOf(server.output()).lost, 0u);
     EXPECT_FALSE(regionExists());
 }
 
@@ -206,9 +190,9 @@ TEST_F(Telemetry, CountsWhatAFullQueueLoses)
     Background sampler(sample());
     queue(capacity);
     std::this_thread::sleep_for(200ms); // ten more; a sampler that is late makes up for it
-    Background reporter(report() + " --seconds 1");
-    EXPECT_EQ(reporter.wait(), 0);
-    const Summary summary = summaryOf(reporter.output());
+    Background server(serve() + " --seconds 1");
+    EXPECT_EQ(server.wait(), 0);
+    const Summary summary = summaryOf(server.output());
     EXPECT_GE(summary.taken, uint32_t{capacity});
     EXPECT_GE(summary.lost, 1u);
     EXPECT_GE(summary.maximum, 200'000) << "the first record waited at least as long as the queue was full";
@@ -220,8 +204,8 @@ TEST_F(Telemetry, NobodyHangsWhenSomebodyDiedInATransaction)
     Background sampler(sample());
     void* entry = nullptr;
     ASSERT_EQ(cu_Fifo_put(queue(), &entry), 0u); // and never ends it
-    Background reporter(report());
-    for (Background* each : {&sampler, &reporter}) {
+    Background server(serve());
+    for (Background* each : {&sampler, &server}) {
         EXPECT_EQ(each->wait(), 1);
         EXPECT_THAT(each->output(), HasSubstr("the queue stays locked"));
     }
@@ -232,39 +216,148 @@ TEST_F(Telemetry, LeavesARegionAloneThatIsInUse)
     {
         Background sampler(sample());
         queue();
-        Background reporter(report());
-        ASSERT_TRUE(reporter.says("%"));
+        Background server(serve());
+        Background watcher(watch());
+        ASSERT_TRUE(watcher.says("%"));
         EXPECT_THAT(run(sample() + " 2>&1"),
                     FieldsAre(1, HasSubstr("a sampler (process " + sampler.number() + ") fills the region")));
-        EXPECT_THAT(run(report() + " 2>&1"),
-                    FieldsAre(1, HasSubstr("another reporter (process " + reporter.number() + ")")));
-        reporter.interrupt();
-        EXPECT_EQ(reporter.wait(), 0);
-        EXPECT_GT(summaryOf(reporter.output()).taken, 0u);
+        EXPECT_THAT(run(serve() + " --port " + std::to_string(freePort()) + " 2>&1"),
+                    FieldsAre(1, HasSubstr("another server (process " + server.number() + ")")));
+        server.interrupt();
+        EXPECT_EQ(server.wait(), 0);
+        EXPECT_GT(summaryOf(server.output()).taken, 0u);
         EXPECT_EQ(sampler.wait(), 0);
         EXPECT_EQ(sampler.output(), "");
     }
     run("echo something else >/dev/shm/" + name);
-    for (const std::string& command : {sample(), report()})
+    for (const std::string& command : {sample(), serve()})
         EXPECT_THAT(run(command + " 2>&1"), FieldsAre(1, HasSubstr("is none of a sampler's")));
     EXPECT_EQ(run("cat /dev/shm/" + name).output, "something else\n");
 }
 
 TEST_F(Telemetry, ReplacesARegionWhoseCreatorDiedBeforeItHadASize)
 {
-    EXPECT_EQ(run(report() + " 2>&1").output, "telemetry: no sampler fills the region '" + name + "'\n");
+    EXPECT_EQ(run(serve() + " 2>&1").output, "telemetry: no sampler fills the region '" + name + "'\n");
     run(": >/dev/shm/" + name);
     Background sampler(sample());
     ASSERT_TRUE(sampler.says("replacing the region"));
-    EXPECT_EQ(run(report() + " --seconds 1").status, 0);
+    EXPECT_EQ(run(serve() + " --seconds 1").status, 0);
     EXPECT_EQ(sampler.wait(), 0);
+}
+
+TEST_F(Telemetry, AnswersAnyNumberOfWatchersEachOfWhichMayEndAtAnyTime)
+{
+    Background sampler(sample());
+    Background server(serve());
+    Background first(watch());
+    Background second(watch());
+    Background third(watch() + " --seconds 2");
+    EXPECT_TRUE(first.says("%"));
+    Background viewer(cutil + "log watch 127.0.0.1 " + std::to_string(port + 1));
+    EXPECT_TRUE(viewer.says("Debug"));
+    first.interrupt();
+    EXPECT_EQ(first.wait(), 0);
+    second.kill();
+    EXPECT_EQ(third.wait(), 0);
+    EXPECT_THAT(third.output(), ContainsRegex("^time .*\n[0-9:]+ .*%"));
+    EXPECT_TRUE(viewer.says("has gone"));
+    EXPECT_THAT(viewer.output(), ContainsRegex(" Debug: [0-9]+ records, 0 lost, busy [0-9.]+ %\n"));
+    Background last(watch());
+    EXPECT_TRUE(last.says("%"));
+    for (Background* each : {&last, &server}) {
+        each->interrupt(SIGTERM);
+        EXPECT_EQ(each->wait(), 0) << each->output();
+    }
+    EXPECT_EQ(sampler.wait(), 0);
+    EXPECT_THAT(run("cat " + log).output, ContainsRegex("watcher [0-9]+ has gone\n"));
+}
+
+/// A number of 32 bits on the wire, and texts behind their length.
+std::string wire(uint32_t number)
+{
+    return {static_cast<char>(number >> 24), static_cast<char>(number >> 16), static_cast<char>(number >> 8),
+            static_cast<char>(number)};
+}
+std::string wire(const std::string& text)
+{
+    return wire(static_cast<uint32_t>(text.size())) + text;
+}
+
+/// A message with a payload; the payload of a message.
+struct Message : Pinned {
+    Message() { EXPECT_EQ(cu_Message_new(&handle, 0, nullptr), 0u); }
+    ~Message() { cu_Message_delete(&handle); }
+    void set(const std::string& bytes) const
+    {
+        EXPECT_EQ(cu_Message_seek(handle, 0), 0u);
+        EXPECT_EQ(cu_Message_write(handle, bytes.data(), static_cast<uint32_t>(bytes.size())), 0u);
+    }
+    std::string bytes() const
+    {
+        uint8_t* data = nullptr;
+        uint32_t size = 0;
+        EXPECT_EQ(cu_Message_get(handle, &data) + cu_Message_getSize(handle, &size), 0u);
+        return {data, data + size};
+    }
+    cu_Message* handle = nullptr;
+};
+
+TEST_F(Telemetry, TellsAsMuchHistoryAsIsAskedForAndLeavesNonsenseUnanswered)
+{
+    Background sampler(sample());
+    Background server(serve());
+    const Message message;
+    cu_MSGClient* client = nullptr;
+    ASSERT_TRUE(comesTrue([&] { return cu_MSGClient_new(&client, CU_IP_ADDRESS_LOCAL, port, nullptr) == 0; }));
+    const auto ask = [&](uint32_t seconds) {
+        message.set(wire(seconds));
+        EXPECT_EQ(cu_MSGClient_send(client, message.handle), 0u);
+        EXPECT_EQ(cu_MSGClient_receive(client, message.handle), 0u);
+        return message.bytes();
+    };
+    const auto list = [](uint32_t elements) { return wire("history.sent") + wire(cu_VARIANT_VECTOR) + wire(elements); };
+    EXPECT_TRUE(comesTrue([&] { return ask(60).find(list(3)) != std::string::npos; }));
+    EXPECT_THAT(ask(2), HasSubstr(list(2)));
+    EXPECT_THAT(ask(0), Not(HasSubstr("history.sent")));
+
+    message.set("abc");
+    EXPECT_EQ(cu_MSGClient_send(client, message.handle), 0u);
+    EXPECT_THAT(ask(1), HasSubstr(list(1))) << "the answer to this, not to that";
+    EXPECT_EQ(cu_MSGClient_delete(&client), 0u);
+    server.interrupt();
+    EXPECT_EQ(server.wait(), 0);
+    EXPECT_THAT(run("cat " + log).output, ContainsRegex("Warning: endpoint [0-9]+ sent something that is no request"));
+}
+
+TEST_F(Telemetry, WatcherTellsOfAnswersThatMakeNoSense)
+{
+    const std::string number = wire(cu_VARIANT_UINT64) + "12345678";
+    const std::string list = wire(cu_VARIANT_VECTOR);
+    cu_MSGServer* server = nullptr;
+    ASSERT_EQ(cu_MSGServer_new(&server, CU_IP_ADDRESS_LOCAL, port, nullptr), 0u);
+    const Message message;
+    for (const std::string& answer :
+         {"abc"s, wire(1), wire(2) + wire("time") + number, wire(1) + wire("") + number,
+          wire(1) + wire(0xFFFFFFFF) + "time", wire(1) + wire("time") + wire(99) + "12345678",
+          wire(1) + wire("cores") + list + wire(0), wire(1) + wire("cores") + list + wire(0xFFFFFFFF) + number,
+          wire(1) + wire("cores") + list + wire(1) + list + wire(1) + number}) {
+        Background watcher(watch());
+        uint32_t endpoint = 0;
+        ASSERT_EQ(cu_MSGServer_receive(server, &endpoint, message.handle), 0u);
+        message.set(answer);
+        EXPECT_EQ(cu_MSGServer_send(server, endpoint, message.handle), 0u);
+        EXPECT_EQ(watcher.wait(), 1);
+        EXPECT_EQ(watcher.output(), "telemetry: the server's answer makes no sense\n");
+    }
+    EXPECT_EQ(cu_MSGServer_delete(&server), 0u);
 }
 
 TEST_F(Telemetry, AnswersWrongUsageWithStatus2)
 {
     for (const std::string words :
-         {"", "bogus", "sample --bogus", "report --interval 5", "demo --seconds", "demo --seconds 0",
-          "demo --seconds 1x", "sample --interval 1001", "sample --name a/b", "sample --name ''"}) {
+         {"", "bogus", "sample --bogus", "watch --name x", "serve --interval 5", "serve --port 65535", "watch --port 0",
+          "watch --log x", "demo --seconds", "demo --seconds 0", "demo --seconds 1x", "sample --interval 1001",
+          "sample --name a/b", "sample --name ''"}) {
         EXPECT_EQ(run(telemetry + words + " 2>/dev/null").output, "") << words;
         EXPECT_EQ(run(telemetry + words + " 2>&1 >/dev/null").status, 2) << words;
     }
