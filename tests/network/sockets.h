@@ -1,6 +1,8 @@
 // Sockets for tests: owned ones, pairs, and what a test sees of them from outside.
 #pragma once
 
+#include "support/pinned.h"
+
 #include <cUtil/network/ipAddress.h>
 #include <cUtil/network/selectable.h>
 #include <cUtil/network/tcpServerSocket.h>
@@ -8,20 +10,19 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 /// A handle that is deleted at the end of the scope.
 template <typename T, cu_ErrorCode (*destroy)(T**)>
-class Handle
+class Handle : support::Pinned
 {
 public:
-    Handle() = default;
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
     ~Handle()
     {
         if (handle_ != nullptr) {
@@ -54,6 +55,16 @@ std::chrono::nanoseconds timeOf(Call call)
 constexpr std::chrono::nanoseconds atLeast(std::chrono::nanoseconds wait)
 {
     return wait - wait / 10;
+}
+
+/// Lets the process have so many descriptors, or as many as it may have; tells how many.
+inline int allowDescriptors(rlim_t count)
+{
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = std::min(limit.rlim_max, count);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    return static_cast<int>(limit.rlim_cur);
 }
 
 inline int descriptorOf(cu_TCPSocket* socket)
