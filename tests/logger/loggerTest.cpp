@@ -331,20 +331,6 @@ TEST(Logger, threadsThatWaitForEachOtherDoNotWaitForAChange)
     EXPECT_THAT(adapter.lines(), ElementsAre("0 outer", "0 inner"));
 }
 
-TEST(Logger, levelsThatManyThreadsSetAreNotForgotten)
-{
-    Recorder adapter;
-    add("a", adapter, 0);
-    for (int round = 0; round < 300; ++round) {
-        std::thread other([] { EXPECT_EQ(cu_Logger_setLogLevel(1), 0U); });
-        EXPECT_EQ(cu_Logger_setLogLevel(3), 0U);
-        other.join();
-        const uint32_t level = adapter.get()->level;
-        EXPECT_EQ(cu_Logger_log(level, "x"), 0U);
-        ASSERT_THAT(adapter.take(), ElementsAre(std::to_string(level) + " x"));
-    }
-}
-
 TEST(Logger, failingLocksAreToldAndLeaveTheLoggerUsable)
 {
     Recorder adapter;
