@@ -1,7 +1,9 @@
-// An adapter of the application's, for tests.
+// Adapters for tests.
 #pragma once
 
-#include <cUtil/errorInfo.h>
+#include "support/pinned.h"
+#include "support/record.h"
+
 #include <cUtil/logger/logger.h>
 
 #include <gtest/gtest.h>
@@ -14,18 +16,14 @@
 namespace support
 {
 
-/// Keeps its lines as "level text". It outlives its own end as an adapter, so that a test sees what came before; where
-/// its scope ends, it is no longer added.
-class Recorder
+/// An adapter of the application's that keeps its lines as "level text". It outlives its own end as an adapter, so that
+/// a test sees what came before; where its scope ends, it is no longer added.
+class Recorder : Pinned
 {
 public:
-    Recorder() = default;
-    Recorder(const Recorder&) = delete;
-    Recorder& operator=(const Recorder&) = delete;
     ~Recorder()
     {
         lastAnswer = 0;
-        act = nullptr;
         lastAct = nullptr;
         if (adapter_.name != nullptr) {
             EXPECT_EQ(cu_Logger_removeAdapter(std::string(adapter_.name).c_str()), 0U);
@@ -33,6 +31,8 @@ public:
     }
 
     cu_logger_Adapter* get() { return &adapter_; }
+
+    void add(const char* name, uint32_t level) { ASSERT_EQ(cu_Logger_addAdapter(name, get(), level), 0U); }
 
     std::vector<std::string> lines() const
     {
@@ -53,6 +53,13 @@ public:
     std::function<void()> lastAct;                         ///< at its end
 
 private:
+    static cu_ErrorCode report(cu_ErrorCode code, const char* function, const char* text)
+    {
+        if (code != 0)
+            cu_Error_report(cu_getErrorLocation(), code, 0, function, 1, "recorder", "%s", text);
+        return code;
+    }
+
     static cu_ErrorCode logMessage(void* context, uint32_t level, const char* text)
     {
         auto* me = static_cast<Recorder*>(context);
@@ -63,9 +70,7 @@ private:
         }
         if (me->act)
             me->act(level, text);
-        if (me->answer != 0)
-            cu_Error_report(cu_getErrorLocation(), me->answer, 0, "logMessage", 1, "recorder", "%s", text);
-        return me->answer;
+        return report(me->answer, "logMessage", text);
     }
 
     static cu_ErrorCode destruct(void* context)
@@ -75,14 +80,20 @@ private:
         me->ended = me->lastAnswer == 0;
         if (me->lastAct)
             me->lastAct();
-        if (me->lastAnswer != 0)
-            cu_Error_report(cu_getErrorLocation(), me->lastAnswer, 0, "destruct", 2, "recorder", nullptr);
-        return me->lastAnswer;
+        return report(me->lastAnswer, "destruct", "");
     }
 
     cu_logger_Adapter adapter_ = {nullptr, this, 0, nullptr, logMessage, destruct};
     mutable std::mutex mutex_;
     std::vector<std::string> lines_;
 };
+
+/// The adapter's functions refuse what is null, by names that begin alike.
+inline void expectRefusals(const cu_logger_Adapter* adapter, const std::string& prefix, const std::string& file)
+{
+    EXPECT_REFUSED(adapter->logMessage(nullptr, 0, "x"), prefix + "logMessage", file);
+    EXPECT_REFUSED(adapter->logMessage(adapter->context, 0, nullptr), prefix + "logMessage", file);
+    EXPECT_REFUSED(adapter->destruct(nullptr), prefix + "destruct", file);
+}
 
 } // namespace support

@@ -1,3 +1,4 @@
+#include "logger/recorder.h"
 #include "support/process.h"
 #include "support/sweep.h"
 
@@ -80,44 +81,34 @@ TEST_F(LogFile, constructorsLeaveNothingBehind)
 
 TEST_F(LogFile, badArgumentsAreRefused)
 {
-    cu_logger_Adapter* none = nullptr;
-    cu_logger_Adapter* console = nullptr;
-    cu_logger_Adapter* syslog = nullptr;
-    ASSERT_EQ(cu_logger_ConsoleLoggingAdapter_new(&console, nullptr), 0U);
-    ASSERT_EQ(cu_logger_SyslogLoggingAdapter_new(&syslog, "ident", nullptr), 0U);
-    struct Case {
-        std::string family;
-        const char* suffix;
-        cu_logger_Adapter* adapter;
-        std::function<cu_ErrorCode(cu_logger_Adapter**, const char*)> make;
-    };
-    const Case cases[] = {
-        {"Console", "", console,
-         [](auto** handle, const char*) { return cu_logger_ConsoleLoggingAdapter_new(handle, nullptr); }},
-        {"File", "", adapter,
-         [](auto** handle, const char* text) { return cu_logger_FileLoggingAdapter_new(handle, text, nullptr); }},
-        {"Syslog", ".linux", syslog,
-         [](auto** handle, const char* text) { return cu_logger_SyslogLoggingAdapter_new(handle, text, nullptr); }},
-    };
-    for (const Case& one : cases) {
-        const std::string prefix = "cu_logger_" + one.family + "LoggingAdapter_";
-        std::string file = "src/cUtil/logger/" + one.family + "LoggingAdapter" + one.suffix;
-        file[17] = static_cast<char>(tolower(file[17]));
-        cu_logger_Adapter* made = one.adapter;
-        cu_logger_Adapter* taken = made;
-        EXPECT_REFUSED(one.make(nullptr, "x"), prefix + "new", file);
-        EXPECT_REFUSED(one.make(&taken, "x"), prefix + "new", file);
-        if (one.family != "Console") {
-            EXPECT_REFUSED(one.make(&none, nullptr), prefix + "new", file);
-            EXPECT_REFUSED(one.make(&none, ""), prefix + "new", file);
+    const auto expectRefusals = [](const std::string& prefix, const std::string& source, cu_logger_Adapter* made,
+                                   auto make) {
+        cu_logger_Adapter* none = nullptr;
+        EXPECT_REFUSED(make(nullptr, "x"), prefix + "new", source);
+        EXPECT_REFUSED(make(&made, "x"), prefix + "new", source);
+        if (make(&none, nullptr) == 0) { // the console's
+            EXPECT_EQ(destruct(&none), 0U);
+        } else {
+            EXPECT_REFUSED(make(&none, nullptr), prefix + "new", source);
+            EXPECT_REFUSED(make(&none, ""), prefix + "new", source);
         }
-        EXPECT_REFUSED(made->logMessage(nullptr, 0, "x"), prefix + "logMessage", file);
-        EXPECT_REFUSED(made->logMessage(made->context, 0, nullptr), prefix + "logMessage", file);
-        EXPECT_REFUSED(made->logMessage(made->context, 4, "x"), prefix + "logMessage", file);
-        EXPECT_REFUSED(made->destruct(nullptr), prefix + "destruct", file);
-    }
-    EXPECT_EQ(destruct(&console), 0U);
-    EXPECT_EQ(destruct(&syslog), 0U);
+        EXPECT_REFUSED(made->logMessage(made->context, 4, "x"), prefix + "logMessage", source);
+        support::expectRefusals(made, prefix, source);
+    };
+    cu_logger_Adapter* other = nullptr;
+    expectRefusals(
+        "cu_logger_FileLoggingAdapter_", "src/cUtil/logger/fileLoggingAdapter", adapter,
+        [](cu_logger_Adapter** to, const char* text) { return cu_logger_FileLoggingAdapter_new(to, text, nullptr); });
+    ASSERT_EQ(cu_logger_ConsoleLoggingAdapter_new(&other, nullptr), 0U);
+    expectRefusals(
+        "cu_logger_ConsoleLoggingAdapter_", "src/cUtil/logger/consoleLoggingAdapter", other,
+        [](cu_logger_Adapter** to, const char*) { return cu_logger_ConsoleLoggingAdapter_new(to, nullptr); });
+    EXPECT_EQ(destruct(&other), 0U);
+    ASSERT_EQ(cu_logger_SyslogLoggingAdapter_new(&other, "ident", nullptr), 0U);
+    expectRefusals(
+        "cu_logger_SyslogLoggingAdapter_", "src/cUtil/logger/syslogLoggingAdapter.linux", other,
+        [](cu_logger_Adapter** to, const char* text) { return cu_logger_SyslogLoggingAdapter_new(to, text, nullptr); });
+    EXPECT_EQ(destruct(&other), 0U);
 }
 
 TEST_F(LogFile, consoleLinesAreFlushedOneByOne)

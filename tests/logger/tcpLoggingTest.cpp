@@ -1,4 +1,5 @@
 #include "logger/recorder.h"
+#include "network/sockets.h"
 #include "support/process.h"
 #include "support/sweep.h"
 
@@ -6,13 +7,8 @@
 #include <cUtil/logger/tcpLoggingClient.h>
 #include <cUtil/thread.h>
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-
 #include <atomic>
-#include <csignal>
 #include <string_view>
-#include <thread>
 
 namespace
 {
@@ -20,76 +16,21 @@ namespace
 using support::comesTrue;
 using support::Recorder;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 constexpr char adapterFile[] = "src/cUtil/logger/tcpLoggingAdapter";
 constexpr char clientFile[] = "src/cUtil/logger/tcpLoggingClient";
-constexpr uint32_t local = 0x7F000001;
-
-/// A plain socket of the test's, listening or connected.
-class Peer
+void send(cu_TCPSocket* socket, const std::string& bytes)
 {
-public:
-    explicit Peer(int descriptor = socket(AF_INET, SOCK_STREAM, 0)) : descriptor_(descriptor) {}
-    Peer(Peer&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    Peer& operator=(Peer&&) = delete;
-    ~Peer() { close(); }
+    EXPECT_EQ(cu_TCPSocket_send(socket, bytes.data(), static_cast<uint32_t>(bytes.size()), false), 0U);
+}
 
-    static Peer listening()
-    {
-        Peer peer;
-        const int yes = 1;
-        setsockopt(peer.descriptor_, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
-        sockaddr_in address = {AF_INET, 0, {htonl(local)}, {}};
-        EXPECT_EQ(bind(peer.descriptor_, generic(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(peer.descriptor_, 100), 0);
-        return peer;
-    }
-
-    static Peer connected(uint16_t port)
-    {
-        Peer peer;
-        sockaddr_in address = {AF_INET, htons(port), {htonl(local)}, {}};
-        EXPECT_EQ(connect(peer.descriptor_, generic(&address), sizeof(address)), 0);
-        return peer;
-    }
-
-    Peer accepted() const { return Peer(accept(descriptor_, nullptr, nullptr)); }
-
-    uint16_t port() const
-    {
-        sockaddr_in address = {};
-        socklen_t size = sizeof(address);
-        getsockname(descriptor_, generic(&address), &size);
-        return ntohs(address.sin_port);
-    }
-
-    void send(std::string_view bytes) const
-    {
-        EXPECT_EQ(::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
-    }
-
-    /// So many bytes, or fewer if the other side ends first.
-    std::string receive(std::size_t size) const
-    {
-        std::string bytes(size, '\0');
-        std::size_t got = 0;
-        for (ssize_t piece = 1; got < size && piece > 0; got += static_cast<std::size_t>(std::max<ssize_t>(piece, 0)))
-            piece = recv(descriptor_, bytes.data() + got, size - got, 0);
-        bytes.resize(got);
-        return bytes;
-    }
-
-    void close() { ::close(std::exchange(descriptor_, -1)); }
-
-private:
-    static sockaddr* generic(sockaddr_in* address) { return static_cast<sockaddr*>(static_cast<void*>(address)); }
-
-    int descriptor_;
-};
+/// So many bytes; none if the other side ends first.
+std::string receive(cu_TCPSocket* socket, std::size_t size)
+{
+    std::string bytes(size, '\0');
+    return cu_TCPSocket_receive(socket, bytes.data(), static_cast<uint32_t>(size)) == 0 ? bytes : "";
+}
 
 std::string bigEndian(uint32_t value)
 {
@@ -105,39 +46,30 @@ std::string record(uint32_t level, const std::string& text)
 class TCPLogging : public testing::Test
 {
 protected:
-    void start() { ASSERT_EQ(cu_logger_TCPLoggingAdapter_new(&adapter, local, port, nullptr), 0U); }
-    void TearDown() override
+    void SetUp() override
     {
-        if (adapter != nullptr) {
-            EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0U);
-        }
+        ASSERT_EQ(cu_logger_TCPLoggingAdapter_new(&adapter, CU_IP_ADDRESS_LOCAL, port, nullptr), 0U);
+        ASSERT_EQ(cu_Logger_addAdapter("tcp", adapter, ~0U), 0U);
     }
+    void TearDown() override { EXPECT_EQ(cu_Logger_removeAllAdapters(), 0U); }
 
-    void log(uint32_t level, const std::string& text) const
-    {
-        EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, level, text.c_str()), 0U);
-    }
+    static void log(uint32_t level, const std::string& text) { EXPECT_EQ(cu_Logger_log(level, text.c_str()), 0U); }
 
-    /// Logs until the viewer that has just connected gets something; then it is the only one.
-    void expectViewed(const Peer& viewer) const
+    /// Connects and logs until that gets something; then it is the only viewer.
+    void view(TCPSocket& viewer) const
     {
-        std::atomic<bool> isSeen = false;
-        std::thread reader([&] {
-            EXPECT_EQ(viewer.receive(10), record(9, "?"));
-            isSeen = true;
-        });
-        EXPECT_TRUE(comesTrue([&] {
-            if (!isSeen)
-                log(9, "?");
-            return isSeen.load();
+        ASSERT_EQ(cu_TCPSocket_new(&viewer, CU_IP_ADDRESS_LOCAL, port, 0, nullptr), 0U);
+        bool isSeen = false;
+        ASSERT_TRUE(comesTrue([&] {
+            log(9, "?");
+            return cu_Selectable_waitReadReady(cu_TCPSocket_getSelectable(viewer), 1000, &isSeen) == 0 && isSeen;
         }));
-        reader.join();
         log(9, "!");
-        while (viewer.receive(10) == record(9, "?")) {
+        while (receive(viewer, 10) == record(9, "?")) {
         }
     }
 
-    const uint16_t port = Peer::listening().port();
+    const uint16_t port = Server().port;
     cu_logger_Adapter* adapter = nullptr;
 };
 
@@ -145,94 +77,84 @@ TEST_F(TCPLogging, constructorsLeaveNothingBehind)
 {
     const std::initializer_list<std::string> inVain = {"sem_trywait", "pthread_mutex_trylock", "clock_gettime",
                                                        "sysconf"};
+    const uint16_t other = Server().port;
     support::sweep<cu_logger_Adapter>(
         "cu_logger_TCPLoggingAdapter_new",
-        [&](auto** handle, auto* allocator) { return cu_logger_TCPLoggingAdapter_new(handle, local, port, allocator); },
+        [&](auto** handle, auto* allocator) {
+            return cu_logger_TCPLoggingAdapter_new(handle, CU_IP_ADDRESS_LOCAL, other, allocator);
+        },
         cu_logger_Adapter_destruct, inVain, "pthread_mutex_unlock");
-
-    const Peer server = Peer::listening();
+    const Server server(100);
     Recorder lines;
     support::sweep<cu_logger_TCPLoggingClient>(
         "cu_logger_TCPLoggingClient_new",
         [&](auto** handle, auto* allocator) {
             lines.ended = false;
-            return cu_logger_TCPLoggingClient_new(handle, lines.get(), local, server.port(), allocator);
+            return cu_logger_TCPLoggingClient_new(handle, lines.get(), CU_IP_ADDRESS_LOCAL, server.port, allocator);
         },
         cu_logger_TCPLoggingClient_delete, inVain);
 }
 
 TEST_F(TCPLogging, badArgumentsAreRefused)
 {
-    start();
     Recorder lines;
     cu_logger_Adapter* none = nullptr;
     cu_logger_TCPLoggingClient* client = nullptr;
-    constexpr char newAdapter[] = "cu_logger_TCPLoggingAdapter_new";
-    constexpr char newClient[] = "cu_logger_TCPLoggingClient_new";
-    constexpr char logMessage[] = "cu_logger_TCPLoggingAdapter_logMessage";
-    EXPECT_REFUSED(cu_logger_TCPLoggingAdapter_new(nullptr, local, port, nullptr), newAdapter, adapterFile);
-    EXPECT_REFUSED(cu_logger_TCPLoggingAdapter_new(&adapter, local, port, nullptr), newAdapter, adapterFile);
-    EXPECT_REFUSED(adapter->logMessage(nullptr, 0, ""), logMessage, adapterFile);
-    EXPECT_REFUSED(adapter->logMessage(adapter->context, 0, nullptr), logMessage, adapterFile);
-    EXPECT_REFUSED(adapter->destruct(nullptr), "cu_logger_TCPLoggingAdapter_destruct", adapterFile);
-    EXPECT_EQ(cu_logger_TCPLoggingAdapter_new(&none, local, port, nullptr), cu_ERROR_SOCKET_PORT_ALREADY_BOUND);
-    EXPECT_EQ(none, nullptr);
+    const auto newAdapter = [&](auto** handle) {
+        return cu_logger_TCPLoggingAdapter_new(handle, CU_IP_ADDRESS_LOCAL, port, nullptr);
+    };
+    const auto newClient = [&](auto** handle, cu_logger_Adapter* to) {
+        return cu_logger_TCPLoggingClient_new(handle, to, CU_IP_ADDRESS_LOCAL, port, nullptr);
+    };
+    EXPECT_REFUSED(newAdapter(static_cast<cu_logger_Adapter**>(nullptr)), "cu_logger_TCPLoggingAdapter_new",
+                   adapterFile);
+    EXPECT_REFUSED(newAdapter(&adapter), "cu_logger_TCPLoggingAdapter_new", adapterFile);
+    EXPECT_EQ(newAdapter(&none), cu_ERROR_SOCKET_PORT_ALREADY_BOUND);
+    support::expectRefusals(adapter, "cu_logger_TCPLoggingAdapter_", adapterFile);
 
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_new(nullptr, lines.get(), local, port, nullptr), newClient, clientFile);
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_new(&client, nullptr, local, port, nullptr), newClient, clientFile);
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_delete(nullptr), "cu_logger_TCPLoggingClient_delete", clientFile);
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_delete(&client), "cu_logger_TCPLoggingClient_delete", clientFile);
-    EXPECT_EQ(cu_logger_TCPLoggingClient_getRunnable(nullptr), nullptr);
-    ASSERT_EQ(cu_logger_TCPLoggingClient_new(&client, lines.get(), local, port, nullptr), 0U);
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_new(&client, lines.get(), local, port, nullptr), newClient, clientFile);
+    ASSERT_EQ(newClient(&client, lines.get()), 0U);
     bool running = true;
+    EXPECT_REFUSED(newClient(&client, lines.get()), "cu_logger_TCPLoggingClient_new", clientFile);
     EXPECT_REFUSED(cu_logger_TCPLoggingClient_run(nullptr, &running), "cu_logger_TCPLoggingClient_run", clientFile);
     EXPECT_REFUSED(cu_logger_TCPLoggingClient_run(client, nullptr), "cu_logger_TCPLoggingClient_run", clientFile);
     EXPECT_EQ(cu_logger_TCPLoggingClient_delete(&client), 0U); // nothing is pending
     EXPECT_TRUE(lines.ended);
+    EXPECT_REFUSED(newClient(&client, nullptr), "cu_logger_TCPLoggingClient_new", clientFile);
+    EXPECT_REFUSED(cu_logger_TCPLoggingClient_delete(&client), "cu_logger_TCPLoggingClient_delete", clientFile);
+    EXPECT_EQ(cu_logger_TCPLoggingClient_getRunnable(nullptr), nullptr);
 }
 
-TEST_F(TCPLogging, theViewerGetsRecords)
+TEST_F(TCPLogging, theNewestViewerGetsRecords)
 {
-    start();
+    TCPSocket first;
+    TCPSocket second;
     log(1, "nobody sees it");
-    const Peer viewer = Peer::connected(port);
-    expectViewed(viewer);
+    view(first);
     log(2, "abc");
-    EXPECT_EQ(viewer.receive(12), "\0\0\0\2\0\0\0\4abc\0"s);
+    EXPECT_EQ(receive(first, 12), "\0\0\0\2\0\0\0\4abc\0"s);
     log(0xFFFFFFFE, "");
-    EXPECT_EQ(viewer.receive(9), "\xFF\xFF\xFF\xFE\0\0\0\1\0"s);
-    for (const std::size_t length : {1014U, 1015U, 1016U, 1017U, 17400U, 200000U}) {
+    EXPECT_EQ(receive(first, 9), "\xFF\xFF\xFF\xFE\0\0\0\1\0"s);
+    view(second);
+    while (!receive(first, 10).empty()) { // what it got before it was cut off
+    }
+    for (const std::size_t length : {1015U, 1016U, 17400U, 200000U}) {
         const std::string text(length, 'x');
         std::thread logger([&] { log(1, text); });
-        EXPECT_EQ(viewer.receive(length + 9), record(1, text)) << length;
+        EXPECT_EQ(receive(second, length + 9), record(1, text)) << length;
         logger.join();
     }
-}
-
-TEST_F(TCPLogging, theNewestViewerReplacesTheOlderOne)
-{
-    start();
-    const Peer first = Peer::connected(port);
-    expectViewed(first);
-    const Peer second = Peer::connected(port);
-    expectViewed(second);
-    while (first.receive(10).size() == 10) { // what it got before it was cut off
-    }
-    log(0, "x");
-    EXPECT_EQ(second.receive(10), record(0, "x"));
-    EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0U);
-    EXPECT_EQ(second.receive(1), "");
+    EXPECT_EQ(cu_Logger_removeAdapter("tcp"), 0U);
+    EXPECT_EQ(receive(second, 1), "");
 }
 
 TEST_F(TCPLogging, aKilledViewerIsForgotten)
 {
-    start();
     for (int round = 0; round < 3; ++round) {
-        support::Shared<std::atomic<bool>> isViewing;
+        const support::Shared<std::atomic<bool>> isViewing;
         support::Process process([&] {
-            const Peer viewer = Peer::connected(port);
-            *isViewing = viewer.receive(10) == record(9, "?");
+            TCPSocket viewer;
+            *isViewing = cu_TCPSocket_new(&viewer, CU_IP_ADDRESS_LOCAL, port, 0, nullptr) == 0 &&
+                         receive(viewer, 10) == record(9, "?");
             return pause();
         });
         ASSERT_TRUE(comesTrue([&] {
@@ -243,154 +165,128 @@ TEST_F(TCPLogging, aKilledViewerIsForgotten)
         for (int n = 0; n < 100; ++n)
             log(1, std::string(1000, 'x'));
     }
-    const Peer viewer = Peer::connected(port);
-    expectViewed(viewer);
+    TCPSocket viewer;
+    view(viewer);
 }
 
 TEST_F(TCPLogging, aViewerThatDoesNotReadHoldsUpNobodyForLong)
 {
-    start();
-    ASSERT_EQ(cu_Logger_addAdapter("tcp", adapter, 3), 0U);
     const std::string text(100000, 'x');
     std::atomic<bool> isOver = false;
-    const Peer deaf = Peer::connected(port);
-    expectViewed(deaf);
+    TCPSocket deaf;
+    TCPSocket newer;
+    view(deaf);
     std::thread logger([&] {
         while (!isOver)
-            EXPECT_EQ(cu_Logger_log(1, text.c_str()), 0U);
+            log(1, text);
     });
     std::this_thread::sleep_for(50ms);
-    const Peer newer = Peer::connected(port);
-    EXPECT_EQ(newer.receive(text.size()).size(), text.size());
+    EXPECT_EQ(cu_TCPSocket_new(&newer, CU_IP_ADDRESS_LOCAL, port, 0, nullptr), 0U);
+    EXPECT_EQ(receive(newer, text.size()).size(), text.size());
     std::this_thread::sleep_for(50ms); // held up again
-    adapter = nullptr;
     EXPECT_EQ(cu_Logger_removeAdapter("tcp"), 0U);
     isOver = true;
     logger.join();
 }
 
-/// A client and the other end of its connection.
+/// A client, and what is on the other end of its connection.
 class TCPViewer : public testing::Test
 {
 protected:
-    explicit TCPViewer(cu_allocator* allocator = nullptr)
+    void connect()
     {
-        EXPECT_EQ(cu_logger_TCPLoggingClient_new(&client, lines.get(), local, server.port(), allocator), 0U);
-        sender = std::make_unique<Peer>(server.accepted());
-    }
-    void TearDown() override
-    {
-        if (client != nullptr)
-            end();
+        const Server server;
+        ASSERT_EQ(
+            cu_logger_TCPLoggingClient_new(&client, lines.get(), CU_IP_ADDRESS_LOCAL, server.port, allocator.get()),
+            0U);
+        ASSERT_EQ(cu_TCPServerSocket_accept(server.socket, &sender), 0U);
     }
 
-    void end()
+    void disconnect()
     {
         EXPECT_EQ(cu_logger_TCPLoggingClient_delete(&client), 0U);
-        EXPECT_EQ(client, nullptr);
-        EXPECT_TRUE(lines.ended);
+        EXPECT_TRUE(std::exchange(lines.ended, false));
     }
 
-    support::Failure read()
+    cu_ErrorCode read() const
     {
         bool running = true;
-        return support::failureOf([&] { return cu_logger_TCPLoggingClient_run(client, &running); });
+        return cu_logger_TCPLoggingClient_run(client, &running);
     }
 
-    const Peer server = Peer::listening();
+    support::WatchfulAllocator allocator;
     Recorder lines;
     cu_logger_TCPLoggingClient* client = nullptr;
-    std::unique_ptr<Peer> sender;
+    cu_TCPSocket* sender = nullptr;
 };
 
-TEST_F(TCPViewer, handsEveryLineOnUntilTheOtherSideCloses)
-{
-    std::vector<std::string> expected;
-    for (const std::size_t length : {3U, 0U, 4095U, 4096U, 4999U, 60000U, 5U}) {
-        expected.push_back("3 " + std::string(length, 'x'));
-        sender->send(record(3, std::string(length, 'x')));
-    }
-    sender->close();
-    EXPECT_EQ(read(), (support::Failure{cu_ERROR_SOCKET_OTHER_SIDE_CLOSED, "cu_TCPSocket_receive",
-                                        "src/cUtil/network/tcpSocket.linux", ""}));
-    EXPECT_THAT(support::trace(), testing::HasSubstr("cu_logger_TCPLoggingClient_read  -  "));
-    EXPECT_EQ(lines.lines(), expected);
-}
-
-TEST_F(TCPViewer, whatTheAdapterFailsWithEndsTheReading)
-{
-    lines.answer = 42;
-    sender->send(record(4, "a") + record(0, "b"));
-    EXPECT_EQ(read(), (support::Failure{42, "logMessage", "recorder", "a"}));
-    EXPECT_THAT(lines.lines(), ElementsAre("4 a"));
-}
-
-TEST_F(TCPViewer, runsInAThreadAndStopsInTheMiddleOfARecord)
-{
-    cu_Thread* thread = nullptr;
-    uintptr_t result = 1;
-    ASSERT_EQ(cu_Thread_new(&thread, nullptr), 0U);
-    ASSERT_EQ(cu_Thread_start(thread, cu_logger_TCPLoggingClient_getRunnable(client)), 0U);
-    const std::string whole = record(1, "byte by byte");
-    for (const char byte : whole)
-        sender->send(std::string(1, byte));
-    EXPECT_TRUE(comesTrue([&] { return !lines.lines().empty(); }));
-    EXPECT_THAT(lines.lines(), ElementsAre("1 byte by byte"));
-    sender->send(whole.substr(0, 15));
-    std::this_thread::sleep_for(20ms);
-    EXPECT_EQ(cu_Thread_stop(thread, false), 0U);
-    EXPECT_EQ(cu_Thread_join(thread, &result), 0U);
-    EXPECT_EQ(result, 0U);
-    EXPECT_EQ(cu_Thread_delete(&thread), 0U);
-    EXPECT_THAT(lines.lines(), SizeIs(1));
-}
-
-TEST_F(TCPViewer, deletingEndsTheReading)
-{
-    std::atomic<bool> isReading = false;
-    lines.act = [&](uint32_t, const std::string&) { isReading = true; };
-    sender->send(record(1, "x"));
-    std::thread reader([this] { EXPECT_EQ(read().code, cu_ERROR_SOCKET_OTHER_SIDE_CLOSED); });
-    ASSERT_TRUE(comesTrue([&] { return isReading.load(); }));
-    std::this_thread::sleep_for(10ms);
-    end();
-    reader.join();
-}
-
-TEST(TCPHostile, badRecordsEndTheReadingAndTakeNoMemoryAhead)
+TEST_F(TCPViewer, handsOnWhatIsGoodAndTakesNoMemoryAhead)
 {
     struct Case {
         const char* name;
         std::string bytes;
         cu_ErrorCode code;
         std::vector<std::string> lines;
+        std::vector<uint32_t> requests = {4096};
     };
+    const std::string text(4999, 'x');
     constexpr cu_ErrorCode closed = cu_ERROR_SOCKET_OTHER_SIDE_CLOSED;
     constexpr cu_ErrorCode bad = cu_ERROR_COM_INVARIANT;
     const Case cases[] = {
+        {"lines",
+         record(3, "a") + record(7, "") + record(0, text) + record(0, "b"),
+         closed,
+         {"3 a", "7 ", "0 " + text, "0 b"},
+         {4096, 5000}},
+        {"the adapter fails", record(1, "a") + record(1, "fail") + record(1, "b"), 42, {"1 a", "1 fail"}},
         {"no text", bigEndian(1) + bigEndian(0) + record(1, "x"), bad, {}},
-        {"largest", record(1, "x") + bigEndian(1) + bigEndian(~0U) + std::string(9000, 'y'), closed, {"1 x"}},
-        {"huge", bigEndian(1) + bigEndian(1U << 31U) + std::string(20000, 'y'), closed, {}},
+        {"largest", record(1, "x") + bigEndian(1) + bigEndian(~0U) + text + text, closed, {"1 x"}, {4096, 8192, 16384}},
         {"no NUL", bigEndian(1) + bigEndian(3) + "abcd\0"s, bad, {}},
         {"no NUL in the whole buffer", bigEndian(1) + bigEndian(4096) + std::string(4096, 'z') + '\0', bad, {}},
         {"a NUL inside", bigEndian(7) + bigEndian(6) + "ab\0cd\0"s, closed, {"7 ab"}},
         {"half a head", bigEndian(1) + "\0"s, closed, {}},
     };
+    lines.act = [this](uint32_t, const std::string& line) { lines.answer = line == "fail" ? 42 : 0; };
     for (const Case& one : cases) {
         SCOPED_TRACE(one.name);
-        const Peer server = Peer::listening();
-        Recorder lines;
-        support::WatchfulAllocator allocator;
-        cu_logger_TCPLoggingClient* client = nullptr;
-        ASSERT_EQ(cu_logger_TCPLoggingClient_new(&client, lines.get(), local, server.port(), allocator.get()), 0U);
-        server.accepted().send(one.bytes);
-        bool running = true;
-        EXPECT_EQ(cu_logger_TCPLoggingClient_run(client, &running), one.code);
-        EXPECT_EQ(lines.lines(), one.lines);
-        for (const uint32_t request : allocator.requests())
-            EXPECT_LE(request, std::max<std::size_t>(4096, 2 * one.bytes.size()));
-        EXPECT_EQ(cu_logger_TCPLoggingClient_delete(&client), 0U);
+        connect();
+        const std::size_t before = allocator.requests().size();
+        send(sender, one.bytes);
+        EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
+        EXPECT_EQ(read(), one.code);
+        EXPECT_EQ(cu_getErrorLocation()->errorID, one.code);
+        EXPECT_EQ(lines.take(), one.lines);
+        const auto& requests = allocator.requests();
+        EXPECT_EQ(std::vector(requests.begin() + static_cast<ptrdiff_t>(before), requests.end()), one.requests);
+        disconnect();
     }
+}
+
+TEST_F(TCPViewer, stopsInTheMiddleOfARecord)
+{
+    cu_Thread* thread = nullptr;
+    uintptr_t result = 1;
+    connect();
+    ASSERT_EQ(cu_Thread_new(&thread, nullptr), 0U);
+    ASSERT_EQ(cu_Thread_start(thread, cu_logger_TCPLoggingClient_getRunnable(client)), 0U);
+    const std::string whole = record(1, "byte by byte");
+    for (const char byte : whole)
+        send(sender, std::string(1, byte));
+    EXPECT_TRUE(comesTrue([&] { return !lines.lines().empty(); }));
+    send(sender, whole.substr(0, 15));
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(cu_Thread_stop(thread, false), 0U);
+    EXPECT_EQ(cu_Thread_join(thread, &result), 0U);
+    EXPECT_EQ(result, 0U);
+    EXPECT_EQ(cu_Thread_delete(&thread), 0U);
+    EXPECT_THAT(lines.lines(), ElementsAre("1 byte by byte"));
+
+    // Deleting ends a reading, too.
+    std::thread reader([this] { EXPECT_EQ(read(), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED); });
+    std::this_thread::sleep_for(10ms);
+    disconnect();
+    reader.join();
+    EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
 }
 
 } // namespace
