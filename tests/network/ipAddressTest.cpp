@@ -15,7 +15,7 @@ namespace
 
 using LookUp = int(const char* name, hostent* entry, char* texts, size_t size, hostent** found, int* hostError);
 
-std::function<LookUp>* standIn = nullptr; // for the system's while it is set
+std::function<LookUp> standIn; // for the system's while it is set
 
 } // namespace
 
@@ -23,26 +23,13 @@ extern "C" __attribute__((visibility("default"))) int gethostbyname_r(const char
                                                                       size_t size, hostent** found, int* hostError)
 {
     static const auto real = reinterpret_cast<LookUp*>(dlsym(RTLD_NEXT, "gethostbyname_r"));
-    return standIn != nullptr ? (*standIn)(name, entry, texts, size, found, hostError)
-                              : real(name, entry, texts, size, found, hostError);
+    return (standIn ? standIn : real)(name, entry, texts, size, found, hostError);
 }
 
 namespace
 {
 
 constexpr char file[] = "src/cUtil/network/ipAddress";
-
-class Resolver
-{
-public:
-    explicit Resolver(std::function<LookUp> answer) : answer_(std::move(answer)) { standIn = &answer_; }
-    Resolver(const Resolver&) = delete;
-    Resolver& operator=(const Resolver&) = delete;
-    ~Resolver() { standIn = nullptr; }
-
-private:
-    std::function<LookUp> answer_;
-};
 
 // An answer of a family and with the addresses of a list, once there is so much room for it.
 std::function<LookUp> answerOf(int family, const char* const* addresses, size_t room = 0)
@@ -61,8 +48,10 @@ std::function<LookUp> answerOf(int family, const char* const* addresses, size_t 
 
 TEST(IPAddress, dottedQuadsAreReadAndWhatIsNoneIsRefused)
 {
-    const std::pair<const char*, uint32_t> good[] = {
-        {"0.0.0.0", 0}, {"127.0.0.1", CU_IP_ADDRESS_LOCAL}, {"10.1.2.3", 0x0A010203}, {"255.255.255.254", 0xFFFFFFFE}};
+    const std::pair<const char*, uint32_t> good[] = {{"0.0.0.0", CU_IP_ADDRESS_ANY},
+                                                     {"127.0.0.1", CU_IP_ADDRESS_LOCAL},
+                                                     {"10.1.2.3", 0x0A010203},
+                                                     {"255.255.255.254", 0xFFFFFFFE}};
     for (const auto& [text, expected] : good) {
         uint32_t address = ~expected;
         EXPECT_EQ(cu_IPAddress_translate(text, &address), 0U) << text;
@@ -74,8 +63,6 @@ TEST(IPAddress, dottedQuadsAreReadAndWhatIsNoneIsRefused)
                        "cu_IPAddress_translate", file, "");
         EXPECT_EQ(address, 0U) << text;
     }
-    EXPECT_EQ(CU_IP_ADDRESS_ANY, 0U);
-    EXPECT_EQ(CU_IP_ADDRESS_BROADCAST, 0xFFFFFFFF);
 }
 
 TEST(IPAddress, aNameGivesTheFirstAddressOfItsHost)
@@ -85,11 +72,12 @@ TEST(IPAddress, aNameGivesTheFirstAddressOfItsHost)
     EXPECT_EQ(address, CU_IP_ADDRESS_LOCAL);
 
     const char* const two[] = {"\x0A\x01\x02\x03", "\x0A\x01\x02\x04", nullptr};
-    const Resolver resolver(answerOf(AF_INET, two, 20000));
+    standIn = answerOf(AF_INET, two, 20000);
     EXPECT_EQ(cu_IPAddress_lookup("10.9.8.7", &address), 0U);
     EXPECT_EQ(address, 0x0A090807U);
     EXPECT_EQ(cu_IPAddress_lookup("host", &address), 0U);
     EXPECT_EQ(address, 0x0A010203U);
+    standIn = nullptr;
 }
 
 TEST(IPAddress, aHostWithoutAnAddressIsReported)
@@ -110,11 +98,12 @@ TEST(IPAddress, aHostWithoutAnAddressIsReported)
                  {answerOf(AF_INET6, one), 0, "h->h_addrtype is not AF_INET!"},
                  {answerOf(AF_INET, none), 0, ""}};
     for (const auto& row : table) {
-        const Resolver resolver(row.answer);
+        standIn = row.answer;
         uint32_t address = 1;
         EXPECT_SYSTEM_FAILURE(cu_IPAddress_lookup("host", &address), cu_ERROR_IP_ADDRESS_TRANSLATION, row.error,
                               "cu_IPAddress_lookup", file, row.description);
     }
+    standIn = nullptr;
 }
 
 TEST(IPAddress, refusesNullsAndEmptyTexts)

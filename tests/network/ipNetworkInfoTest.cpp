@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sched.h>
@@ -56,43 +55,22 @@ std::vector<Item> snapshot()
     return items;
 }
 
-void bringLoopbackUp()
+// The loopback interface, or under another name one more address of it.
+void setUp(const char* name, uint32_t address, uint32_t netmask)
 {
-    const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
     ifreq request = {};
-    strcpy(request.ifr_name, "lo");
+    strcpy(request.ifr_name, name);
+    const auto ask = [&, descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)](unsigned long what) {
+        ASSERT_EQ(ioctl(descriptor, what, &request), 0) << strerror(errno);
+    };
+    auto* place = reinterpret_cast<sockaddr_in*>(&request.ifr_addr);
+    place->sin_family = AF_INET;
+    place->sin_addr.s_addr = htonl(address);
+    ask(SIOCSIFADDR);
+    place->sin_addr.s_addr = htonl(netmask);
+    ask(SIOCSIFNETMASK);
     request.ifr_flags = IFF_UP;
-    ASSERT_EQ(ioctl(descriptor, SIOCSIFFLAGS, &request), 0);
-    close(descriptor);
-}
-
-void addToLoopback(uint32_t address, uint8_t prefix)
-{
-    struct {
-        nlmsghdr header = {};
-        ifaddrmsg message = {};
-        rtattr attribute = {};
-        uint32_t local = 0;
-    } request;
-    request.header.nlmsg_len = sizeof(request);
-    request.header.nlmsg_type = RTM_NEWADDR;
-    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE | NLM_F_ACK;
-    request.message.ifa_family = AF_INET;
-    request.message.ifa_prefixlen = prefix;
-    request.message.ifa_index = if_nametoindex("lo");
-    request.attribute.rta_type = IFA_LOCAL;
-    request.attribute.rta_len = RTA_LENGTH(sizeof(request.local));
-    request.local = htonl(address);
-    struct {
-        nlmsghdr header;
-        nlmsgerr outcome;
-        char rest[512];
-    } answer = {};
-    const int descriptor = socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
-    ASSERT_EQ(send(descriptor, &request, sizeof(request), 0), static_cast<ssize_t>(sizeof(request)));
-    ASSERT_GT(recv(descriptor, &answer, sizeof(answer), 0), 0);
-    ASSERT_EQ(answer.outcome.error, 0);
-    close(descriptor);
+    ask(SIOCSIFFLAGS);
 }
 
 TEST(IPNetworkInfo, theLoopbackInterfaceIsListed)
@@ -107,12 +85,12 @@ TEST(IPNetworkInfo, everyAddressIsAnItemAndAHostMayHaveNone)
         if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
             _exit(refused);
         EXPECT_EQ(snapshot(), std::vector<Item>());
-        bringLoopbackUp();
-        addToLoopback(0x0A010203, 24);
-        addToLoopback(0x0A090304, 15);
-        EXPECT_EQ(snapshot(), (std::vector<Item>{{"lo", CU_IP_ADDRESS_LOCAL, 0xFF000000},
-                                                 {"lo", 0x0A010203, 0xFFFFFF00},
-                                                 {"lo", 0x0A090304, 0xFFFE0000}}));
+        std::vector<Item> expected = {{"lo", CU_IP_ADDRESS_LOCAL, 0xFF000000},
+                                      {"lo:1", 0x0A010203, 0xFFFFFF00},
+                                      {"lo:2", 0x0A090304, 0xFFFE0000}};
+        for (const Item& item : expected)
+            setUp(item.name.c_str(), item.address, item.netmask);
+        EXPECT_EQ(snapshot(), expected);
     });
     if (outcome.status == refused)
         GTEST_SKIP() << "no network namespace of the test's own is allowed";
