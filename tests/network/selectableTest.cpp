@@ -107,7 +107,8 @@ TEST_F(Selectable, aWaitWithoutLimitEndsWhenSomethingComes)
     });
     EXPECT_EQ(cu_Selectable_waitReadReady(&near, 0, &ready), 0U);
     EXPECT_TRUE(ready);
-    EXPECT_EQ(recv(near.handle, &ready, 1, MSG_DONTWAIT), 1);
+    char byte = 0;
+    EXPECT_EQ(recv(near.handle, &byte, 1, MSG_DONTWAIT), 1);
     writer.join();
 }
 

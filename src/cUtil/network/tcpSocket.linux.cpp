@@ -25,7 +25,6 @@ namespace
 
 constexpr int64_t nanoSecondsPerMilliSecond = 1'000'000;
 
-// A time of 0 means none; so does what is less than the system's unit.
 timeval timevalOf(uint32_t milliSeconds)
 {
     return {static_cast<time_t>(milliSeconds / 1000), static_cast<suseconds_t>(milliSeconds % 1000 * cu_USEC_PER_MSEC)};
