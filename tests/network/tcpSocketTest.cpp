@@ -197,6 +197,7 @@ TEST(TCPSocket, transfersGoOnAfterSignalsThatCutThemShort)
             }
         });
         EXPECT_EQ(cu_TCPSocket_send(pair.first, bytes.data(), static_cast<uint32_t>(bytes.size()), false), 0U);
+        EXPECT_EQ(cu_TCPSocket_shutdown(pair.first, CU_SHUTDOWN_WRITE), 0U); // ends the peer, whatever was sent
         EXPECT_EQ(cu_TCPSocket_receive(pair.first, trickled.data(), static_cast<uint32_t>(trickled.size())), 0U);
         peer.join();
         EXPECT_TRUE(got == bytes);
