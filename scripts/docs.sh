@@ -9,7 +9,7 @@ makeReference() {
     mkdir -p build/docs
     KOCUTIL_VERSION=$(sed -n 's/^#define CU_VERSION_STRING "\(.*\)".*/\1/p' include/cUtil/version.h) \
         doxygen docs/Doxyfile || return
-    undocumented=$(grep -oE '<name>[ck]u_[A-Za-z0-9_]+' build/docs/koCUtil.tag | cut -d'>' -f2 | sort -u |
+    undocumented=$(grep -oE '<name>(cu|ku|CU)_[A-Za-z0-9_]+' build/docs/koCUtil.tag | cut -d'>' -f2 | sort -u |
         comm -23 abi/symbols.txt -)
     [[ -z $undocumented ]] || {
         echo "exported, but without an entry in the reference:" "${undocumented//$'\n'/ }"
