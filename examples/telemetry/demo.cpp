@@ -134,8 +134,9 @@ int demo(const Options& options)
     if (!std::all_of(std::begin(children), std::end(children), start))
         send(children[0], SIGTERM); // the others miss it then
     watchOver(children);
-    return std::all_of(std::begin(children), std::end(children), [](auto& child) { return child.succeeded; }) ? done
-                                                                                                              : failed;
+    const bool good =
+        std::all_of(std::begin(children), std::end(children), [](const Child& child) { return child.succeeded; });
+    return good ? done : failed;
 }
 
 } // namespace telemetry
