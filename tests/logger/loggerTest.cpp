@@ -1,7 +1,7 @@
 #include "logger/recorder.h"
 #include "support/inject.h"
 #include "support/process.h"
-#include "support/refusal.h"
+#include "support/record.h"
 #include "support/sanitizer.h"
 
 #include <cUtil/ipcSemaphore.h>
@@ -9,7 +9,6 @@
 
 #include <dlfcn.h>
 
-#include <array>
 #include <atomic>
 #include <filesystem>
 #include <thread>
@@ -84,59 +83,47 @@ TEST(Logger, withoutItsStateTheProcessEnds)
 
 TEST(Logger, eachAdapterGetsTheLinesOfItsLevel)
 {
-    std::vector<std::string> order;
-    std::array<Recorder, 4> adapters;
-    const std::array<const char*, 4> names = {"a", "b", "c", "d"};
-    for (uint32_t level = 0; level < 4; ++level) {
-        adapters[level].act = [&, level](uint32_t, const std::string&) { order.emplace_back(names[level]); };
-        adapters[level].add(names[level], level);
-    }
-    const auto logAll = [] {
+    Recorder a("a", 0);
+    Recorder b("b", 1);
+    Recorder c("c", 2);
+    Recorder d("d", 3);
+    std::string heard;
+    char name = 'a';
+    for (Recorder* adapter : {&a, &b, &c, &d})
+        adapter->act = [&heard, name = name++](uint32_t level, const std::string& text) {
+            EXPECT_EQ(text, "100%s %n");
+            heard += name + std::to_string(level) + " ";
+        };
+    const auto logAll = [&] {
+        heard.clear();
         for (uint32_t level = 0; level < 6; ++level)
             EXPECT_EQ(cu_Logger_log(level, "100%s %n"), 0U);
+        return heard;
     };
-    logAll();
-    EXPECT_THAT(adapters[0].take(), ElementsAre("0 100%s %n"));
-    EXPECT_THAT(adapters[1].take(), ElementsAre("0 100%s %n", "1 100%s %n"));
-    EXPECT_EQ(adapters[3].take().size(), 4U);
-    EXPECT_THAT(order, ElementsAre("d", "c", "b", "a", "d", "c", "b", "d", "c", "d"));
-
+    EXPECT_EQ(logAll(), "d0 c0 b0 a0 d1 c1 b1 d2 c2 d3 ");
     EXPECT_EQ(cu_Logger_setSpecificLogLevel("b", 5), 0U);
     EXPECT_EQ(cu_Logger_setSpecificLogLevel("d", 0), 0U);
-    logAll();
-    EXPECT_EQ(adapters[1].take().size(), 6U);
-    EXPECT_EQ(adapters[3].take().size(), 1U);
+    EXPECT_EQ(logAll(), "d0 c0 b0 a0 c1 b1 c2 b2 b3 b4 b5 ");
     EXPECT_EQ(cu_Logger_setLogLevel(1), 0U);
-    logAll();
-    for (Recorder& adapter : adapters)
-        EXPECT_THAT(adapter.take(), testing::Contains("1 100%s %n"));
-
-    // Who has left raises and lowers nothing.
-    EXPECT_EQ(cu_Logger_setSpecificLogLevel("b", 3), 0U);
+    EXPECT_EQ(logAll(), "d0 c0 b0 a0 d1 c1 b1 a1 ");
     EXPECT_EQ(cu_Logger_removeAdapter("b"), 0U);
-    EXPECT_TRUE(adapters[1].ended);
-    EXPECT_EQ(adapters[1].get()->name, nullptr);
-    order.clear();
-    logAll();
-    EXPECT_THAT(order, ElementsAre("d", "c", "a", "d", "c", "a"));
+    EXPECT_TRUE(b.ended);
+    EXPECT_EQ(b.get()->name, nullptr);
+    EXPECT_EQ(logAll(), "d0 c0 a0 d1 c1 a1 ");
     EXPECT_EQ(cu_Logger_removeAllAdapters(), 0U);
-    for (const Recorder& adapter : adapters)
-        EXPECT_TRUE(adapter.ended);
-    logAll();
+    EXPECT_TRUE(a.ended && c.ended && d.ended);
+    EXPECT_EQ(logAll(), "");
 }
 
 TEST(Logger, anAdapterThatFailsKeepsNoLineFromTheOthers)
 {
-    Recorder oldest;
-    Recorder failing[2];
-    Recorder youngest;
-    oldest.add("oldest", 3);
-    failing[1].add("second failure", 3);
-    failing[0].add("first failure", 3);
-    youngest.add("youngest", 3);
-    failing[0].answer = 77;
-    failing[1].answer = 78;
-    failing[1].act = [](uint32_t, const std::string&) { cu_Logger_removeAdapter(nullptr); };
+    const Recorder oldest("oldest");
+    Recorder second("second failure");
+    Recorder first("first failure");
+    const Recorder youngest("youngest");
+    first.answer = 77;
+    second.answer = 78;
+    second.act = [](uint32_t, const std::string&) { cu_Logger_removeAdapter(nullptr); };
     EXPECT_FAILURE(cu_Logger_log(1, "text"), 77U, "logMessage", "recorder", "text");
     EXPECT_THAT(support::trace(), testing::MatchesRegex("cu_logger_Adapter_logMessage  -  .*\ncu_Logger_log  -  .*\n"));
     EXPECT_FAILURE(cu_Logger_formattedLog(1, "%d", 5), 77U, "logMessage", "recorder", "5");
@@ -144,54 +131,50 @@ TEST(Logger, anAdapterThatFailsKeepsNoLineFromTheOthers)
     EXPECT_THAT(oldest.lines(), ElementsAre("1 text", "1 5"));
     EXPECT_EQ(youngest.lines(), oldest.lines());
 
-    failing[0].lastAnswer = 79;
+    first.lastAnswer = 79;
     EXPECT_FAILURE(cu_Logger_removeAdapter("first failure"), 79U, "destruct", "recorder", "");
-    EXPECT_EQ(failing[0].get()->name, nullptr);
-    failing[0].lastAnswer = 0;
-    cu_logger_Adapter* left = failing[0].get();
-    EXPECT_EQ(cu_logger_Adapter_destruct(&left), 0U);
-    EXPECT_EQ(left, nullptr);
+    EXPECT_EQ(first.get()->name, nullptr);
 }
 
 TEST(Logger, refusesWhatIsNoAdapterOrHasNoNameOfItsOwn)
 {
-    Recorder one;
+    Recorder one("one");
     Recorder other;
     cu_logger_Adapter bare = {};
     cu_logger_Adapter* handle = &bare;
-    one.add("one", 3);
-    const std::tuple good("other", other.get(), &handle);
-    EXPECT_NULLS_REFUSED(file, good, cu_Logger_log, cu_Logger_setSpecificLogLevel, cu_Logger_addAdapter,
-                         cu_Logger_removeAdapter);
-    EXPECT_NULLS_REFUSED("src/cUtil/logger/adapter", good, cu_logger_Adapter_logMessage, cu_logger_Adapter_destruct);
+    EXPECT_NULLS_REFUSED(file, std::tuple("one", other.get()), cu_Logger_log, cu_Logger_setSpecificLogLevel,
+                         cu_Logger_addAdapter, cu_Logger_removeAdapter);
     EXPECT_REFUSED(cu_Logger_formattedLog(0, nullptr), "cu_Logger_formattedLog", file);
     EXPECT_REFUSED(cu_Logger_setSpecificLogLevel("", 0), "cu_Logger_setSpecificLogLevel", file);
     EXPECT_REFUSED(cu_Logger_addAdapter("", other.get(), 0), "cu_Logger_addAdapter", file);
     EXPECT_REFUSED(cu_Logger_addAdapter("other", one.get(), 0), "cu_Logger_addAdapter", file);
     EXPECT_REFUSED(cu_Logger_addAdapter("one", other.get(), 0), "cu_Logger_addAdapter", file);
-    EXPECT_EQ(cu_logger_Adapter_logMessage(&bare, 0, ""), cu_ERROR_COM_INVALID_ARGUMENT);
-    EXPECT_EQ(cu_logger_Adapter_destruct(&handle), cu_ERROR_COM_INVALID_ARGUMENT);
+    constexpr char adapterFile[] = "src/cUtil/logger/adapter";
+    EXPECT_NULLS_REFUSED(adapterFile, std::tuple(&handle, &bare, "text"), cu_logger_Adapter_logMessage,
+                         cu_logger_Adapter_destruct);
+    EXPECT_REFUSED(cu_logger_Adapter_logMessage(&bare, 0, ""), "cu_logger_Adapter_logMessage", adapterFile);
+    EXPECT_REFUSED(cu_logger_Adapter_destruct(&handle), "cu_logger_Adapter_destruct", adapterFile);
 
+    // Unknown names are not reported.
     cu_Error_clear(cu_getErrorLocation());
-    EXPECT_EQ(cu_Logger_setSpecificLogLevel("other", 0), 1U);
-    EXPECT_EQ(cu_Logger_removeAdapter("other"), 1U);
+    EXPECT_EQ(cu_Logger_setSpecificLogLevel("other", 0), cu_ERROR_COM_INVALID_ARGUMENT);
+    EXPECT_EQ(cu_Logger_removeAdapter("other"), cu_ERROR_COM_INVALID_ARGUMENT);
     EXPECT_EQ(cu_getErrorLocation()->errorID, 0U);
     {
         const support::Injection injection("strdup", ENOMEM);
         EXPECT_EQ(cu_Logger_addAdapter("other", other.get(), 0), cu_ERROR_COM_MALLOC_FAILED);
     }
     EXPECT_EQ(cu_Logger_log(0, "x"), 0U);
-    EXPECT_EQ(one.lines().size(), 1U);
+    EXPECT_THAT(one.lines(), ElementsAre("0 x"));
     EXPECT_THAT(other.lines(), IsEmpty());
 }
 
 TEST(Logger, longTextsLoseTheirLastCharacter)
 {
-    Recorder adapter;
-    adapter.add("a", 1);
-    for (const auto& [length, kept] : {std::pair(2047, 2047), {2048, 2047}, {3000, 2999}, {0, 0}}) {
-        EXPECT_EQ(cu_Logger_formattedLog(1, "%s", std::string(static_cast<std::size_t>(length), 'x').c_str()), 0U);
-        EXPECT_THAT(adapter.take(), ElementsAre("1 " + std::string(static_cast<std::size_t>(kept), 'x')));
+    Recorder adapter("a", 1);
+    for (const auto& [length, kept] : {std::pair(2047U, 2047U), {2048U, 2047U}, {3000U, 2999U}, {0U, 0U}}) {
+        EXPECT_EQ(cu_Logger_formattedLog(1, "%s", std::string(length, 'x').c_str()), 0U);
+        EXPECT_THAT(adapter.take(), ElementsAre("1 " + std::string(kept, 'x')));
     }
     const std::string text(2048, 'x');
     EXPECT_EQ(cu_Logger_log(1, text.c_str()), 0U);
@@ -207,12 +190,10 @@ TEST(Logger, longTextsLoseTheirLastCharacter)
 
 TEST(Logger, anAdapterMayLogButNotChangeTheList)
 {
-    Recorder listener;
+    const Recorder listener("listener");
+    Recorder chatty("chatty", 0);
     Recorder late;
-    Recorder chatty;
     std::atomic<bool> isWaiting = false;
-    listener.add("listener", 3);
-    chatty.add("chatty", 0);
     std::thread changer;
     chatty.act = [&](uint32_t, const std::string&) {
         // A change waits for this very call, and what it logs must not wait for the change.
@@ -238,8 +219,7 @@ TEST(Logger, anAdapterMayLogButNotChangeTheList)
     EXPECT_EQ(cu_Logger_removeAdapter("chatty"), 0U);
 
     // At its end it may do both.
-    Recorder composed;
-    composed.add("composed", 0);
+    Recorder composed("composed", 0);
     composed.lastAct = [&] {
         EXPECT_EQ(cu_Logger_log(1, "last"), 0U);
         EXPECT_EQ(cu_Logger_removeAdapter("late"), 0U);
@@ -251,8 +231,7 @@ TEST(Logger, anAdapterMayLogButNotChangeTheList)
 TEST(Logger, changesAreNotKeptWaitingBySteadyLogging)
 {
     constexpr int changes = 20;
-    Recorder steady;
-    steady.add("steady", 3);
+    Recorder steady("steady");
     steady.act = [](uint32_t, const std::string&) { std::this_thread::sleep_for(1ms); };
     std::atomic<bool> over = false;
     std::vector<std::thread> loggers;
@@ -265,7 +244,7 @@ TEST(Logger, changesAreNotKeptWaitingBySteadyLogging)
     int done = 0;
     const auto end = std::chrono::steady_clock::now() + 30s;
     for (; done < changes && std::chrono::steady_clock::now() < end; ++done) {
-        adapters[done].add("guest", 3);
+        EXPECT_EQ(cu_Logger_addAdapter("guest", adapters[done].get(), 3), 0U);
         EXPECT_TRUE(support::comesTrue([&] { return !adapters[done].lines().empty(); }));
         EXPECT_EQ(cu_Logger_setLogLevel(1), 0U);
         EXPECT_EQ(cu_Logger_removeAdapter("guest"), 0U); // no line comes any more
@@ -279,11 +258,10 @@ TEST(Logger, changesAreNotKeptWaitingBySteadyLogging)
 
 TEST(Logger, threadsThatWaitForEachOtherDoNotWaitForAChange)
 {
-    Recorder adapter;
+    Recorder adapter("a");
     Recorder late;
     std::mutex resource;
     std::atomic<int> stage = 0;
-    adapter.add("a", 3);
     adapter.act = [&](uint32_t, const std::string& text) {
         if (text != "outer")
             return;
@@ -308,9 +286,8 @@ TEST(Logger, threadsThatWaitForEachOtherDoNotWaitForAChange)
 
 TEST(Logger, failingLocksAreToldAndLeaveTheLoggerUsable)
 {
-    Recorder adapter;
+    Recorder adapter("a");
     Recorder other;
-    adapter.add("a", 3);
     const std::map<std::string, std::function<cu_ErrorCode()>> calls[] = {
         {{"cu_Logger_log", [] { return cu_Logger_log(0, "x"); }},
          {"cu_Logger_formattedLog", [] { return cu_Logger_formattedLog(0, "x"); }},
@@ -358,8 +335,7 @@ TEST(Logger, eachThreadHasItsPointer)
 
 TEST(Logger, tellsTheBytesOfASemaphore)
 {
-    Recorder adapter;
-    adapter.add("a", 3);
+    const Recorder adapter("a");
     alignas(sem_t) unsigned char bytes[sizeof(sem_t)] = {0, 1, 0xFF, 0x10};
     bytes[15] = 0xAB;
     char text[100];

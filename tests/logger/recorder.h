@@ -2,7 +2,7 @@
 #pragma once
 
 #include "support/pinned.h"
-#include "support/record.h"
+#include "support/refusal.h"
 
 #include <cUtil/logger/logger.h>
 
@@ -21,6 +21,8 @@ namespace support
 class Recorder : Pinned
 {
 public:
+    Recorder() = default;
+    explicit Recorder(const char* name, uint32_t level = 3) { EXPECT_EQ(cu_Logger_addAdapter(name, get(), level), 0U); }
     ~Recorder()
     {
         lastAnswer = 0;
@@ -31,8 +33,6 @@ public:
     }
 
     cu_logger_Adapter* get() { return &adapter_; }
-
-    void add(const char* name, uint32_t level) { ASSERT_EQ(cu_Logger_addAdapter(name, get(), level), 0U); }
 
     std::vector<std::string> lines() const
     {
@@ -89,11 +89,11 @@ private:
 };
 
 /// The adapter's functions refuse what is null, by names that begin alike.
-inline void expectRefusals(const cu_logger_Adapter* adapter, const std::string& prefix, const std::string& file)
+inline void expectRefusals(const cu_logger_Adapter* adapter, const std::string& prefix, const char* file)
 {
-    EXPECT_REFUSED(adapter->logMessage(nullptr, 0, "x"), prefix + "logMessage", file);
-    EXPECT_REFUSED(adapter->logMessage(adapter->context, 0, nullptr), prefix + "logMessage", file);
-    EXPECT_REFUSED(adapter->destruct(nullptr), prefix + "destruct", file);
+    const std::tuple good(adapter->context, "text");
+    expectNullsRefused(prefix + "logMessage", file, good, adapter->logMessage);
+    expectNullsRefused(prefix + "destruct", file, good, adapter->destruct);
 }
 
 } // namespace support

@@ -18,8 +18,6 @@ using support::Recorder;
 using testing::ElementsAre;
 using namespace std::string_literals;
 
-constexpr char adapterFile[] = "src/cUtil/logger/tcpLoggingAdapter";
-constexpr char clientFile[] = "src/cUtil/logger/tcpLoggingClient";
 void send(cu_TCPSocket* socket, const std::string& bytes)
 {
     EXPECT_EQ(cu_TCPSocket_send(socket, bytes.data(), static_cast<uint32_t>(bytes.size()), false), 0U);
@@ -97,31 +95,24 @@ TEST_F(TCPLogging, constructorsLeaveNothingBehind)
 
 TEST_F(TCPLogging, badArgumentsAreRefused)
 {
+    constexpr char adapterFile[] = "src/cUtil/logger/tcpLoggingAdapter";
+    constexpr char clientFile[] = "src/cUtil/logger/tcpLoggingClient";
     Recorder lines;
+    bool running = true;
     cu_logger_Adapter* none = nullptr;
     cu_logger_TCPLoggingClient* client = nullptr;
-    const auto newAdapter = [&](auto** handle) {
-        return cu_logger_TCPLoggingAdapter_new(handle, CU_IP_ADDRESS_LOCAL, port, nullptr);
-    };
-    const auto newClient = [&](auto** handle, cu_logger_Adapter* to) {
-        return cu_logger_TCPLoggingClient_new(handle, to, CU_IP_ADDRESS_LOCAL, port, nullptr);
-    };
-    EXPECT_REFUSED(newAdapter(static_cast<cu_logger_Adapter**>(nullptr)), "cu_logger_TCPLoggingAdapter_new",
-                   adapterFile);
-    EXPECT_REFUSED(newAdapter(&adapter), "cu_logger_TCPLoggingAdapter_new", adapterFile);
-    EXPECT_EQ(newAdapter(&none), cu_ERROR_SOCKET_PORT_ALREADY_BOUND);
+    EXPECT_NULLS_REFUSED(adapterFile, std::tuple(&none), cu_logger_TCPLoggingAdapter_new);
+    EXPECT_EQ(cu_logger_TCPLoggingAdapter_new(&none, CU_IP_ADDRESS_LOCAL, port, nullptr),
+              cu_ERROR_SOCKET_PORT_ALREADY_BOUND);
     support::expectRefusals(adapter, "cu_logger_TCPLoggingAdapter_", adapterFile);
 
-    ASSERT_EQ(newClient(&client, lines.get()), 0U);
-    bool running = true;
-    EXPECT_REFUSED(newClient(&client, lines.get()), "cu_logger_TCPLoggingClient_new", clientFile);
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_run(nullptr, &running), "cu_logger_TCPLoggingClient_run", clientFile);
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_run(client, nullptr), "cu_logger_TCPLoggingClient_run", clientFile);
+    EXPECT_NULLS_REFUSED(clientFile, std::tuple(&client, lines.get()), cu_logger_TCPLoggingClient_new);
+    EXPECT_EQ(cu_logger_TCPLoggingClient_getRunnable(nullptr), nullptr);
+    ASSERT_EQ(cu_logger_TCPLoggingClient_new(&client, lines.get(), CU_IP_ADDRESS_LOCAL, port, nullptr), 0U);
+    EXPECT_NULLS_REFUSED(clientFile, std::tuple(&client, client, &running), cu_logger_TCPLoggingClient_delete,
+                         cu_logger_TCPLoggingClient_run);
     EXPECT_EQ(cu_logger_TCPLoggingClient_delete(&client), 0U); // nothing is pending
     EXPECT_TRUE(lines.ended);
-    EXPECT_REFUSED(newClient(&client, nullptr), "cu_logger_TCPLoggingClient_new", clientFile);
-    EXPECT_REFUSED(cu_logger_TCPLoggingClient_delete(&client), "cu_logger_TCPLoggingClient_delete", clientFile);
-    EXPECT_EQ(cu_logger_TCPLoggingClient_getRunnable(nullptr), nullptr);
 }
 
 TEST_F(TCPLogging, theNewestViewerGetsRecords)
