@@ -2,6 +2,7 @@
 #include "support/record.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
+#include "support/systemFailure.h"
 
 #include <cUtil/network/ipAddress.h>
 #include <cUtil/network/ipNetworkInfo.h>
@@ -101,11 +102,8 @@ TEST(IPNetworkInfo, failuresLeaveNothingBehindAndBadArgumentsAreRefused)
 {
     EXPECT_CLEAN_FAILURES(cu_IPNetworkInfo_new, cu_IPNetworkInfo_delete);
     cu_IPNetworkInfo* none = nullptr;
-    {
-        const support::Injection injection("getifaddrs", EMFILE);
-        EXPECT_SYSTEM_FAILURE(cu_IPNetworkInfo_new(&none, nullptr), cu_ERROR_COM_INVARIANT, EMFILE,
-                              "cu_IPNetworkInfo_new", file, "");
-    }
+    support::expectSystemFailures(file, {{"getifaddrs", EMFILE, cu_ERROR_COM_INVARIANT, "cu_IPNetworkInfo_new", "",
+                                          [&] { return cu_IPNetworkInfo_new(&none, nullptr); }}});
     cu_IPNetworkInfo* info = nullptr;
     ASSERT_EQ(cu_IPNetworkInfo_new(&info, nullptr), 0U);
     const cu_IPNetworkInfoItem* item = nullptr;
