@@ -328,9 +328,9 @@ TEST(MSGServer, noClientHarmsOthers)
                     std::this_thread::sleep_for(100us);
             }
         });
-        for (int i = 0; i < 10; ++i)
-            EXPECT_TRUE(Client(server).isAnswered(support::scaled(20)));
-        EXPECT_TRUE(before.isAnswered(support::scaled(200)));
+        for (int i = 0; i < 20; ++i)
+            EXPECT_TRUE(Client(server).isAnswered(support::scaled(50)));
+        EXPECT_TRUE(before.isAnswered(support::scaled(500)));
     }
     EXPECT_LT(allocator.peak, 20 * mebibyte);
 }
