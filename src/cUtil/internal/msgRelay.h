@@ -3,6 +3,7 @@
 
 #include "internal/hashTable.h"
 #include "internal/msgEndpoint.h"
+#include "internal/readAhead.h"
 
 #include <cUtil/network/msgServer.h>
 #include <cUtil/network/tcpServerSocket.h>
@@ -37,15 +38,16 @@ Endpoint* endpointOf(RingLink* link)
 
 } // namespace cu::internal
 
-// What is not the application's end of the pipe belongs to the thread.
+// What is not the application's belongs to the thread.
 struct cu_MSGServer {
     cu_allocator* allocator;
     cu_TCPServerSocket* listener;
-    cu_TCPSocket* application;         // the pipe's end
-    cu_TCPSocket* pipe;                // its other end
+    cu_TCPSocket* application;         // the application's end of the pipe
+    cu_TCPSocket* pipe;                // the thread's end
     cu::internal::KnownLink endpoints; // the newest first
     uint32_t nextNumber;
     pthread_t thread;
+    cu::internal::ReadAhead ahead; // the application's
 
     int32_t epoll; // a descriptor
     cu::internal::HashTable<cu::internal::KnownEndpoint> numbers{cu::internal::hashOfNumber,

@@ -2,6 +2,7 @@
 
 #include "internal/frame.h"
 #include "internal/owned.h"
+#include "internal/readAhead.h"
 #include "internal/rollback.h"
 #include "internal/transfer.h"
 
@@ -10,6 +11,7 @@
 struct cu_MSGClient {
     cu_allocator* allocator;
     cu_TCPSocket* socket;
+    internal::ReadAhead ahead;
 };
 
 namespace
@@ -67,7 +69,11 @@ cu_ErrorCode cu_MSGClient_receive(cu_MSGClient* client, cu_Message* message)
     CU_REQUIRE(message != nullptr);
 
     internal::FrameHead head;
-    CU_TRY(cu_TCPSocket_receive(client->socket, &head, sizeof(head)));
+    const uint8_t* whole = client->ahead.next(client->socket, sizeof(head));
+    if (whole != nullptr)
+        memcpy(&head, whole, sizeof(head));
+    else
+        CU_TRY(cu_TCPSocket_receive(client->socket, &head, sizeof(head)));
     if (!head.hasRightMagic() || !head.hasRightVersion())
         return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
     const uint32_t length = ntohl(head.length);
@@ -76,8 +82,12 @@ cu_ErrorCode cu_MSGClient_receive(cu_MSGClient* client, cu_Message* message)
     CU_TRY(cu_Message_resize(message, length));
     CU_TRY(cu_Message_seek(message, 0));
     CU_TRY(cu_Message_get(message, &bytes));
-    if (length != 0)
+    if (whole != nullptr) {
+        memcpy(bytes, whole + sizeof(head), length);
+        client->ahead.advance(client->socket, sizeof(head));
+    } else if (length != 0) {
         CU_TRY(cu_TCPSocket_receive(client->socket, bytes, length));
+    }
     return 0;
 }
 

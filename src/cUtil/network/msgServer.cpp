@@ -373,18 +373,29 @@ cu_ErrorCode cu_MSGServer_receive(cu_MSGServer* server, uint32_t* endpoint, cu_M
     CU_REQUIRE(message != nullptr);
 
     RecordHead record = {};
-    CU_TRY(cu_TCPSocket_receive(server->application, &record, sizeof(record)));
+    const uint8_t* whole = server->ahead.next(server->application, sizeof(record));
+    if (whole != nullptr)
+        memcpy(&record, whole, sizeof(record));
+    else
+        CU_TRY(cu_TCPSocket_receive(server->application, &record, sizeof(record)));
     const uint32_t length = ntohl(record.length);
     uint8_t* bytes = nullptr;
     CU_TRY(cu_Message_seek(message, 0));
     if (const cu_ErrorCode code = cu_Message_reserve(message, length); code != 0) {
         // The next record is to be found where it begins.
-        CU_TRY(discard(server->application, length));
+        if (whole != nullptr)
+            server->ahead.advance(server->application, sizeof(record));
+        else
+            CU_TRY(discard(server->application, length));
         return internal::passOn(code, CU_HERE);
     }
     CU_TRY(cu_Message_get(message, &bytes));
-    if (length != 0)
+    if (whole != nullptr) {
+        memcpy(bytes, whole + sizeof(record), length);
+        server->ahead.advance(server->application, sizeof(record));
+    } else if (length != 0) {
         CU_TRY(cu_TCPSocket_receive(server->application, bytes, length));
+    }
     CU_TRY(cu_Message_resize(message, length));
     *endpoint = record.endpoint;
     return 0;
