@@ -48,8 +48,8 @@ need() {
             docs) packages+=(doxygen graphviz) ;;
             bench)
                 packages+=(libbenchmark-dev libboost-dev libglib2.0-dev libconcurrentqueue-dev libtbb-dev libasio-dev)
-                packages+=(libapr1-dev libssl-dev uuid-dev libuv1-dev libspdlog-dev libfmt-dev libnng-dev libzmq3-dev
-                    pkg-config python3)
+                packages+=(libapr1-dev libssl-dev uuid-dev libuv1-dev libspdlog-dev libfmt-dev libnng-dev)
+                packages+=(libzmq3-dev pkg-config python3)
                 ;;
             *) fail "no packages are known for $purpose" ;;
         esac
