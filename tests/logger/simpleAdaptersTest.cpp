@@ -28,6 +28,7 @@ void log(cu_logger_Adapter* adapter, uint32_t level, const std::string& text)
 }
 
 using Console = support::Made<cu_logger_ConsoleLoggingAdapter_new, cu_logger_Adapter_destruct>;
+using File = support::Made<cu_logger_FileLoggingAdapter_new, cu_logger_Adapter_destruct>;
 using Syslog = support::Made<cu_logger_SyslogLoggingAdapter_new, cu_logger_Adapter_destruct>;
 
 constexpr char consoleSource[] = "src/cUtil/logger/consoleLoggingAdapter";
@@ -38,14 +39,7 @@ constexpr time_t thirdOfApril = 1775192829; // 2026-04-03 05:07:09 UTC
 class LogFile : public testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_EQ(cu_logger_FileLoggingAdapter_new(&adapter, path.c_str(), nullptr), 0U); }
-    void TearDown() override
-    {
-        if (adapter != nullptr) {
-            EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0U);
-        }
-        std::filesystem::remove(path);
-    }
+    ~LogFile() override { std::filesystem::remove(path); }
 
     std::string content() const
     {
@@ -54,8 +48,9 @@ protected:
         return text.str();
     }
 
-    std::string path = (std::filesystem::temp_directory_path() / ("loggerTest." + std::to_string(getpid()))).string();
-    cu_logger_Adapter* adapter = nullptr;
+    const std::string path =
+        (std::filesystem::temp_directory_path() / ("loggerTest." + std::to_string(getpid()))).string();
+    File adapter{path.c_str()};
 };
 
 TEST_F(LogFile, constructorsLeaveNothingBehind)
@@ -130,12 +125,12 @@ TEST_F(LogFile, linesTellTheLocalTimeOfEachSecond)
             expected += std::string(stamp) + names[level] + ": x\n";
         }
     EXPECT_EQ(content(), ""); // the stream's buffer has room
-    EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0U);
+    adapter.end();
     EXPECT_EQ(content(), expected);
 
-    SetUp(); // appends
-    log(adapter, 0, std::string(10000, 'y'));
-    EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0U);
+    File again(path.c_str()); // appends
+    log(again, 0, std::string(10000, 'y'));
+    again.end();
     EXPECT_EQ(content(), expected + cases[6].stamp + "Error: " + std::string(10000, 'y') + "\n");
 }
 
@@ -147,7 +142,7 @@ TEST_F(LogFile, aFailingClockLosesTheLineOnly)
         EXPECT_THAT(support::trace(), HasSubstr("cu_logger_FileLoggingAdapter_logMessage  -  "));
     }
     log(adapter, 0, "kept");
-    EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0U);
+    adapter.end();
     EXPECT_THAT(content(), testing::EndsWith("Error: kept\n"));
     EXPECT_EQ(content().find("lost"), std::string::npos);
 }
@@ -163,7 +158,7 @@ TEST_F(LogFile, linesOfManyThreadsDoNotMix)
         });
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0U);
+    adapter.end();
     std::map<char, std::size_t> next;
     std::istringstream text(content());
     for (std::string line; std::getline(text, line);) {

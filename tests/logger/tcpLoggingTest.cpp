@@ -272,9 +272,16 @@ TEST_F(TCPViewer, stopsInTheMiddleOfARecord)
     EXPECT_EQ(cu_Thread_delete(&thread), 0U);
     EXPECT_THAT(lines.lines(), ElementsAre("1 byte by byte"));
 
-    // Deleting ends a reading, too.
+    disconnect();
+    EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
+}
+
+TEST_F(TCPViewer, deletingEndsTheReading)
+{
+    connect();
+    send(sender, record(1, "x"));
     std::thread reader([this] { EXPECT_EQ(read(), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED); });
-    std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(comesTrue([&] { return !lines.lines().empty(); })); // so that it has begun
     disconnect();
     reader.join();
     EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
