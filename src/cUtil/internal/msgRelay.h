@@ -77,7 +77,7 @@ struct cu_MSGServer {
     cu::internal::ByteStock largeStock;
     uint32_t backBegin;
     uint32_t backEnd;
-    uint8_t back[2 * cu::internal::oneRead + sizeof(cu::internal::RecordHead)];
+    uint8_t back[std::size_t{2} * cu::internal::oneRead + sizeof(cu::internal::RecordHead)];
     uint8_t front[cu::internal::oneRead];
 };
 

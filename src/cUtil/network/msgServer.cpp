@@ -18,7 +18,6 @@
 #include <sys/epoll.h>
 
 using internal::Endpoint;
-using internal::FrameHead;
 using internal::KnownLink;
 using internal::ReadableLink;
 using internal::RecordHead;
