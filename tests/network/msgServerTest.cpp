@@ -228,11 +228,19 @@ TEST(MSGServer, framesAreAsStatedHoweverTheyComeInPieces)
     }
 }
 
-bool isReadable(const cu_Selectable* selectable)
+// While more has come than has been received, and not longer.
+void expectReadable(const cu_Selectable* selectable, std::initializer_list<const char*> contents,
+                    const std::function<std::string()>& receive)
 {
     bool ready = false;
+    std::this_thread::sleep_for(20ms); // so that they are seen together
+    for (const char* content : contents) {
+        EXPECT_EQ(cu_Selectable_waitReadReady(selectable, 20'000'000, &ready), 0U);
+        EXPECT_TRUE(ready);
+        EXPECT_EQ(receive(), content);
+    }
     EXPECT_EQ(cu_Selectable_waitReadReady(selectable, 1, &ready), 0U);
-    return ready;
+    EXPECT_FALSE(ready);
 }
 
 TEST(MSGServer, bothSidesAreReadableAsLongAsAMessageWaits)
@@ -240,29 +248,15 @@ TEST(MSGServer, bothSidesAreReadableAsLongAsAMessageWaits)
     const TestServer server;
     Client client(server);
     client.introduce(server);
-    const cu_Selectable* const ofServer = cu_MSGServer_getSelectable(server.handle);
-    const cu_Selectable* const ofClient = cu_MSGClient_getSelectable(client.handle);
-    EXPECT_FALSE(isReadable(ofServer));
-    for (const char* content : {"one", "two", "three"})
+    for (const char* content : {"one", "two", "three"}) {
         client.send(content);
-    std::this_thread::sleep_for(20ms); // so that they are seen together
+        server.send(client.endpoint, content);
+    }
     uint32_t endpoint = 0;
-    for (const char* content : {"one", "two", "three"}) {
-        bool ready = false;
-        EXPECT_EQ(cu_Selectable_waitReadReady(ofServer, 20'000'000, &ready), 0U);
-        EXPECT_TRUE(ready);
-        EXPECT_EQ(server.receive(&endpoint), content);
-        server.send(endpoint, content);
-    }
-    EXPECT_FALSE(isReadable(ofServer));
-    std::this_thread::sleep_for(20ms);
-    for (const char* content : {"one", "two", "three"}) {
-        bool ready = false;
-        EXPECT_EQ(cu_Selectable_waitReadReady(ofClient, 20'000'000, &ready), 0U);
-        EXPECT_TRUE(ready);
-        EXPECT_EQ(client.receive(), content);
-    }
-    EXPECT_FALSE(isReadable(ofClient));
+    expectReadable(cu_MSGServer_getSelectable(server.handle), {"one", "two", "three"},
+                   [&] { return server.receive(&endpoint); });
+    expectReadable(cu_MSGClient_getSelectable(client.handle), {"one", "two", "three"},
+                   [&] { return client.receive(); });
 }
 
 TEST(MSGServer, numbersConnectionsInTheOrderInWhichTheyCome)
@@ -560,27 +554,6 @@ TEST(MSGServer, twoInOneProcess)
     EXPECT_EQ(third, nullptr);
 }
 
-/// Takes descriptors until those up to a number, or all, are in use.
-class TakenDescriptors
-{
-public:
-    explicit TakenDescriptors(int until)
-    {
-        for (int next = 0; next != -1 && next < until; taken_.push_back(next))
-            next = dup(0);
-    }
-    TakenDescriptors(const TakenDescriptors&) = delete;
-    TakenDescriptors& operator=(const TakenDescriptors&) = delete;
-    ~TakenDescriptors()
-    {
-        for (const int descriptor : taken_)
-            close(descriptor);
-    }
-
-private:
-    std::vector<int> taken_;
-};
-
 TEST(MSGServer, usesDescriptorsOfAnyNumber)
 {
     rlimit limit = {};
@@ -588,7 +561,8 @@ TEST(MSGServer, usesDescriptorsOfAnyNumber)
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 2000);
     if (limit.rlim_cur < 1200 || setrlimit(RLIMIT_NOFILE, &limit) != 0)
         GTEST_SKIP() << "this process may not have so many";
-    const TakenDescriptors taken(1100);
+    while (dup(0) < 1100) {
+    }
     TestServer server;
     server.echo();
     EXPECT_TRUE(Client(server).isAnswered());
