@@ -155,6 +155,9 @@ TEST_F(TCPLogging, aKilledViewerIsForgotten)
         process.kill();
         for (int n = 0; n < 100; ++n)
             log(1, std::string(1000, 'x'));
+        cu_Error_clear(cu_getErrorLocation());
+        log(1, "nobody sees it");
+        EXPECT_EQ(cu_getErrorLocation()->errorID, 0U); // nothing was sent
     }
     TCPSocket viewer;
     view(viewer);
