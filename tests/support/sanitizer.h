@@ -11,6 +11,9 @@ inline constexpr bool mutexesAreWatched = true;
 inline constexpr bool mutexesAreWatched = false;
 #endif
 
+/// ThreadSanitizer writes what is buffered when a process ends by _exit(), too.
+inline constexpr bool endsAreOrderly = mutexesAreWatched;
+
 /// AddressSanitizer ends the program when the same globals are loaded a second time.
 #if defined(__SANITIZE_ADDRESS__)
 inline constexpr bool globalsAreWatched = true;
