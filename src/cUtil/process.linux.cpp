@@ -145,15 +145,24 @@ int endChild(cu_Process* me)
     // Until it has been waited for its id is nobody else's.
     if (waitid(kind, id, &info, WEXITED | WNOHANG | WNOWAIT) != 0)
         return errno;
-    if (me->handle >= 0)
-        pidfd_send_signal(me->handle, SIGKILL, nullptr, 0);
-    else
+    if (me->handle < 0 || pidfd_send_signal(me->handle, SIGKILL, nullptr, 0) != 0)
         kill(me->id, SIGKILL);
     int result = 0;
     do
         result = waitid(kind, id, &info, WEXITED);
     while (result != 0 && errno == EINTR);
     return result == 0 ? 0 : errno;
+}
+
+// A handle of the child; -1 where the kernel has none, or none that can be waited for.
+int32_t handleOf(pid_t id)
+{
+    const int32_t handle = pidfd_open(id, 0);
+    siginfo_t info = {};
+    if (handle < 0 || waitid(P_PIDFD, static_cast<id_t>(handle), &info, WEXITED | WNOHANG | WNOWAIT) == 0)
+        return handle;
+    close(handle);
+    return -1;
 }
 
 void forgetChild(cu_Process* me)
@@ -208,7 +217,7 @@ cu_ErrorCode cu_Process_start(cu_Process* process, bool waitBeforeExec)
     if (id < 0)
         return CU_REPORT(cu_ERROR_PROCESS_LAUNCH_FAILURE, errno, "Failed to start process");
     process->id = id;
-    process->handle = pidfd_open(id, 0);
+    process->handle = handleOf(id);
     process->running = 1;
     return 0;
 }

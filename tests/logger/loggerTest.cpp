@@ -316,6 +316,33 @@ TEST(Logger, failingLocksAreToldAndLeaveTheLoggerUsable)
     }
 }
 
+TEST(Logger, aCancelledThreadLeavesNoLockBehind)
+{
+    support::Recorder recorder("recorder");
+    std::atomic<bool> logs{false};
+    recorder.act = [&](uint32_t, const std::string&) {
+        logs = true;
+        usleep(50'000); // where threads are cancelled
+    };
+    pthread_t thread = {};
+    ASSERT_EQ(pthread_create(
+                  &thread, nullptr,
+                  [](void*) -> void* {
+                      EXPECT_EQ(cu_Logger_log(1, "line"), 0U);
+                      for (;;)
+                          pause();
+                  },
+                  nullptr),
+              0);
+    while (!logs)
+        std::this_thread::yield();
+    pthread_cancel(thread);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(cu_Logger_removeAdapter("recorder"), 0U);
+}
+
 TEST(Logger, eachThreadHasItsPointer)
 {
     int mine = 0;

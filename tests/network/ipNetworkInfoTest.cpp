@@ -64,7 +64,7 @@ void setUp(const char* name, uint32_t address, uint32_t netmask)
     const auto ask = [&, descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)](unsigned long what) {
         ASSERT_EQ(ioctl(descriptor, what, &request), 0) << strerror(errno);
     };
-    auto* place = reinterpret_cast<sockaddr_in*>(&request.ifr_addr);
+    auto* place = static_cast<sockaddr_in*>(static_cast<void*>(&request.ifr_addr));
     place->sin_family = AF_INET;
     place->sin_addr.s_addr = htonl(address);
     ask(SIOCSIFADDR);

@@ -179,6 +179,25 @@ TEST_F(Poller, callsTenThousandInTurnWithoutTheHeapAndTakesThemOutInAnyOrder)
     EXPECT_EQ(again.calls.size(), 1U);
 }
 
+TEST_F(PollerCallback, aSelectableThatChangedItsDescriptorLeavesNothingToCallBack)
+{
+    Source source;
+    const Source second;
+    const int first = source.selectable.handle;
+    ASSERT_EQ(add(source), 0U);
+    source.selectable.handle = second.selectable.handle;
+    ASSERT_EQ(add(source), 0U);
+    ASSERT_EQ(remove(source), 0U);
+    source.selectable.handle = first;
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(source.calls, std::vector<uint32_t>{1}) << "by its first descriptor";
+    source.onCall = [&] { EXPECT_REFUSED(cu_Poller_delete(&poller), "cu_Poller_delete", file); };
+    EXPECT_EQ(poll(), 0U);
+    ASSERT_EQ(remove(source), 0U);
+    EXPECT_EQ(poll(), 0U);
+    EXPECT_EQ(source.calls.size(), 2U);
+}
+
 TEST_F(Poller, aFailureLeavesWhatWasThere)
 {
     Source source;

@@ -23,7 +23,7 @@ CU_BEGIN_DECLS
  * Makes an adapter that listens on a port and sends each line to the viewer, if there is one. A lost viewer never
  * fails a log call: beside bad arguments logging always returns 0. Levels are not checked.
  *
- * Logging blocks while the viewer's side takes no more. A viewer that takes nothing for 400 ms is cut off.
+ * Logging blocks while the viewer's side takes no more. A viewer that has not taken a line after 400 ms is cut off.
  *
  * When it is ended, the adapter stops listening, within about 200 ms, and cuts its viewer off; if something fails in
  * that, the process ends with status 1.

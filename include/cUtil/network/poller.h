@@ -46,7 +46,7 @@ CU_EXPORT cu_ErrorCode cu_Poller_new(cu_Poller** poller, cu_allocator* allocator
  * Ends a poller; the selectables stay the caller's. If memory cannot be given back, the process ends with status 1.
  *
  * @param poller  the poller; becomes null
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT, also from a callback of its own
  */
 CU_EXPORT cu_ErrorCode cu_Poller_delete(cu_Poller** poller);
 

@@ -65,7 +65,8 @@ CU_EXPORT cu_ErrorCode cu_TCPSocket_fromAccept(cu_TCPSocket** socket, int32_t de
  * @param first      receives one end; must hold null
  * @param second     receives the other end; must hold null
  * @param allocator  gives the memory; null: the shared heap allocator
- * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_INIT_FAILED; what the allocator fails with
+ * @return 0; cu_ERROR_COM_INVALID_ARGUMENT; cu_ERROR_SOCKET_INIT_FAILED; what cu_TCPSocket_setOption() or the allocator
+ *         fails with
  */
 CU_EXPORT cu_ErrorCode cu_TCPSocket_createPipe(cu_TCPSocket** first, cu_TCPSocket** second, cu_allocator* allocator);
 

@@ -55,7 +55,7 @@ cu_ErrorCode writeLogLine(StreamAdapter* me, uint32_t level, const char* text, b
     put(name, nameLength, me->stream);
     put(": ", 2, me->stream);
     put(text, length, me->stream);
-    putc_unlocked('\n', me->stream);
+    put("\n", 1, me->stream);
     if (flush)
         fflush_unlocked(me->stream);
     funlockfile(me->stream);

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <pthread.h>
 #include <utility>
 
 namespace
@@ -39,6 +40,9 @@ constinit Logger logger = {};
 // Calls of this thread that share the lock, one within the other: adapters may log. The inner ones must not ask for it
 // again, behind a change that waits for the outer one.
 [[gnu::tls_model("initial-exec")]] constinit thread_local uint32_t depth = 0;
+
+// Whether the thread could be cancelled before the outermost of them: in the middle, adapters' locks would stay behind.
+[[gnu::tls_model("initial-exec")]] constinit thread_local int cancelState = PTHREAD_CANCEL_ENABLE;
 
 cu_ErrorCode makeLogger()
 {
@@ -65,8 +69,10 @@ cu_ErrorCode letChangesGoFirst()
 {
     cu_TimeValue deadline = {};
     bool locked = false;
-    CU_TRY(cu_makeTimeoutMilliSecond(&deadline, patience, CLOCK_REALTIME));
-    CU_TRY(cu_Mutex_timedLock(logger.changing, &deadline, &locked));
+    if (const cu_ErrorCode code = cu_makeTimeoutMilliSecond(&deadline, patience, CLOCK_REALTIME); code != 0)
+        return code;
+    if (const cu_ErrorCode code = cu_Mutex_timedLock(logger.changing, &deadline, &locked); code != 0)
+        return code;
     return locked ? cu_Mutex_unlock(logger.changing) : 0;
 }
 
@@ -74,10 +80,16 @@ cu_ErrorCode letChangesGoFirst()
 cu_ErrorCode share()
 {
     if (depth == 0) {
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+        cu_ErrorCode code = 0;
         if (logger.changes.load(std::memory_order_relaxed) != 0) [[unlikely]]
-            CU_TRY(letChangesGoFirst());
-        if (const cu_ErrorCode code = cu_RWMutex_readLock(logger.lock); code != 0)
+            code = letChangesGoFirst();
+        if (code == 0)
+            code = cu_RWMutex_readLock(logger.lock);
+        if (code != 0) {
+            pthread_setcancelstate(cancelState, nullptr);
             return code;
+        }
     }
     ++depth;
     return 0;
@@ -85,7 +97,11 @@ cu_ErrorCode share()
 
 cu_ErrorCode unshare()
 {
-    return --depth == 0 ? cu_RWMutex_unlock(logger.lock) : 0;
+    if (--depth != 0)
+        return 0;
+    const cu_ErrorCode code = cu_RWMutex_unlock(logger.lock);
+    pthread_setcancelstate(cancelState, nullptr);
+    return code;
 }
 
 // Between these two nobody else is at the list.
@@ -282,6 +298,7 @@ cu_ErrorCode cu_Logger_addAdapter(const char* name, cu_logger_Adapter* adapter, 
     if (const cu_ErrorCode code = beginChange(CU_HERE); code != 0)
         return code;
     CU_ROLLBACK(end, endChange());
+    CU_REQUIRE(adapter->name == nullptr); // again: another thread may have added it meanwhile
     CU_REQUIRE(*find(name) == nullptr);
     CU_TRY(cu_str_clone(&adapter->name, name));
     levelOf(adapter).store(level);
@@ -299,11 +316,13 @@ cu_ErrorCode cu_Logger_removeAdapter(const char* name)
         return code;
     cu_logger_Adapter* adapter = takeOut(find(name));
     noteLevels();
-    CU_TRY(endChange());
-    if (adapter == nullptr)
-        return cu_ERROR_COM_INVALID_ARGUMENT; // Compatibility: without a report.
+    const cu_ErrorCode code = endChange();
     // What it still has to do may take its time, and may be logged.
-    CU_TRY(cu_logger_Adapter_destruct(&adapter));
+    if (adapter != nullptr)
+        CU_TRY(cu_logger_Adapter_destruct(&adapter));
+    else if (code == 0)
+        return cu_ERROR_COM_INVALID_ARGUMENT; // Compatibility: without a report.
+    CU_TRY(code);
     return 0;
 }
 

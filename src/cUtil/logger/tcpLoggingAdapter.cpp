@@ -3,6 +3,7 @@
 #include "internal/logRecord.h"
 #include "internal/newAdapter.h"
 #include "internal/rollback.h"
+#include "internal/socket.h"
 
 #include <cUtil/mutex.h>
 #include <cUtil/network/tcpServerSocket.h>
@@ -20,7 +21,7 @@ namespace
 constexpr uint32_t backlog = 1;
 constexpr uint32_t flagPeriod = 200; // milliseconds between two looks at the running flag
 
-// A viewer that takes none of a piece for so long holds up the application no longer.
+// A viewer that takes so long for a line holds up the application no longer; twice that when the last piece waits.
 constexpr int32_t patience = 400; // milliseconds
 constexpr std::size_t pieceSize = 16384;
 constexpr std::size_t firstTextSize = 1016; // that goes in one piece with the head
@@ -49,11 +50,14 @@ cu_ErrorCode sendRecord(cu_TCPSocket* viewer, uint32_t level, const char* text, 
         char text[firstTextSize];
     } first;
     first.head = {htonl(level), htonl(static_cast<uint32_t>(size))};
+    const int64_t deadline = internal::monotonicNow() + int64_t{patience} * 1'000'000;
     std::size_t sent = std::min(size, sizeof(first.text));
     memcpy(first.text, text, sent);
     cu_ErrorCode code =
         cu_TCPSocket_send(viewer, &first, static_cast<uint32_t>(sizeof(first.head) + sent), sent < size);
     while (code == 0 && sent < size) {
+        if (internal::monotonicNow() >= deadline)
+            return cu_ERROR_SOCKET_IO_TIMEOUT;
         const std::size_t piece = std::min(size - sent, pieceSize);
         code = cu_TCPSocket_send(viewer, text + sent, static_cast<uint32_t>(piece), sent + piece < size);
         sent += piece;

@@ -221,7 +221,8 @@ void take(cu_MSGServer* me, const epoll_event& event)
     } else {
         auto* endpoint = static_cast<Endpoint*>(event.data.ptr);
         endpoint->hasEnded |= ends;
-        if (canRead)
+        // Who is in the list already keeps the place.
+        if (canRead && static_cast<ReadableLink*>(endpoint)->isAlone())
             static_cast<ReadableLink*>(endpoint)->moveToEndOf(me->readable);
         if (canWrite)
             internal::sendQueue(endpoint, me->out);

@@ -14,6 +14,7 @@ namespace
 struct Item {
     cu_allocator* allocator;
     const cu_Selectable* selectable; // null once it is removed
+    int32_t handle;                  // what it stood for when it was added
     cu_PollerCallback callback;
     void* userData;
     Item* nextRemoved;
@@ -72,9 +73,16 @@ cu_ErrorCode disposeOfRemoved(cu_Poller* me)
 cu_ErrorCode take(cu_Poller* me, const cu_Selectable* selectable)
 {
     Entry* const end = me->entries + me->count;
-    Entry* found = std::find_if(me->entries, end, [=](const Entry& entry) { return entry.selectable == selectable; });
-    if (found == end)
-        return 0;
+    Entry* found = std::find_if(me->entries, end, [=](const Entry& entry) {
+        return entry.selectable == selectable && entry.item->handle == selectable->handle;
+    });
+    if (found == end) {
+        // It stood for another descriptor then, which must not lead to the item any more.
+        found = std::find_if(me->entries, end, [=](const Entry& entry) { return entry.selectable == selectable; });
+        if (found == end)
+            return 0;
+        epoll_ctl(me->epoll, EPOLL_CTL_DEL, found->item->handle, nullptr);
+    }
     if (const cu_ErrorCode code = dispose(me, found->item); code != 0)
         return code;
     std::copy(found + 1, end, found);
@@ -121,6 +129,7 @@ cu_ErrorCode cu_Poller_delete(cu_Poller** poller)
 {
     CU_REQUIRE(poller != nullptr);
     CU_REQUIRE(*poller != nullptr);
+    CU_REQUIRE((*poller)->polls == 0);
 
     cu_Poller* me = *poller;
     close(me->epoll);
@@ -142,6 +151,7 @@ cu_ErrorCode cu_Poller_add(cu_Poller* poller, const cu_Selectable* selectable, u
     internal::Owned<Item> item;
     CU_TRY(item.allocate(poller->allocator));
     item->selectable = selectable;
+    item->handle = selectable->handle;
     item->callback = callback;
     item->userData = userData;
 

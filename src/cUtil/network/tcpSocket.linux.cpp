@@ -8,6 +8,7 @@
 
 #include <cUtil/time/time.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <netinet/tcp.h>
@@ -24,6 +25,7 @@ namespace
 {
 
 constexpr int64_t nanoSecondsPerMilliSecond = 1'000'000;
+constexpr timespec memoryPause = {0, 5'000'000};
 
 timeval timevalOf(uint32_t milliSeconds)
 {
@@ -118,7 +120,8 @@ bool isCutBySignal(int32_t descriptor, int64_t deadline)
 cu_ErrorCode sendRest(int32_t descriptor, const uint8_t* from, uint32_t length, int flags, int64_t deadline,
                       internal::Place here)
 {
-    while (waitForRest(descriptor, POLLOUT, deadline) > 0) {
+    int ready = 0;
+    while ((ready = waitForRest(descriptor, POLLOUT, deadline)) > 0) {
         const ssize_t sent = send(descriptor, from, length, flags | MSG_DONTWAIT);
         if (sent == int64_t{length})
             return 0;
@@ -127,9 +130,12 @@ cu_ErrorCode sendRest(int32_t descriptor, const uint8_t* from, uint32_t length, 
         if (sent > 0) {
             from += sent;
             length -= static_cast<uint32_t>(sent);
+        } else {
+            // The socket would take it, but the system is short of memory, perhaps for long.
+            clock_nanosleep(CLOCK_MONOTONIC, 0, &memoryPause, nullptr);
         }
     }
-    return internal::report(cu_ERROR_SOCKET_IO_TIMEOUT, EWOULDBLOCK, here, nullptr);
+    return internal::report(cu_ERROR_SOCKET_IO_TIMEOUT, ready == 0 ? EWOULDBLOCK : 0, here, nullptr);
 }
 
 enum class Kind {
@@ -375,7 +381,8 @@ cu_ErrorCode cu_TCPSocket_getOption(const cu_TCPSocket* socket, uint32_t type, i
     if (size != expected)
         return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
     if (option.kind == Kind::milliSeconds)
-        *value = static_cast<int32_t>(read.time.tv_sec * 1000 + read.time.tv_usec / 1000);
+        *value = static_cast<int32_t>(
+            std::min<int64_t>(int64_t{read.time.tv_sec} * 1000 + read.time.tv_usec / 1000, INT32_MAX));
     else
         *value = option.kind == Kind::boolean ? (read.number != 0 ? 1 : 0) : read.number;
     return 0;
