@@ -348,6 +348,11 @@ TEST(Convert, theLocaleIsNeitherUsedNorTouched)
         }
         EXPECT_EQ(cu_Convert_ieee64(&out, "1,5"), cu_ERROR_CONVERSION_FAILED);
     }
+    watcher.request_stop();
+    watcher.join();
+    // The board runs all tests in one process.
+    unsetenv("LOCPATH");
+    EXPECT_STREQ(setlocale(LC_NUMERIC, "C"), "C");
 }
 
 TEST(Convert, aMissingLocaleIsReported)

@@ -239,6 +239,8 @@ TEST(RBTree, losesAndReleasesTwiceNothingWhicheverFunctionFails)
 
 TEST(RBTree, deletionGoesOnBehindWhatCannotBeReleased)
 {
+    Caller::callsLeft = 0;
+    Caller::released.clear();
     cu_RBTree* tree = Caller::newTree();
     for (const uintptr_t key : {1U, 2U, 3U})
         EXPECT_EQ(Caller::add(tree, key), 0U);
