@@ -569,11 +569,15 @@ TEST(MSGServer, usesDescriptorsOfAnyNumber)
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 2000);
     if (limit.rlim_cur < 1200 || setrlimit(RLIMIT_NOFILE, &limit) != 0)
         GTEST_SKIP() << "this process may not have so many";
-    while (dup(0) < 1100) {
+    std::vector<int> others{dup(0)};
+    while (others.back() < 1100)
+        others.push_back(dup(0));
+    {
+        TestServer server;
+        server.echo();
+        EXPECT_TRUE(Client(server).isAnswered());
     }
-    TestServer server;
-    server.echo();
-    EXPECT_TRUE(Client(server).isAnswered());
+    std::ranges::for_each(others, close);
 }
 
 TEST(MSGServer, waitsForDescriptorsWhileThereAreNone)
