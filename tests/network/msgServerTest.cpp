@@ -351,20 +351,22 @@ TEST(MSGServer, noClientHarmsOthers)
             }
         });
         std::jthread visitor([&](const std::stop_token& stop) {
-            while (!stop.stop_requested()) {
+            for (unsigned visit = 0; !stop.stop_requested(); ++visit) {
                 Raw raw(server.port);
-                linger none = {1, 0}; // half of them go by a reset
-                if (raw.descriptor() % 2 == 0)
+                const linger none = {1, 0}; // most go by a reset, which leaves their ports free
+                if (visit % 16 != 0)
                     setsockopt(raw.descriptor(), SOL_SOCKET, SO_LINGER, &none, sizeof(none));
-                std::this_thread::sleep_for(100us);
+                std::this_thread::sleep_for(1ms);
             }
         });
+        // An emulated processor has enough to do with less.
+        constexpr auto pause = support::scaled(200) == 200 ? 100us : 20'000us;
         std::jthread deaf([&](const std::stop_token& stop) {
             const std::string frame = frameOf(std::string(50'000, 'x'));
             while (!stop.stop_requested()) {
                 Raw raw(server.port);
                 while (!stop.stop_requested() && raw.send(frame, MSG_DONTWAIT) != 0)
-                    std::this_thread::sleep_for(100us);
+                    std::this_thread::sleep_for(pause);
             }
         });
         for (int i = 0; i < 20; ++i)
@@ -654,8 +656,9 @@ TEST(MSGServer, itsThreadTakesNoSignals)
         }
     }
     ASSERT_EQ(masks.size(), 1U);
-    EXPECT_EQ(std::stoull(masks[0], nullptr, 16) & 0x7FFFFFFF,
-              0x7FFFFFFFULL & ~(1ULL << (SIGKILL - 1)) & ~(1ULL << (SIGSTOP - 1)));
+    // An emulator wants the signals of faults for itself.
+    for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTERM, SIGCHLD, SIGIO})
+        EXPECT_NE(std::stoull(masks[0], nullptr, 16) & 1ULL << (signal - 1), 0U) << signal;
 }
 
 TEST(MSGServer, survivesEveryFailure)
