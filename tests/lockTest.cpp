@@ -1,4 +1,5 @@
 // Locks: the mutex, the mutex of the process, the read-write mutex and the spin lock.
+#include "internal/mutexLayout.h"
 #include "support/deadline.h"
 #include "support/made.h"
 #include "support/process.h"
@@ -6,16 +7,14 @@
 #include "support/sanitizer.h"
 #include "support/signalStorm.h"
 #include "support/sweep.h"
-#include "support/systemFailure.h"
 
 #include <cUtil/atomicLock.h>
 #include <cUtil/rwMutex.h>
 #include <cUtil/spinLock.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <sched.h>
-#include <vector>
+#include <cstring>
+#include <set>
 
 namespace
 {
@@ -43,40 +42,25 @@ bool isFree(Lock* lock, cu_ErrorCode (*tryLock)(Lock*, bool*), cu_ErrorCode (*un
     return locked;
 }
 
-/// Threads count together, each under one of two ways to lock.
-template <typename LockA, typename LockB, typename Unlock>
-void expectExclusion(unsigned rounds, LockA lockA, LockB lockB, Unlock unlock)
+/// What a function makes of the results of its system call: those that are `calm` do not make it fail. A flag that it
+/// has tells them from success, and is set when it fails.
+template <typename... Good, typename... Parameters>
+void expectMeanings(const char* sourceFile, const std::string& function, const char* systemCall,
+                    const std::set<int>& calm, cu_ErrorCode code, cu_ErrorCode (*call)(Parameters...),
+                    const Good&... good)
 {
-    constexpr unsigned threadCount = 4;
-    unsigned count = 0;
-    {
-        std::vector<std::jthread> threads;
-        for (unsigned index = 0; index < threadCount; ++index)
-            threads.emplace_back([&, isFirst = index % 2 == 0] {
-                for (unsigned round = 0; round < rounds; ++round) {
-                    ASSERT_EQ(isFirst ? lockA() : lockB(), 0U);
-                    ++count;
-                    ASSERT_EQ(unlock(), 0U);
-                }
-            });
+    constexpr bool hasFlag = (std::is_same_v<Parameters, bool*> || ...);
+    for (const int result : {EBUSY, ETIMEDOUT, EDEADLK, EAGAIN}) {
+        SCOPED_TRACE(function + ", " + systemCall + " gives " + std::to_string(result));
+        const bool isCalm = calm.contains(result);
+        bool locked = isCalm;
+        const support::Injection injection(systemCall, result);
+        EXPECT_EQ(support::failureOf(
+                      [&] { return call(support::goodArgument<Parameters>(std::tuple(good..., &locked))...); }),
+                  isCalm ? support::Failure{} : (support::Failure{code, function, sourceFile, "", result}));
+        EXPECT_EQ(locked, isCalm != hasFlag);
+        EXPECT_NE(injection.fired(), nullptr);
     }
-    EXPECT_EQ(count, threadCount * rounds);
-}
-
-enum Sense { got, busy, failed };
-
-/// What a lock makes of a result of the system's call.
-template <typename Call>
-void expectMeaning(const char* sourceFile, const std::string& name, const std::string& systemCall, int result,
-                   Sense sense, const Call& call, cu_ErrorCode code = cu_ERROR_MUTEX_LOCK_FAILED)
-{
-    SCOPED_TRACE(name + ", " + systemCall + " gives " + std::to_string(result));
-    bool locked = true;
-    const support::Injection injection(systemCall.c_str(), result);
-    EXPECT_EQ(support::failureOf([&] { return call(&locked); }),
-              sense == failed ? (support::Failure{code, name, sourceFile, "", result}) : support::Failure{});
-    EXPECT_EQ(locked, sense != busy);
-    EXPECT_NE(injection.fired(), nullptr);
 }
 
 struct Mutex : testing::Test {
@@ -147,11 +131,6 @@ TEST_F(Mutex, aBusyOneIsToldByTheFlagAtTheDeadlineAndNotBefore)
         const cu_TimeValue soon = support::fromNow(50);
         EXPECT_FALSE(timedLock(soon));
         EXPECT_TRUE(support::hasPassed(soon));
-        const cu_TimeValue invalid = {0, 1'000'000'000};
-        bool locked = false;
-        EXPECT_SYSTEM_FAILURE(cu_Mutex_timedLock(checking, &invalid, &locked), cu_ERROR_MUTEX_LOCK_FAILED, EINVAL,
-                              "cu_Mutex_timedLock", file, "");
-        EXPECT_TRUE(locked);
     });
     const std::jthread waiter([&] {
         const support::SignalStorm storm;
@@ -164,119 +143,31 @@ TEST_F(Mutex, aBusyOneIsToldByTheFlagAtTheDeadlineAndNotBefore)
 
 TEST_F(Mutex, eachResultOfTheSystemHasItsMeaning)
 {
-    const auto lock = [&](bool*) { return cu_Mutex_lock(checking); };
-    const auto tryLock = [&](bool* locked) { return cu_Mutex_tryLock(checking, locked); };
-    const auto timedLock = [&](bool* locked) { return cu_Mutex_timedLock(checking, &past, locked); };
-    for (const auto& [result, sense] : {std::pair(EBUSY, busy), {EDEADLK, busy}, {EAGAIN, failed}, {ETIMEDOUT, failed}})
-        expectMeaning(file, "cu_Mutex_tryLock", "pthread_mutex_trylock", result, sense, tryLock);
-    // Whatever a first look says, the call that waits decides.
-    for (const int result : {EINVAL, EBUSY}) {
-        expectMeaning(file, "cu_Mutex_lock", "pthread_mutex_trylock", result, got, lock);
-        EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
-        expectMeaning(file, "cu_Mutex_timedLock", "pthread_mutex_trylock", result, got, timedLock);
-        EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
-    }
-    // It is reached by another thread's lock.
+    const auto meets = [&](const std::string& name, const char* systemCall, const std::set<int>& calm, auto call) {
+        expectMeanings(file, name, systemCall, calm, cu_ERROR_MUTEX_LOCK_FAILED, call, checking.get(), &past);
+    };
+    meets("cu_Mutex_tryLock", "pthread_mutex_trylock", {EBUSY, EDEADLK}, cu_Mutex_tryLock);
     ASSERT_EQ(cu_Mutex_lock(checking), 0U);
     elsewhere([&] {
-        for (const int result : {EBUSY, ETIMEDOUT})
-            expectMeaning(file, "cu_Mutex_timedLock", "pthread_mutex_timedlock", result, busy, timedLock);
-        expectMeaning(file, "cu_Mutex_lock", "pthread_mutex_lock", EBUSY, failed, lock);
+        meets("cu_Mutex_timedLock", "pthread_mutex_timedlock", {EBUSY, ETIMEDOUT}, cu_Mutex_timedLock);
+        meets("cu_Mutex_lock", "pthread_mutex_lock", {}, cu_Mutex_lock);
     });
     EXPECT_EQ(cu_Mutex_unlock(checking), 0U);
 }
 
-TEST_F(Mutex, threadsExcludeEachOther)
+TEST_F(Mutex, isOneWhoseOwnerInheritsThePriorityOfAWaiter)
 {
-    const cu_TimeValue later = support::fromNow(60'000);
-    const auto timedLock = [&] {
-        bool locked = false;
-        const cu_ErrorCode code = cu_Mutex_timedLock(checking, &later, &locked);
-        return locked ? code : ~0U;
-    };
-    expectExclusion(
-        20'000, [&] { return cu_Mutex_lock(checking); }, timedLock, [&] { return cu_Mutex_unlock(checking); });
-}
-
-// --- Priority inheritance -------------------------------------------------------------------------------------------
-
-/// Makes the calling thread, and those that it makes, real-time ones on the first processor that it may use.
-int becomeRealTime(int priority)
-{
-    cpu_set_t processors;
-    pthread_getaffinity_np(pthread_self(), sizeof(processors), &processors);
-    std::size_t first = 0;
-    while (!CPU_ISSET(first, &processors))
-        ++first;
-    CPU_ZERO(&processors);
-    CPU_SET(first, &processors);
-    const sched_param wanted = {priority};
-    const int error = pthread_setaffinity_np(pthread_self(), sizeof(processors), &processors);
-    return error != 0 ? error : pthread_setschedparam(pthread_self(), SCHED_FIFO, &wanted);
-}
-
-/// On one processor a low thread holds the mutex, a middle one burns the processor for so long, a high one wants the
-/// mutex. Says whether the high one got it while the middle one was still burning. Only time on the processor counts:
-/// whoever has taken that away from all three has done nothing to their order.
-template <typename Lock, typename Unlock>
-bool highOvertakesMiddle(std::chrono::milliseconds burning, Lock lock, Unlock unlock)
-{
-    std::atomic<bool> lowHolds = false;
-    std::atomic<bool> middleBurns = false;
-    std::atomic<bool> highWants = false;
-    std::atomic<bool> highHas = false;
-    std::atomic<bool> hasOvertaken = false;
-    const auto burnUntil = [](const std::atomic<bool>& flag, std::chrono::milliseconds limit) {
-        timespec spent = {};
-        while (!flag && std::chrono::seconds(spent.tv_sec) + std::chrono::nanoseconds(spent.tv_nsec) < limit)
-            clock_gettime(CLOCK_THREAD_CPUTIME_ID, &spent);
-        return flag.load();
-    };
-    elsewhere([&] {
-        EXPECT_EQ(becomeRealTime(40), 0);
-        const std::jthread low([&] {
-            becomeRealTime(10);
-            lock();
-            lowHolds = true;
-            burnUntil(highWants, std::chrono::seconds(5));
-            unlock();
-        });
-        EXPECT_TRUE(support::comesTrue([&] { return lowHolds.load(); }));
-        const std::jthread middle([&] {
-            becomeRealTime(20);
-            middleBurns = true;
-            hasOvertaken = burnUntil(highHas, burning);
-        });
-        EXPECT_TRUE(support::comesTrue([&] { return middleBurns.load(); }));
-        const std::jthread high([&] {
-            becomeRealTime(30);
-            highWants = true;
-            lock();
-            highHas = true;
-            unlock();
-        });
-    });
-    return hasOvertaken;
-}
-
-TEST_F(Mutex, itsOwnerInheritsThePriorityOfAWaiter)
-{
-#if defined(__arm__)
-    if (getenv("KOCUTIL_BOARD") == nullptr)
-        GTEST_SKIP() << "not on a real kernel of this architecture";
-#endif
-    int error = 0;
-    elsewhere([&] { error = becomeRealTime(40); });
-    if (error != 0)
-        GTEST_SKIP() << "real-time scheduling is refused: " << strerror(error);
-    for (cu_Mutex* mutex : {checking.get(), recursive.get()})
-        EXPECT_TRUE(highOvertakesMiddle(
-            std::chrono::seconds(5), [=] { EXPECT_EQ(cu_Mutex_lock(mutex), 0U); },
-            [=] { EXPECT_EQ(cu_Mutex_unlock(mutex), 0U); }));
-    pthread_mutex_t plain = PTHREAD_MUTEX_INITIALIZER;
-    EXPECT_FALSE(highOvertakesMiddle(
-        std::chrono::milliseconds(300), [&] { pthread_mutex_lock(&plain); }, [&] { pthread_mutex_unlock(&plain); }))
-        << "the trial shows nothing";
+    for (const auto& [mutex, type] :
+         {std::pair(checking.get(), PTHREAD_MUTEX_ERRORCHECK), {recursive.get(), PTHREAD_MUTEX_RECURSIVE}})
+        for (const int protocol : {PTHREAD_PRIO_NONE, PTHREAD_PRIO_INHERIT}) {
+            pthread_mutexattr_t attributes;
+            pthread_mutex_t other;
+            ASSERT_EQ(pthread_mutexattr_init(&attributes), 0);
+            EXPECT_EQ(pthread_mutexattr_settype(&attributes, type), 0);
+            EXPECT_EQ(pthread_mutexattr_setprotocol(&attributes, protocol), 0);
+            EXPECT_EQ(pthread_mutex_init(&other, &attributes), 0);
+            EXPECT_EQ(memcmp(&mutex->mutex, &other, sizeof(other)) == 0, protocol == PTHREAD_PRIO_INHERIT);
+        }
 }
 
 // --- The mutex of the process ---------------------------------------------------------------------------------------
@@ -295,8 +186,6 @@ TEST(AtomicLock, worksBeforeAnyConstructorOfTheProgram)
 {
     ASSERT_NE(cu_atomicLock(), nullptr);
     EXPECT_EQ(lockedEarly, cu_atomicLock());
-    EXPECT_EQ(cu_Mutex_lock(cu_atomicLock()), 0U);
-    EXPECT_EQ(cu_Mutex_unlock(cu_atomicLock()), 0U);
 }
 
 // --- The read-write mutex -------------------------------------------------------------------------------------------
@@ -346,34 +235,19 @@ TEST_F(RWMutex, manyReadOrOneWrites)
 
 TEST_F(RWMutex, eachResultOfTheSystemHasItsMeaning)
 {
-    const auto meets = [](const std::string& name, const std::string& systemCall, const auto& call, Sense onBusy,
-                          Sense onTimeOut, Sense onDeadlock, cu_ErrorCode code = cu_ERROR_MUTEX_LOCK_FAILED) {
-        for (const auto& [result, sense] :
-             {std::pair(EBUSY, onBusy), {ETIMEDOUT, onTimeOut}, {EDEADLK, onDeadlock}, {EAGAIN, failed}})
-            expectMeaning(rwFile, "cu_RWMutex_" + name, "pthread_rwlock_" + systemCall, result, sense, call, code);
+    const auto meets = [&](const std::string& name, const std::string& systemCall, const std::set<int>& calm, auto call,
+                           cu_ErrorCode code = cu_ERROR_MUTEX_LOCK_FAILED) {
+        expectMeanings(rwFile, "cu_RWMutex_" + name, ("pthread_rwlock_" + systemCall).c_str(), calm, code, call,
+                       lock.get(), lock.handle(), &past);
     };
-    meets(
-        "readLock", "rdlock", [&](bool*) { return cu_RWMutex_readLock(lock); }, failed, failed, got);
-    meets(
-        "writeLock", "wrlock", [&](bool*) { return cu_RWMutex_writeLock(lock); }, failed, failed, got);
-    meets(
-        "tryReadLock", "tryrdlock", [&](bool* locked) { return cu_RWMutex_tryReadLock(lock, locked); }, busy, failed,
-        failed);
-    meets(
-        "tryWriteLock", "trywrlock", [&](bool* locked) { return cu_RWMutex_tryWriteLock(lock, locked); }, busy, failed,
-        failed);
-    meets(
-        "timedReadLock", "timedrdlock", [&](bool* locked) { return cu_RWMutex_timedReadLock(lock, &past, locked); },
-        failed, busy, failed);
-    meets(
-        "timedWriteLock", "timedwrlock", [&](bool* locked) { return cu_RWMutex_timedWriteLock(lock, &past, locked); },
-        failed, busy, failed);
-    meets(
-        "unlock", "unlock", [&](bool*) { return cu_RWMutex_unlock(lock); }, failed, failed, failed,
-        cu_ERROR_MUTEX_UNLOCK_FAILED);
-    meets(
-        "delete", "destroy", [&](bool*) { return cu_RWMutex_delete(lock.handle()); }, failed, failed, failed,
-        cu_ERROR_MUTEX_FREE_FAILED);
+    meets("readLock", "rdlock", {EDEADLK}, cu_RWMutex_readLock);
+    meets("writeLock", "wrlock", {EDEADLK}, cu_RWMutex_writeLock);
+    meets("tryReadLock", "tryrdlock", {EBUSY}, cu_RWMutex_tryReadLock);
+    meets("tryWriteLock", "trywrlock", {EBUSY}, cu_RWMutex_tryWriteLock);
+    meets("timedReadLock", "timedrdlock", {ETIMEDOUT}, cu_RWMutex_timedReadLock);
+    meets("timedWriteLock", "timedwrlock", {ETIMEDOUT}, cu_RWMutex_timedWriteLock);
+    meets("unlock", "unlock", {}, cu_RWMutex_unlock, cu_ERROR_MUTEX_UNLOCK_FAILED);
+    meets("delete", "destroy", {}, cu_RWMutex_delete, cu_ERROR_MUTEX_FREE_FAILED);
     EXPECT_NE(lock.get(), nullptr);
 }
 
@@ -389,21 +263,18 @@ TEST(SpinLock, excludesAndTellsFailures)
                          cu_SpinLock_tryLock, cu_SpinLock_unlock);
     EXPECT_NULLS_REFUSED(spinFile, std::tuple{lock.handle()}, cu_SpinLock_delete);
 
-    const auto take = [&] { return cu_SpinLock_lock(lock); };
-    expectExclusion(2'500, take, take, [&] { return cu_SpinLock_unlock(lock); });
     EXPECT_TRUE(isFree(lock.get(), cu_SpinLock_tryLock, cu_SpinLock_unlock));
-    ASSERT_EQ(take(), 0U);
+    ASSERT_EQ(cu_SpinLock_lock(lock), 0U);
     EXPECT_FALSE(isFree(lock.get(), cu_SpinLock_tryLock, cu_SpinLock_unlock));
     EXPECT_EQ(cu_SpinLock_unlock(lock), 0U);
-    support::expectSystemFailures(
-        spinFile, {{"pthread_spin_trylock", EDEADLK, cu_ERROR_SPINLOCK_LOCK_FAILED, "cu_SpinLock_tryLock", "",
-                    [&] { return cu_SpinLock_tryLock(lock, &locked); }},
-                   {"pthread_spin_lock", EDEADLK, cu_ERROR_SPINLOCK_LOCK_FAILED, "cu_SpinLock_lock", "", take},
-                   {"pthread_spin_unlock", EPERM, cu_ERROR_SPINLOCK_UNLOCK_FAILED, "cu_SpinLock_unlock", "",
-                    [&] { return cu_SpinLock_unlock(lock); }},
-                   {"pthread_spin_destroy", EBUSY, cu_ERROR_CONDWAIT_FREE_FAILED, "cu_SpinLock_delete", "",
-                    [&] { return cu_SpinLock_delete(lock.handle()); }}});
-    EXPECT_TRUE(locked);
+    const auto meets = [&](const std::string& name, const char* systemCall, const std::set<int>& calm, auto call,
+                           cu_ErrorCode code = cu_ERROR_SPINLOCK_LOCK_FAILED) {
+        expectMeanings(spinFile, name, systemCall, calm, code, call, lock.get(), lock.handle());
+    };
+    meets("cu_SpinLock_lock", "pthread_spin_lock", {}, cu_SpinLock_lock);
+    meets("cu_SpinLock_tryLock", "pthread_spin_trylock", {EBUSY}, cu_SpinLock_tryLock);
+    meets("cu_SpinLock_unlock", "pthread_spin_unlock", {}, cu_SpinLock_unlock, cu_ERROR_SPINLOCK_UNLOCK_FAILED);
+    meets("cu_SpinLock_delete", "pthread_spin_destroy", {}, cu_SpinLock_delete, cu_ERROR_CONDWAIT_FREE_FAILED);
 }
 
 } // namespace
