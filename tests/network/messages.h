@@ -2,6 +2,7 @@
 #pragma once
 
 #include "network/sockets.h"
+#include "support/allocator.h"
 
 #include <cUtil/errorCodes.h>
 #include <cUtil/network/message.h>
@@ -10,9 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include <poll.h>
-
-#include <optional>
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -20,46 +19,51 @@
 using MSGClient = Handle<cu_MSGClient, cu_MSGClient_delete>;
 using MSGServer = Handle<cu_MSGServer, cu_MSGServer_delete>;
 
-/// A message with a content.
+/// A message on an allocator that moves every block; at its end nothing may be left.
 class Message
 {
 public:
-    explicit Message(std::string_view content = "")
+    explicit Message(std::string_view content = "", uint32_t capacity = 0)
     {
-        EXPECT_EQ(cu_Message_new(&me_, static_cast<uint32_t>(content.size()), nullptr), 0U);
-        if (!content.empty()) {
-            EXPECT_EQ(cu_Message_write(me_, content.data(), static_cast<uint32_t>(content.size())), 0U);
-        }
+        EXPECT_EQ(cu_Message_new(&me_, capacity, allocator.get()), 0U);
+        if (!content.empty())
+            write(content);
     }
 
-    cu_Message** operator&() { return &me_; } // NOLINT(google-runtime-operator): as the constructors take it
     operator cu_Message*() const { return me_; }
 
-    std::string content() const
+    void write(std::string_view bytes)
     {
-        uint8_t* data = nullptr;
-        uint32_t size = 0;
-        EXPECT_EQ(cu_Message_get(me_, &data), 0U);
-        EXPECT_EQ(cu_Message_getSize(me_, &size), 0U);
-        return std::string(data, data + size);
+        EXPECT_EQ(cu_Message_write(me_, bytes.data(), static_cast<uint32_t>(bytes.size())), 0U);
     }
+
+    support::WatchfulAllocator allocator;
 
 private:
     Handle<cu_Message, cu_Message_delete> me_;
 };
 
-inline std::string bigEndian(uint32_t number)
+inline std::string contentOf(const cu_Message* message)
 {
-    std::string bytes;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes += static_cast<char>(number >> shift);
-    return bytes;
+    uint8_t* data = nullptr;
+    uint32_t size = 0;
+    EXPECT_EQ(cu_Message_get(message, &data), 0U);
+    EXPECT_EQ(cu_Message_getSize(message, &size), 0U);
+    return {data, data + size};
+}
+
+inline uint32_t cursorOf(const cu_Message* message)
+{
+    uint32_t position = ~0U;
+    EXPECT_EQ(cu_Message_tell(message, &position), 0U);
+    return position;
 }
 
 /// What stands in front of a message on the wire.
 inline std::string headOf(uint32_t length, uint32_t version = 1, uint32_t magic = 0x42D53371)
 {
-    return bigEndian(magic) + bigEndian(version) + bigEndian(length);
+    const uint32_t words[] = {htonl(magic), htonl(version), htonl(length)};
+    return {reinterpret_cast<const char*>(words), sizeof(words)};
 }
 
 inline std::string frameOf(std::string_view content)
@@ -68,50 +72,33 @@ inline std::string frameOf(std::string_view content)
 }
 
 /// A connection that sends and receives bytes as it likes.
-class Raw
+class Raw : support::Pinned
 {
 public:
-    Raw() : descriptor_(socket(AF_INET, SOCK_STREAM, 0)) {}
-    explicit Raw(uint16_t port) : Raw() { connectTo(port); }
-    Raw(const Raw&) = delete;
-    Raw& operator=(const Raw&) = delete;
-    ~Raw() { close(); }
-
-    int descriptor() const { return descriptor_; }
-
-    void connectTo(uint16_t port) const
+    explicit Raw(uint16_t port)
     {
         sockaddr_in to = {};
         to.sin_family = AF_INET;
         to.sin_addr.s_addr = htonl(CU_IP_ADDRESS_LOCAL);
         to.sin_port = htons(port);
-        EXPECT_EQ(connect(descriptor_, reinterpret_cast<sockaddr*>(&to), sizeof(to)), 0);
+        EXPECT_EQ(connect(descriptor, reinterpret_cast<sockaddr*>(&to), sizeof(to)), 0);
     }
-
-    void close()
-    {
-        if (descriptor_ != -1)
-            ::close(std::exchange(descriptor_, -1));
-    }
+    ~Raw() { close(descriptor); }
 
     /// Sends, unless the other side is gone; tells how much, which with `flags` may be less than all.
-    std::size_t send(std::string_view bytes, int flags = 0)
+    std::size_t send(std::string_view bytes, int flags = 0) const
     {
-        const ssize_t sent = ::send(descriptor_, bytes.data(), bytes.size(), MSG_NOSIGNAL | flags);
-        return sent > 0 ? static_cast<std::size_t>(sent) : 0;
+        return static_cast<std::size_t>(
+            std::max<ssize_t>(::send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL | flags), 0));
     }
 
     /// So many bytes, or fewer if the connection ends before.
-    std::string receive(std::size_t size)
+    std::string receive(std::size_t size) const
     {
         std::string bytes(size, '\0');
-        const ssize_t got = recv(descriptor_, bytes.data(), size, MSG_WAITALL);
-        bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
-        return bytes;
+        const ssize_t got = recv(descriptor, bytes.data(), size, MSG_WAITALL);
+        return bytes.substr(0, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
     }
 
-    bool isClosed() { return receive(1).empty(); }
-
-private:
-    int descriptor_;
+    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
 };
