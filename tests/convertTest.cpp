@@ -118,6 +118,7 @@ TEST(Convert, onlyLongTextsNeedMemory)
     const auto noMemory = support::Injection::ofEvery("strdup", ENOMEM);
     for (const std::string& text : {zeros + "7", ' ' + zeros.substr(3) + "7.0"})
         EXPECT_EQ(outcomeOf(cu_Convert_sint32, 10, text).value, "7");
+    EXPECT_EQ(outcomeOf(cu_Convert_sint32, 10, "7x").failure, badNumber("cu_Convert_sint32", "7x", "10"));
     for (const std::string& text : {zeros + "12", "1." + zeros}) {
         const Outcome outcome = outcomeOf(cu_Convert_sint32, 10, text);
         EXPECT_EQ(outcome.failure,

@@ -29,40 +29,29 @@ inline std::string show(const cu_Variant& variant)
     const cu_VariantValue& value = variant.value;
     std::ostringstream text;
     text << typeNames[variant.type] << (variant.type != cu_VARIANT_NULL ? " " : "");
-    switch (variant.type) {
-    case cu_VARIANT_NULL:
-        break;
-    case cu_VARIANT_IEEE32:
+    if (variant.type == cu_VARIANT_IEEE32) {
         text << std::setprecision(9) << value.ieee32;
-        break;
-    case cu_VARIANT_IEEE64:
+    } else if (variant.type == cu_VARIANT_IEEE64) {
         text << std::setprecision(17) << value.ieee64;
-        break;
-    case cu_VARIANT_STRING:
+    } else if (variant.type == cu_VARIANT_STRING) {
         text << value.string;
-        break;
-    case cu_VARIANT_BINARY:
-        if (value.binary.data == nullptr) {
-            text << "none/" << value.binary.length;
-            break;
-        }
+    } else if (variant.type == cu_VARIANT_BINARY && value.binary.data == nullptr) {
+        text << "none/" << value.binary.length;
+    } else if (variant.type == cu_VARIANT_BINARY) {
         text << '[' << std::hex << std::uppercase << std::setfill('0');
         for (uint32_t at = 0; at < value.binary.length; ++at)
             text << std::setw(2) << unsigned{value.binary.data[at]};
         text << ']';
-        break;
-    case cu_VARIANT_VECTOR:
+    } else if (variant.type == cu_VARIANT_VECTOR) {
         text << '(';
         for (uint32_t at = 0; at < value.vector.count; ++at)
             text << (at != 0 ? ", " : "") << show(value.vector.items[at]);
         text << ')';
-        break;
-    default: {
+    } else if (variant.type != cu_VARIANT_NULL) {
         cu_Variant copy = variant; // a boolean or an integer owns nothing
         EXPECT_EQ(cu_Variant_convert_string(&copy), 0U);
         text << copy.value.string;
         EXPECT_EQ(cu_Variant_free(&copy), 0U);
-    }
     }
     return text.str();
 }

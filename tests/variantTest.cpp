@@ -20,7 +20,8 @@ cu_ErrorCode (*const conversions[])(cu_Variant*) = {
     cu_Variant_convert_sint64, cu_Variant_convert_uint64, cu_Variant_convert_ieee32, cu_Variant_convert_ieee64,
     cu_Variant_convert_string, cu_Variant_convert_binary, cu_Variant_convert_vector};
 
-// What a value becomes as each type from bool on; - where it does not, ! where the text cannot be read.
+// What a value becomes as each type from bool on; - where it does not, ! where the text cannot be read. More borders
+// are beside exact arithmetic in the fuzz target.
 struct Row {
     Value source;
     const char* results;
@@ -31,47 +32,24 @@ const Row rows[] = {
     //                           bool sint8 uint8 sint16 uint16 sint32 uint32 sint64 uint64 ieee32 ieee64 string binary vector
     {{cu_Variant_set_bool, true}, "true 1 1 1 1 1 1 1 1 1 1 true - -"},
     {{cu_Variant_set_sint8, INT8_MIN}, "true -128 - -128 - -128 - -128 - -128 -128 -128 - -"},
-    {{cu_Variant_set_uint64, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_sint16, 127}, "true 127 127 127 127 127 127 127 127 127 127 127 - -"},
-    {{cu_Variant_set_sint16, INT16_MIN}, "true - - -32768 - -32768 - -32768 - -32768 -32768 -32768 - -"},
     {{cu_Variant_set_sint16, -129}, "true - - -129 - -129 - -129 - -129 -129 -129 - -"},
-    {{cu_Variant_set_sint16, INT16_MAX}, "true - - 32767 32767 32767 32767 32767 32767 32767 32767 32767 - -"},
     {{cu_Variant_set_uint16, 256}, "true - - 256 256 256 256 256 256 256 256 256 - -"},
-    {{cu_Variant_set_uint16, 0x8000}, "true - - - 32768 32768 32768 32768 32768 32768 32768 32768 - -"},
-    {{cu_Variant_set_sint32, -32769}, "true - - - - -32769 - -32769 - -32769 -32769 -32769 - -"},
     {{cu_Variant_set_sint32, INT32_MAX}, "true - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
     {{cu_Variant_set_uint32, UINT32_MAX}, "true - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
     {{cu_Variant_set_sint64, INT64_MIN}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808 - -"},
-    {{cu_Variant_set_sint64, -0x8000'0001LL}, "true - - - - - - -2147483649 - -2.14748365e+09 -2147483649 -2147483649 - -"},
-    {{cu_Variant_set_sint64, -0x8000'0000LL}, "true - - - - -2147483648 - -2147483648 - -2.14748365e+09 -2147483648 -2147483648 - -"},
     {{cu_Variant_set_sint64, 0x4000'0040'0000'0001LL}, "true - - - - - - 4611686293305294849 4611686293305294849 4.61168657e+18 4.6116862933052948e+18 4611686293305294849 - -"},
-    {{cu_Variant_set_sint64, INT64_MAX}, "true - - - - - - 9223372036854775807 9223372036854775807 9.22337204e+18 9.2233720368547758e+18 9223372036854775807 - -"},
-    {{cu_Variant_set_uint64, 0x8000'0000'0000'0000ULL}, "true - - - - - - - 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808 - -"},
-    {{cu_Variant_set_uint64, 0x8000'0080'0000'0001ULL}, "true - - - - - - - 9223372586610589697 9.22337314e+18 9.2233725866105897e+18 9223372586610589697 - -"},
     {{cu_Variant_set_uint64, UINT64_MAX}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551615 - -"},
     {{cu_Variant_set_ieee32, -0.0F}, "false 0 0 0 0 0 0 0 0 -0 -0 -0.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p31F}, "true - - - - 2147483647 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p31F}, "true - - - - - 2147483904 2147483904 2147483904 2.1474839e+09 2147483904 2147483904.000000 - -"},
-    {{cu_Variant_set_ieee32, -0x1p63F}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1p63F}, "true - - - - - - 9223372036854775807 9223372036854775808 9.22337204e+18 9.2233720368547758e+18 9223372036854775808.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p64F}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
-    {{cu_Variant_set_ieee32, 0x1.000002p64F}, "true - - - - - - - - 1.84467463e+19 1.8446746272732807e+19 18446746272732807168.000000 - -"},
     {{cu_Variant_set_ieee32, NAN}, "true 0 0 0 0 0 0 0 0 nan nan nan - -"},
     {{cu_Variant_set_ieee32, -0.5F}, "true 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
     {{cu_Variant_set_ieee64, 127.9}, "true - 127 127 127 127 127 127 127 127.900002 127.90000000000001 127.900000 - -"},
-    {{cu_Variant_set_ieee64, -128.9}, "true - - -128 - -128 - -128 - -128.899994 -128.90000000000001 -128.900000 - -"},
-    {{cu_Variant_set_ieee64, 0.1}, "true 0 0 0 0 0 0 0 0 0.100000001 0.10000000000000001 0.100000 - -"},
     {{cu_Variant_set_ieee64, 2147483647.5}, "true - - - - - 2147483647 2147483647 2147483647 2.14748365e+09 2147483647.5 2147483647.500000 - -"},
-    {{cu_Variant_set_ieee64, 4294967295.5}, "true - - - - - - 4294967295 4294967295 4.2949673e+09 4294967295.5 4294967295.500000 - -"},
-    {{cu_Variant_set_ieee64, -0x1p63}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808.000000 - -"},
-    {{cu_Variant_set_ieee64, -0x1.0000000000001p63}, "true - - - - - - - - -9.22337204e+18 -9.2233720368547779e+18 -9223372036854777856.000000 - -"},
-    {{cu_Variant_set_ieee64, 0x1.0000000000001p64}, "true - - - - - - - - 1.84467441e+19 1.8446744073709556e+19 18446744073709555712.000000 - -"},
     {{cu_Variant_set_ieee64, 1e39}, "true - - - - - - - - inf 9.9999999999999994e+38 999999999999999939709166371603178586112.000000 - -"},
     {{cu_Variant_set_string, "1"}, "true 1 1 1 1 1 1 1 1 1 1 1 [31] -"},
     {{cu_Variant_set_string, "TRUE"}, "true ! ! ! ! ! ! ! ! ! ! TRUE [54525545] -"},
-    {{cu_Variant_set_string, "0x10"}, "! 16 16 16 16 16 16 16 16 16 16 0x10 [30783130] -"},
     {{cu_Variant_set_string, "12.5"}, "! ! ! ! ! ! ! ! ! 12.5 12.5 12.5 [31322E35] -"},
-    {{cu_Variant_set_string, "1e39"}, "! ! ! ! ! ! ! ! ! inf 9.9999999999999994e+38 1e39 [31653339] -"},
     {Value::bytes({"1\0", 2}), "- - - - - - - - - - - - [3100] -"},
     {Value::vector({Value()}), "- - - - - - - - - - - - - (null)"},
     // clang-format on
@@ -127,44 +105,44 @@ TEST(Variant, becomesAnyOtherTypeOrStaysAsItIs)
 template <typename T>
 void expectRoundTrip(cu_ErrorCode (*set)(cu_Variant*, T), cu_ErrorCode (*get)(const cu_Variant*, T*), uint32_t type)
 {
-    SCOPED_TRACE(typeNames[type]);
+    const std::string name = typeNames[type];
+    SCOPED_TRACE(name);
+    T got = {};
     for (const T given : {std::numeric_limits<T>::min(), std::numeric_limits<T>::max()}) {
         Value value(cu_Variant_set_string, "what was there before");
         EXPECT_EQ(set(value, given), 0U);
-        T got = {};
         EXPECT_EQ(get(value, &got), 0U);
         EXPECT_EQ(got, given);
         EXPECT_EQ(is(value), type);
     }
-    const std::string getter = std::string("cu_Variant_get_") + typeNames[type];
-    T untouched = 1;
     for (uint32_t other = 0; other < std::size(typeNames) + 1; ++other) {
         const cu_Variant wrong = {other, {}};
         if (other != type) {
-            EXPECT_FAILURE(get(&wrong, &untouched), cu_ERROR_COM_INVARIANT, getter, file, "");
+            EXPECT_FAILURE(get(&wrong, &got), cu_ERROR_COM_INVARIANT, "cu_Variant_get_" + name, file, "");
         }
     }
-    EXPECT_EQ(untouched, T{1});
-    EXPECT_REFUSED(get(nullptr, &untouched), getter, file);
-    EXPECT_REFUSED(get(Value(), nullptr), getter, file);
-    EXPECT_REFUSED(set(nullptr, untouched), "cu_Variant_free", file);
-    EXPECT_EQ(support::trace().find(std::string("cu_Variant_set_") + typeNames[type] + "  -  "), 0U);
-    EXPECT_REFUSED(conversions[type](nullptr), std::string("cu_Variant_convert_") + typeNames[type], file);
+    EXPECT_EQ(got, std::numeric_limits<T>::max());
+    cu_Variant variant = {};
+    const std::tuple good{&variant, static_cast<const cu_Variant*>(&variant), &got};
+    support::expectNullsRefused("cu_Variant_get_" + name, file, good, get);
+    support::expectNullsRefused("cu_Variant_convert_" + name, file, good, conversions[type]);
+    EXPECT_REFUSED(set(nullptr, got), "cu_Variant_free", file);
+    EXPECT_EQ(support::trace().find("cu_Variant_set_" + name + "  -  "), 0U);
 }
 
 TEST(Variant, givesBackANumberAsTheTypeThatItWasSetAs)
 {
-    expectRoundTrip<bool>(cu_Variant_set_bool, cu_Variant_get_bool, cu_VARIANT_BOOL);
-    expectRoundTrip<int8_t>(cu_Variant_set_sint8, cu_Variant_get_sint8, cu_VARIANT_SINT8);
-    expectRoundTrip<uint8_t>(cu_Variant_set_uint8, cu_Variant_get_uint8, cu_VARIANT_UINT8);
-    expectRoundTrip<int16_t>(cu_Variant_set_sint16, cu_Variant_get_sint16, cu_VARIANT_SINT16);
-    expectRoundTrip<uint16_t>(cu_Variant_set_uint16, cu_Variant_get_uint16, cu_VARIANT_UINT16);
-    expectRoundTrip<int32_t>(cu_Variant_set_sint32, cu_Variant_get_sint32, cu_VARIANT_SINT32);
-    expectRoundTrip<uint32_t>(cu_Variant_set_uint32, cu_Variant_get_uint32, cu_VARIANT_UINT32);
-    expectRoundTrip<int64_t>(cu_Variant_set_sint64, cu_Variant_get_sint64, cu_VARIANT_SINT64);
-    expectRoundTrip<uint64_t>(cu_Variant_set_uint64, cu_Variant_get_uint64, cu_VARIANT_UINT64);
-    expectRoundTrip<float>(cu_Variant_set_ieee32, cu_Variant_get_ieee32, cu_VARIANT_IEEE32);
-    expectRoundTrip<double>(cu_Variant_set_ieee64, cu_Variant_get_ieee64, cu_VARIANT_IEEE64);
+    expectRoundTrip(cu_Variant_set_bool, cu_Variant_get_bool, cu_VARIANT_BOOL);
+    expectRoundTrip(cu_Variant_set_sint8, cu_Variant_get_sint8, cu_VARIANT_SINT8);
+    expectRoundTrip(cu_Variant_set_uint8, cu_Variant_get_uint8, cu_VARIANT_UINT8);
+    expectRoundTrip(cu_Variant_set_sint16, cu_Variant_get_sint16, cu_VARIANT_SINT16);
+    expectRoundTrip(cu_Variant_set_uint16, cu_Variant_get_uint16, cu_VARIANT_UINT16);
+    expectRoundTrip(cu_Variant_set_sint32, cu_Variant_get_sint32, cu_VARIANT_SINT32);
+    expectRoundTrip(cu_Variant_set_uint32, cu_Variant_get_uint32, cu_VARIANT_UINT32);
+    expectRoundTrip(cu_Variant_set_sint64, cu_Variant_get_sint64, cu_VARIANT_SINT64);
+    expectRoundTrip(cu_Variant_set_uint64, cu_Variant_get_uint64, cu_VARIANT_UINT64);
+    expectRoundTrip(cu_Variant_set_ieee32, cu_Variant_get_ieee32, cu_VARIANT_IEEE32);
+    expectRoundTrip(cu_Variant_set_ieee64, cu_Variant_get_ieee64, cu_VARIANT_IEEE64);
 }
 
 TEST(Variant, refusesBadArguments)
@@ -191,32 +169,36 @@ TEST(Variant, refusesBadArguments)
     EXPECT_FAILURE(cu_Variant_get_vector(value, &vector), cu_ERROR_COM_INVARIANT, "cu_Variant_get_vector", file, "");
     EXPECT_EQ(cu_Variant_get_string(value, &text), 0U);
     EXPECT_STREQ(text, "kept");
+
+    // Its bytes are a multiple of 2^32 and a few.
+    EXPECT_FAILURE(cu_Variant_set_vector(value, value, static_cast<uint32_t>((1ULL << 32) / sizeof(cu_Variant)) + 1),
+                   cu_ERROR_COM_MALLOC_FAILED, "cu_Variant_set_vector", file, "");
+    EXPECT_EQ(value.shown(), "null");
+    cu_Variant broken = {cu_VARIANT_VECTOR, {.vector = {nullptr, 1}}};
+    EXPECT_REFUSED(cu_Variant_set_string(&broken, "text"), "cu_Variant_free", file);
+    EXPECT_EQ(support::trace().find("cu_Variant_free  -  "), 0U);
+    EXPECT_EQ(broken.type, cu_VARIANT_VECTOR);
 }
 
 TEST(Variant, tellsOfTypesThatDoNotExist)
 {
     constexpr char unexpected[] = "Unexpected variant type of 15";
     cu_Variant strange = {15, {}};
-    for (uint32_t type = cu_VARIANT_BOOL; type <= cu_VARIANT_VECTOR; ++type) {
-        EXPECT_FAILURE(conversions[type](&strange), cu_ERROR_COM_INVARIANT,
-                       std::string("cu_Variant_convert_") + typeNames[type], file, unexpected);
-    }
+    EXPECT_FAILURE(cu_Variant_convert_bool(&strange), cu_ERROR_COM_INVARIANT, "cu_Variant_convert_bool", file,
+                   unexpected);
     Value value(cu_Variant_set_sint8, 1);
     EXPECT_FAILURE(cu_Variant_convert(value, 15), cu_ERROR_COM_INVARIANT, "cu_Variant_convert", file,
                    "Unexpected variant type of 2");
-    EXPECT_FAILURE(cu_Variant_clone(value, &strange), cu_ERROR_COM_INVARIANT, "cu_Variant_clone", file, unexpected);
-    EXPECT_EQ(value.shown(), "null");
 
     // A vector of them is cloned and compared up to there.
     cu_Variant items[] = {{cu_VARIANT_NULL, {}}, strange};
     const cu_Variant vector = {cu_VARIANT_VECTOR, {.vector = {items, 2}}};
-    EXPECT_EQ(cu_Variant_clone(value, &vector), cu_ERROR_COM_INVARIANT);
+    EXPECT_FAILURE(cu_Variant_clone(value, &vector), cu_ERROR_COM_INVARIANT, "cu_Variant_clone", file, unexpected);
     EXPECT_EQ(value.shown(), "null");
     bool less = true;
     EXPECT_FAILURE(cu_Variant_lessThan(&less, &vector, &vector), cu_ERROR_COM_INVARIANT, "cu_Variant_lessThan", file,
                    unexpected);
     EXPECT_EQ(support::trace().find("cu_Variant_lessThan  -  "), 0U);
-
     EXPECT_EQ(cu_Variant_free(&strange), 0U);
     EXPECT_EQ(strange.type, 0U);
 }
@@ -276,21 +258,6 @@ TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)
     }
 }
 
-TEST(Variant, aVectorThatCannotBeMadeOrReleasedIsRefused)
-{
-    // Its bytes are a multiple of 2^32 and a few.
-    Value value(cu_Variant_set_sint8, 1);
-    EXPECT_FAILURE(cu_Variant_set_vector(value, value, static_cast<uint32_t>((1ULL << 32) / sizeof(cu_Variant)) + 1),
-                   cu_ERROR_COM_MALLOC_FAILED, "cu_Variant_set_vector", file, "");
-    EXPECT_EQ(value.shown(), "null");
-
-    cu_Variant broken = {cu_VARIANT_VECTOR, {.vector = {nullptr, 1}}};
-    EXPECT_REFUSED(cu_Variant_free(&broken), "cu_Variant_free", file);
-    EXPECT_EQ(support::trace().find("cu_Variant_free  -  "), 0U);
-    EXPECT_REFUSED(cu_Variant_set_string(&broken, "text"), "cu_Variant_free", file);
-    EXPECT_EQ(broken.type, cu_VARIANT_VECTOR);
-}
-
 bool less(const cu_Variant* a, const cu_Variant* b)
 {
     bool result = false;
@@ -308,24 +275,17 @@ TEST(Variant, comesBeforeAnotherByTypeAndThenByValue)
     const Value ascending[] = {
         {},
         {cu_Variant_set_bool, false}, {cu_Variant_set_bool, true},
-        {cu_Variant_set_sint8, -2}, {cu_Variant_set_sint8, 1},
-        {cu_Variant_set_uint8, 0}, {cu_Variant_set_uint8, 200},
-        {cu_Variant_set_sint16, INT16_MIN}, {cu_Variant_set_sint16, -1},
-        {cu_Variant_set_uint16, 1}, {cu_Variant_set_uint16, UINT16_MAX},
-        {cu_Variant_set_sint32, INT32_MIN}, {cu_Variant_set_sint32, INT32_MAX},
-        {cu_Variant_set_uint32, 1}, {cu_Variant_set_uint32, UINT32_MAX},
-        {cu_Variant_set_sint64, INT64_MIN}, {cu_Variant_set_sint64, -1}, {cu_Variant_set_sint64, 5},
-        {cu_Variant_set_uint64, 1}, {cu_Variant_set_uint64, UINT64_MAX},
+        {cu_Variant_set_sint8, -2}, {cu_Variant_set_sint8, 1}, {cu_Variant_set_uint8, 0}, {cu_Variant_set_uint8, 200},
+        {cu_Variant_set_sint16, INT16_MIN}, {cu_Variant_set_sint16, -1}, {cu_Variant_set_uint16, 1}, {cu_Variant_set_uint16, 65280},
+        {cu_Variant_set_sint32, INT32_MIN}, {cu_Variant_set_sint32, 65536}, {cu_Variant_set_uint32, 1}, {cu_Variant_set_uint32, 0x80000000U},
+        {cu_Variant_set_sint64, INT64_MIN}, {cu_Variant_set_sint64, 0}, {cu_Variant_set_uint64, 1}, {cu_Variant_set_uint64, 1ULL << 63},
         {cu_Variant_set_ieee32, -INFINITY}, {cu_Variant_set_ieee32, -0.5F}, {cu_Variant_set_ieee32, 0.25F},
         {cu_Variant_set_ieee64, -1.5}, {cu_Variant_set_ieee64, -1.25},
         {cu_Variant_set_string, ""}, text, {cu_Variant_set_string, "ba"}, {cu_Variant_set_string, "b\x80"},
         Value::bytes("z"), noBytes, Value::bytes({"\0\xFF", 2}), Value::bytes({"\1\0", 2}), Value::bytes("\x80z"),
         Value::vector({{cu_Variant_set_string, "z"}}),
-        Value::vector({notANumber, {cu_Variant_set_sint8, 1}}),
-        Value::vector({notANumber, {cu_Variant_set_sint8, 2}}),
-        Value::vector({text, text}),
-        Value::vector({text, {cu_Variant_set_string, "c"}}),
-        Value::vector({text, Value::vector({text})}),
+        Value::vector({notANumber, {cu_Variant_set_sint8, 1}}), Value::vector({notANumber, {cu_Variant_set_sint8, 2}}),
+        Value::vector({text, text}), Value::vector({text, Value::vector({text})}),
     };
     // clang-format on
     for (const Value& a : ascending) {
@@ -336,19 +296,14 @@ TEST(Variant, comesBeforeAnotherByTypeAndThenByValue)
         }
     }
     EXPECT_FALSE(less(notANumber, notANumber));
-}
 
-TEST(Variant, comparingTakesTimeWithTheDepthAndNotWithItsPower)
-{
-    Value a(cu_Variant_set_sint8, 1);
-    Value b(cu_Variant_set_sint8, 2);
+    // The time goes with the depth, not with its power.
+    Value pair[2] = {{cu_Variant_set_sint8, 1}, {cu_Variant_set_sint8, 2}};
     for (int depth = 0; depth < 100; ++depth) {
-        EXPECT_EQ(cu_Variant_set_vector(a, a, 1), 0U);
-        EXPECT_EQ(cu_Variant_set_vector(b, b, 1), 0U);
+        for (Value& value : pair)
+            EXPECT_EQ(cu_Variant_set_vector(value, value, 1), 0U);
     }
-    EXPECT_TRUE(less(a, b));
-    EXPECT_FALSE(less(b, a));
-    EXPECT_FALSE(less(a, a));
+    EXPECT_TRUE(less(pair[0], pair[1]) && !less(pair[1], pair[0]));
 }
 
 TEST(Variant, twoVectorsWithoutElementsLeaveTheAnswerAsItIs)
@@ -360,11 +315,10 @@ TEST(Variant, twoVectorsWithoutElementsLeaveTheAnswerAsItIs)
         EXPECT_EQ(result, before);
     }
     // Within vectors they are equal.
-    cu_Variant items[][2] = {{empty, {cu_VARIANT_SINT8, {.sint8 = 1}}}, {empty, {cu_VARIANT_SINT8, {.sint8 = 2}}}};
-    const cu_Variant vectors[] = {{cu_VARIANT_VECTOR, {.vector = {items[0], 2}}},
-                                  {cu_VARIANT_VECTOR, {.vector = {items[1], 2}}}};
-    EXPECT_TRUE(less(&empty, &vectors[0]) && less(&vectors[0], &vectors[1]));
-    EXPECT_FALSE(less(&vectors[0], &empty) || less(&vectors[1], &vectors[0]));
+    cu_Variant items[] = {empty, {cu_VARIANT_SINT8, {.sint8 = 1}}, empty, {cu_VARIANT_SINT8, {.sint8 = 2}}};
+    const cu_Variant first = {cu_VARIANT_VECTOR, {.vector = {items, 2}}};
+    const cu_Variant second = {cu_VARIANT_VECTOR, {.vector = {items + 2, 2}}};
+    EXPECT_TRUE(less(&empty, &first) && less(&first, &second) && !less(&second, &first));
 }
 
 } // namespace
