@@ -89,11 +89,7 @@ cu_ErrorCode cu_ArgumentArray_delete(cu_ArgumentArray** array)
     CU_REQUIRE(array != nullptr);
     CU_REQUIRE(*array != nullptr);
     CU_TRY(internal::freeTexts((*array)->argv, &(*array)->count, (*array)->allocator));
-    if ((*array)->argv != nullptr) {
-        void* argv = (*array)->argv;
-        CU_TRY(cu_allocator_free((*array)->allocator, &argv));
-        (*array)->argv = nullptr;
-    }
+    CU_TRY(internal::freeArray((*array)->allocator, &(*array)->argv));
     CU_TRY(internal::freeObject(array));
     return 0;
 }

@@ -56,14 +56,9 @@ cu_ErrorCode release(cu_allocator* allocator, Entry*& head)
 {
     while (head != nullptr) {
         Entry* next = head->next;
-        void* text = head->text;
-        if (text != nullptr) {
-            if (const cu_ErrorCode code = cu_allocator_free(allocator, &text); code != 0)
-                return code;
-            head->text = nullptr;
-        }
-        void* block = head;
-        if (const cu_ErrorCode code = cu_allocator_free(allocator, &block); code != 0)
+        if (const cu_ErrorCode code = internal::freeArray(allocator, &head->text); code != 0)
+            return code;
+        if (const cu_ErrorCode code = internal::freeArray(allocator, &head); code != 0)
             return code;
         head = next;
     }

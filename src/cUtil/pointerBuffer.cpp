@@ -188,11 +188,7 @@ cu_ErrorCode cu_PointerBuffer_delete(cu_PointerBuffer** me)
     cu_PointerBuffer* buffer = *me;
     CU_TRY(buffer->notFull.close());
     CU_TRY(buffer->notEmpty.close());
-    if (buffer->slots != nullptr) {
-        void* slots = buffer->slots;
-        CU_TRY(cu_allocator_free(buffer->allocator, &slots));
-        buffer->slots = nullptr;
-    }
+    CU_TRY(internal::freeArray(buffer->allocator, &buffer->slots));
     CU_TRY(internal::freeObject(me));
     return 0;
 }

@@ -275,11 +275,7 @@ cu_ErrorCode cu_Process_delete(cu_Process** process)
         forgetChild(me);
     }
     CU_TRY(internal::freeTexts(me->arguments, &me->count, me->allocator));
-    if (me->path != nullptr) {
-        void* path = me->path;
-        CU_TRY(cu_allocator_free(me->allocator, &path));
-        me->path = nullptr;
-    }
+    CU_TRY(internal::freeArray(me->allocator, &me->path));
     CU_TRY(internal::freeObject(process));
     return 0;
 }

@@ -299,12 +299,8 @@ cu_ErrorCode cu_RingBuffer_delete(cu_RingBuffer** me)
     if (object->readerLock != nullptr)
         CU_TRY(cu_Semaphore_delete(&object->readerLock));
     if (object->ownsMemory) {
-        void* block = object->data;
-        if (block != nullptr)
-            CU_TRY(cu_allocator_free(object->allocator, &block));
-        object->data = nullptr;
-        block = object->header;
-        CU_TRY(cu_allocator_free(object->allocator, &block));
+        CU_TRY(internal::freeArray(object->allocator, &object->data));
+        CU_TRY(internal::freeArray(object->allocator, &object->header));
         object->ownsMemory = false;
     }
     CU_TRY(internal::freeObject(me));

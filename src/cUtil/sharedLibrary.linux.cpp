@@ -53,8 +53,7 @@ cu_ErrorCode cu_SharedLibrary_delete(cu_SharedLibrary** library)
     if ((*library)->handle != nullptr && dlclose((*library)->handle) != 0)
         return CU_REPORT(cu_ERROR_FAILED_TO_UNLOAD_LIBRARY, 0, nullptr);
     (*library)->handle = nullptr;
-    void* name = (*library)->name;
-    CU_TRY(cu_allocator_free((*library)->allocator, &name));
+    CU_TRY(internal::freeArray((*library)->allocator, &(*library)->name));
     CU_TRY(internal::freeObject(library));
     return 0;
 }

@@ -247,7 +247,7 @@ TEST_F(Poller, anEventOfNobodyEndsTheDispatch)
     event.events = EPOLLIN;
     ASSERT_EQ(epoll_ctl(lowest, EPOLL_CTL_ADD, nobody.selectable.handle, &event), 0);
     ASSERT_EQ(add(source), 0U);
-    EXPECT_REFUSED(poll(), "cu_Poller_poll", file);
+    EXPECT_REFUSED(poll(), "cu_PollerItem_action", file);
     EXPECT_TRUE(source.calls.empty());
 }
 

@@ -14,11 +14,14 @@
  *  A thread of the server, named `cu-msg-server`, moves the frames. It never waits for a client, so no client keeps
  *  others waiting, whatever it does:
  *  - One that sends another magic or version is dropped, with a warning in the log.
- *  - Memory is only used for bytes that have come. All unfinished messages together may have 16 MiB. Beyond, the
- * largest of those is dropped, with a warning, whose clients have sent less than 64 KiB for 10 seconds.
- *  - Once 16 MiB wait for clients that do not take them, cu_MSGServer_send() waits; and the client with most waiting is
- *    dropped, with a warning, among those that have taken less than 64 KiB for a quarter of a second.
- *  - A client is dropped, with a warning, when the allocator has no memory for its bytes.
+ *  - Memory is only used for bytes that have come. Once all unfinished messages together have 16 MiB, those clients are
+ *    dropped, the largest message first and with a warning, that have sent less than 64 KiB for 10 seconds.
+ *  - 16 MiB may wait for a client that does not take them, and 64 MiB for all together. Beyond, cu_MSGServer_send()
+ *    waits, and a client that has taken less than 64 KiB for a quarter of a second is dropped, with a warning: the one
+ *    that more was sent to than may wait, or the one with most waiting.
+ *  - When the allocator has no memory for a client's bytes, the client for which most is kept is dropped, with a
+ *    warning. So the allocator is what bounds the memory of the server.
+ *  - What is sent to a client before it ends its direction still goes to it.
  *  - While no descriptor is left, clients that connect wait for one.
  *
  *  The application is not told when a client has gone. What it sends to an endpoint that there is not is dropped, with

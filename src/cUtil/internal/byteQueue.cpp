@@ -26,8 +26,9 @@ bool ByteQueue::append(ByteStock& stock, const void* bytes, uint32_t size)
         void* memory = nullptr;
         const uint64_t wanted = std::clamp<uint64_t>(size_, leastBlock - sizeof(Block), largestBlock - sizeof(Block));
         const auto capacity = static_cast<uint32_t>(std::max<uint64_t>(wanted, beyond));
-        if (cu_allocator_alloc(stock.allocator, &memory, static_cast<uint32_t>(sizeof(Block)) + capacity) != 0)
-            return false;
+        while (cu_allocator_alloc(stock.allocator, &memory, static_cast<uint32_t>(sizeof(Block)) + capacity) != 0)
+            if (!stock.makeRoom(stock.owner, *this))
+                return false;
         added = new (memory) Block{nullptr, 0, beyond, capacity};
         memcpy(added->bytes(), from + here, beyond);
     }

@@ -10,9 +10,13 @@
 namespace cu::internal
 {
 
+class ByteQueue;
+
 /// Where queues get their memory, and how many bytes wait in all of them.
 struct ByteStock {
     cu_allocator* allocator;
+    bool (*makeRoom)(void* owner, const ByteQueue& asker); ///< clears another queue if it can, when there is no memory
+    void* owner;
     uint64_t waiting = 0;
 };
 

@@ -20,9 +20,21 @@ struct ReadableLink : RingLink {
 
 /// What waits in one direction, and since when its other side has been as slow as it is.
 struct Backlog {
+    static constexpr uint64_t leastProgress = 65536; ///< in the time of patience, of who is not slow
+
     ByteQueue queue;
     uint64_t mark = 0;  ///< how far the other side had come
     uint32_t since = 0; ///< at this tick
+
+    /// Patience begins anew with each least progress.
+    void note(uint64_t progress, uint32_t tick)
+    {
+        if (progress - mark < leastProgress)
+            return;
+        mark = progress;
+        since = tick;
+    }
+    bool isSlow(uint32_t tick, uint32_t patience) const { return !queue.isEmpty() && tick - since >= patience; }
 };
 
 /// All backlogs of one direction. Time is counted in ticks that the server's thread has seen: while it is not given the
@@ -42,6 +54,7 @@ struct cu_MSGServer_Endpoint : cu::internal::KnownLink, cu::internal::ReadableLi
     uint32_t number;
     bool hasEnded;    // there is an end behind the bytes that can be read
     bool isUnwilling; // a send failed
+    bool isLeaving;   // its number is nobody's any more: there is only what waits to be sent
 
     cu::internal::FrameHead head; // of the frame that is coming
     uint32_t headSize;            // bytes of it that have come

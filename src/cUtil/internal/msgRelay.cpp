@@ -15,6 +15,8 @@ namespace cu::internal
 namespace
 {
 
+constexpr uint32_t readsAtOnce = 128; // of clients, before answers have their turn
+
 void dropForMemory(cu_MSGServer* me, Endpoint* endpoint)
 {
     cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "No memory for what endpoint %u exchanges. Dropping client\n",
@@ -43,8 +45,12 @@ public:
 
     void flush()
     {
-        if (to_ != nullptr && to_->alive && count_ != 0 && !sendOrQueue(to_, server_->out, pieces_, count_))
-            dropForMemory(server_, to_);
+        if (to_ != nullptr && to_->alive && count_ != 0) {
+            if (!sendOrQueue(to_, server_->out, pieces_, count_))
+                dropForMemory(server_, to_);
+            else if (to_->out.queue.size() > mostForOne)
+                server_->crowded = to_;
+        }
         frames_ = 0;
         count_ = 0;
     }
@@ -86,6 +92,20 @@ bool takeHead(cu_MSGServer* me, Endpoint* endpoint, const uint8_t*& at, uint32_t
     }
     endpoint->left = ntohl(endpoint->head.length);
     return true;
+}
+
+// Nothing more comes from the other side; what waits for it is still sent.
+void endReading(cu_MSGServer* me, Endpoint* endpoint)
+{
+    if (endpoint->out.queue.isEmpty()) {
+        dropEndpoint(me, endpoint);
+        return;
+    }
+    static_cast<ReadableLink*>(endpoint)->leave();
+    endpoint->in.queue.clear(me->in.stock);
+    if (!endpoint->isLeaving)
+        me->numbers.take(&endpoint->number);
+    endpoint->isLeaving = true;
 }
 
 // Adds bytes to the record that is coming; once it is whole, it goes to the application. False: there is no memory.
@@ -146,13 +166,32 @@ Endpoint* findEndpoint(const cu_MSGServer* me, uint32_t number)
 void dropEndpoint(cu_MSGServer* me, Endpoint* endpoint)
 {
     endpoint->alive = false;
-    me->numbers.take(&endpoint->number);
+    if (!endpoint->isLeaving)
+        me->numbers.take(&endpoint->number);
     static_cast<KnownLink*>(endpoint)->moveToFrontOf(me->dropped);
     static_cast<ReadableLink*>(endpoint)->leave();
     endpoint->in.queue.clear(me->in.stock);
     endpoint->out.queue.clear(me->out.stock);
     if (me->target == endpoint)
         me->target = nullptr;
+    if (me->crowded == endpoint)
+        me->crowded = nullptr;
+}
+
+bool dropForRoom(void* server, const ByteQueue& asker)
+{
+    auto* me = static_cast<cu_MSGServer*>(server);
+    const auto waiting = [](const Endpoint* endpoint) {
+        return endpoint->in.queue.size() + endpoint->out.queue.size();
+    };
+    Endpoint* most = nullptr;
+    for (RingLink* link = me->endpoints.next; link != &me->endpoints; link = link->next)
+        if (Endpoint* endpoint = endpointOf<KnownLink>(link); most == nullptr || waiting(endpoint) > waiting(most))
+            most = endpoint;
+    if (most == nullptr || waiting(most) == 0 || &most->in.queue == &asker || &most->out.queue == &asker)
+        return false;
+    dropForMemory(me, most);
+    return true;
 }
 
 void cu_internal_handleFrontend(cu_MSGServer* me)
@@ -232,6 +271,7 @@ void cu_internal_handleBackend(cu_MSGServer* me)
         return;
     const RingLink* const last = me->readable.previous;
     const RingLink* link = nullptr;
+    uint32_t reads = 0;
     do {
         if (sizeof(me->back) - me->backEnd < sizeof(RecordHead) + oneRead && !flushPipe(me))
             return;
@@ -248,10 +288,12 @@ void cu_internal_handleBackend(cu_MSGServer* me)
             takeFrames(me, endpoint, at, static_cast<uint32_t>(got));
         } else if (got == -1 && errno == EWOULDBLOCK) {
             static_cast<ReadableLink*>(endpoint)->leave();
+        } else if (got == 0) {
+            endReading(me, endpoint);
         } else {
             dropEndpoint(me, endpoint);
         }
-    } while (link != last);
+    } while (link != last && ++reads < readsAtOnce);
     flushPipe(me);
 }
 

@@ -13,7 +13,8 @@
 namespace cu::internal
 {
 
-constexpr uint32_t oneRead = 65536; ///< bytes at most, so that everybody has a turn
+constexpr uint32_t oneRead = 65536;                 ///< bytes at most, so that everybody has a turn
+constexpr uint64_t mostForOne = uint64_t{16} << 20; ///< bytes that wait for one client while more are taken for it
 
 struct KnownEndpoint {
     const void* key; ///< the number
@@ -72,6 +73,8 @@ struct cu_MSGServer {
     uint32_t left;
     cu::internal::Endpoint* target; // null: nobody
 
+    cu::internal::Endpoint* crowded; // the last one for which more waited than may for one, or null
+
     // Records for the application: large ones, then those that were read at once, which stand at the front of `back`.
     cu::internal::ByteQueue large;
     cu::internal::ByteStock largeStock;
@@ -89,6 +92,9 @@ Endpoint* findEndpoint(const cu_MSGServer* me, uint32_t number);
 
 /// Nothing refers to the endpoint from here on; it is deleted when the round is over.
 void dropEndpoint(cu_MSGServer* me, Endpoint* endpoint);
+
+/// What a server's stocks do for memory: drops the endpoint for which most waits, unless that is the one that asks.
+bool dropForRoom(void* server, const ByteQueue& asker);
 
 /// Passes on what the application sent.
 void cu_internal_handleFrontend(cu_MSGServer* me);

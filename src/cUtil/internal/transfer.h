@@ -1,6 +1,9 @@
 // Transfers by pieces of memory.
 #pragma once
 
+#include "internal/report.h"
+
+#include <cUtil/network/message.h>
 #include <cUtil/network/tcpSocket.h>
 
 #include <cstddef>
@@ -17,7 +20,8 @@ ssize_t sendSome(int32_t descriptor, iovec* pieces, std::size_t count);
 /// Receives what is there: the number of bytes, 0 at the end, or -1 and errno.
 ssize_t receiveSome(int32_t descriptor, void* buffer, std::size_t size);
 
-/// cu_TCPSocket_send() of a head and of what follows it, which may be nothing, by one system call.
-cu_ErrorCode sendWithHead(cu_TCPSocket* socket, const void* head, uint32_t headSize, const void* bytes, uint32_t size);
+/// Sends a message behind its head, whose last word becomes the message's size, by one system call. For the exported
+/// function whose place it is given.
+cu_ErrorCode sendMessage(cu_TCPSocket* socket, void* head, uint32_t headSize, const cu_Message* message, Place here);
 
 } // namespace cu::internal

@@ -110,7 +110,7 @@ cu_ErrorCode awaitViewer(TCPAdapter* me)
 // A connection that cannot be taken, for want of descriptors for instance, is tried again after a while.
 cu_ErrorCode cu_logger_TCPLoggingAdapter_connect(TCPAdapter* me, const void* running)
 {
-    constexpr cu_TimeValue pause = {0, long{flagPeriod} * 1'000'000};
+    constexpr cu_TimeValue pause = {0, 200'000'000};
     while (cu_Thread_isRunning(running))
         if (const cu_ErrorCode code = awaitViewer(me); code != 0) {
             internal::passOn(code, CU_HERE);

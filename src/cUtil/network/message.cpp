@@ -122,8 +122,7 @@ cu_ErrorCode cu_Message_delete(cu_Message** msg)
     CU_REQUIRE(msg != nullptr);
     CU_REQUIRE(*msg != nullptr);
 
-    void* data = (*msg)->data;
-    CU_MUST(cu_allocator_free((*msg)->allocator, &data));
+    CU_MUST(internal::freeArray((*msg)->allocator, &(*msg)->data));
     CU_MUST(internal::freeObject(msg));
     return 0;
 }

@@ -51,16 +51,8 @@ cu_ErrorCode cu_MSGClient_send(cu_MSGClient* client, const cu_Message* message)
     CU_REQUIRE(client != nullptr);
     CU_REQUIRE(message != nullptr);
 
-    uint8_t* bytes = nullptr;
-    uint32_t size = 0;
-    CU_TRY(cu_Message_get(message, &bytes));
-    CU_TRY(cu_Message_getSize(message, &size));
-    if (size == UINT32_MAX)
-        return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
     internal::FrameHead head;
-    head.length = htonl(size);
-    CU_TRY(internal::sendWithHead(client->socket, &head, sizeof(head), bytes, size));
-    return 0;
+    return internal::sendMessage(client->socket, &head, sizeof(head), message, CU_HERE);
 }
 
 cu_ErrorCode cu_MSGClient_receive(cu_MSGClient* client, cu_Message* message)

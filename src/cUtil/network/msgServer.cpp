@@ -30,21 +30,28 @@ constexpr char threadName[] = "cu-msg-server";
 constexpr uint32_t backlogOfConnections = 10;
 constexpr uint32_t connectionsAtOnce = 32;
 
-constexpr uint64_t mostWaiting = uint64_t{16} << 20; // in each direction, of all endpoints together
-constexpr uint64_t leastProgress = 65536;            // in the time of patience, of who is not slow
-constexpr int64_t tickLength = 10'000'000;           // nanoseconds
-constexpr int tickTimeout = 10;                      // milliseconds
-constexpr uint32_t patienceOut = 25;                 // ticks
-constexpr uint32_t patienceIn = 1000;                // ticks
-constexpr int64_t breathingSpace = 100'000'000;      // nanoseconds without accepting, once descriptors are exhausted
-constexpr int breathingTimeout = 100;                // milliseconds
+constexpr uint64_t mostWaiting = 4 * internal::mostForOne; // bytes, for all clients together
+constexpr uint64_t mostUnfinished = uint64_t{16} << 20;    // bytes of messages, from all clients together
+constexpr int64_t tickLength = 10'000'000;                 // nanoseconds
+constexpr int tickTimeout = 10;                            // milliseconds
+constexpr uint32_t patienceOut = 25;                       // ticks
+constexpr uint32_t patienceIn = 1000;                      // ticks
+constexpr int64_t breathingSpace = 100'000'000; // nanoseconds without accepting, once descriptors are exhausted
+constexpr int breathingTimeout = 100;           // milliseconds
+
+constexpr uint32_t readsAtEnd = 128; // more than the system keeps
 
 constexpr int32_t pipeBuffer = 262144; // what is in it comes before the message of whoever is next
+
+bool isCrowded(const cu_MSGServer* me)
+{
+    return me->crowded != nullptr && me->crowded->out.queue.size() > internal::mostForOne;
+}
 
 // Whether the application must wait until clients have taken something.
 bool isOutFull(const cu_MSGServer* me)
 {
-    return me->out.stock.waiting > mostWaiting;
+    return isCrowded(me) || me->out.stock.waiting > mostWaiting;
 }
 
 void reap(cu_MSGServer* me)
@@ -107,69 +114,53 @@ void cu_internal_handleConnection(cu_MSGServer* me)
     }
 }
 
-// Whether less than the least progress was made in the time of patience, which begins anew with each.
-bool isSlow(internal::Backlog& backlog, uint32_t tick, uint32_t patience, uint64_t progress)
-{
-    if (progress - backlog.mark >= leastProgress) {
-        backlog.mark = progress;
-        backlog.since = tick;
-    }
-    return tick - backlog.since >= patience;
-}
-
 void dropAsSlow(cu_MSGServer* me, Endpoint* endpoint)
 {
     cu_Logger_formattedLog(cu_logger_LEVEL_WARNING, "Endpoint %u is too slow. Dropping client\n", endpoint->number);
     internal::dropEndpoint(me, endpoint);
 }
 
-// There must be one.
-Endpoint* withMostWaiting(cu_MSGServer* me, internal::Backlog Endpoint::*backlog)
+// The slow one with most waiting, or null.
+Endpoint* largestOfTheSlow(const cu_MSGServer* me, internal::Backlog Endpoint::*backlog, uint32_t tick,
+                           uint32_t patience)
 {
-    Endpoint* most = internal::endpointOf<KnownLink>(me->endpoints.next);
+    Endpoint* largest = nullptr;
     for (internal::RingLink* link = me->endpoints.next; link != &me->endpoints; link = link->next)
         if (Endpoint* endpoint = internal::endpointOf<KnownLink>(link);
-            (endpoint->*backlog).queue.size() > (most->*backlog).queue.size())
-            most = endpoint;
-    return most;
+            (endpoint->*backlog).isSlow(tick, patience) &&
+            (largest == nullptr || (endpoint->*backlog).queue.size() > (largest->*backlog).queue.size()))
+            largest = endpoint;
+    return largest;
 }
 
-void dropSlowReceivers(cu_MSGServer* me)
+void noteProgress(cu_MSGServer* me)
 {
-    const auto isTooSlow = [me](Endpoint* endpoint) {
-        return isSlow(endpoint->out, me->out.tick, patienceOut, internal::takenBytes(endpoint));
-    };
-    while (isOutFull(me)) {
-        Endpoint* most = withMostWaiting(me, &Endpoint::out);
-        if (!isTooSlow(most))
-            break;
-        dropAsSlow(me, most);
-    }
-    if (!me->isApplicationGone)
-        return;
-    internal::RingLink* next = nullptr;
-    for (internal::RingLink* link = me->endpoints.next; link != &me->endpoints; link = next) {
-        next = link->next;
-        if (Endpoint* endpoint = internal::endpointOf<KnownLink>(link);
-            !endpoint->out.queue.isEmpty() && isTooSlow(endpoint))
-            dropAsSlow(me, endpoint);
+    for (internal::RingLink* link = me->endpoints.next; link != &me->endpoints; link = link->next) {
+        Endpoint* endpoint = internal::endpointOf<KnownLink>(link);
+        endpoint->in.note(endpoint->in.queue.size(), me->in.tick);
+        if (!endpoint->out.queue.isEmpty())
+            endpoint->out.note(internal::takenBytes(endpoint), me->out.tick);
     }
 }
 
-void dropSlowSenders(cu_MSGServer* me)
+void dropTheSlow(cu_MSGServer* me)
 {
-    while (me->in.stock.waiting > mostWaiting) {
-        Endpoint* most = withMostWaiting(me, &Endpoint::in);
-        if (!isSlow(most->in, me->in.tick, patienceIn, most->in.queue.size()))
-            break;
-        dropAsSlow(me, most);
-    }
+    if (isCrowded(me) && me->crowded->out.isSlow(me->out.tick, patienceOut))
+        dropAsSlow(me, me->crowded);
+    Endpoint* slow = nullptr;
+    while ((me->isApplicationGone || me->out.stock.waiting > mostWaiting) &&
+           (slow = largestOfTheSlow(me, &Endpoint::out, me->out.tick, patienceOut)) != nullptr)
+        dropAsSlow(me, slow);
+    while (me->in.stock.waiting > mostUnfinished &&
+           (slow = largestOfTheSlow(me, &Endpoint::in, me->in.tick, patienceIn)) != nullptr)
+        dropAsSlow(me, slow);
 }
 
 // Whether time matters for what waits.
 bool isUnderWatch(const cu_MSGServer* me)
 {
-    return isOutFull(me) || me->in.stock.waiting > mostWaiting || (me->isApplicationGone && me->out.stock.waiting != 0);
+    return isOutFull(me) || me->in.stock.waiting > mostUnfinished ||
+           (me->isApplicationGone && me->out.stock.waiting != 0);
 }
 
 void watchTheSlow(cu_MSGServer* me)
@@ -183,8 +174,8 @@ void watchTheSlow(cu_MSGServer* me)
     ++me->out.tick;
     if (!me->isPipeFull) // otherwise nobody is read
         ++me->in.tick;
-    dropSlowReceivers(me);
-    dropSlowSenders(me);
+    noteProgress(me);
+    dropTheSlow(me);
 }
 
 bool canReadPipe(const cu_MSGServer* me)
@@ -226,14 +217,27 @@ void take(cu_MSGServer* me, const epoll_event& event)
             static_cast<ReadableLink*>(endpoint)->moveToEndOf(me->readable);
         if (canWrite)
             internal::sendQueue(endpoint, me->out);
+        if (endpoint->isLeaving && endpoint->out.queue.isEmpty())
+            internal::dropEndpoint(me, endpoint);
     }
+}
+
+// Closing a connection from which not all was read resets it, and the system gives up what it has still to send.
+void discardInput(cu_MSGServer* me, int32_t descriptor)
+{
+    for (uint32_t reads = 0; reads < readsAtEnd; ++reads)
+        if (internal::receiveSome(descriptor, me->front, internal::oneRead) <= 0)
+            break;
 }
 
 void cleanUp(cu_MSGServer* me)
 {
     CU_MUST(cu_TCPServerSocket_delete(&me->listener));
-    while (!me->endpoints.isAlone())
-        internal::dropEndpoint(me, internal::endpointOf<KnownLink>(me->endpoints.next));
+    while (!me->endpoints.isAlone()) {
+        Endpoint* endpoint = internal::endpointOf<KnownLink>(me->endpoints.next);
+        discardInput(me, endpoint->descriptor);
+        internal::dropEndpoint(me, endpoint);
+    }
     reap(me);
     me->numbers.clear();
     me->large.clear(me->largeStock);
@@ -335,9 +339,10 @@ cu_ErrorCode cu_MSGServer_new(cu_MSGServer** server, uint32_t address, uint16_t 
         return code;
     me->epoll = epoll.get();
     me->nextNumber = static_cast<uint32_t>(rand()); // NOLINT(concurrency-mt-unsafe): glibc locks it
-    me->in.stock.allocator = me->allocator;
-    me->out.stock.allocator = me->allocator;
-    me->largeStock.allocator = me->allocator;
+    const internal::ByteStock stock = {me->allocator, internal::dropForRoom, me};
+    me->in.stock = stock;
+    me->out.stock = stock;
+    me->largeStock = stock;
     {
         const internal::SignalsBlocked blocked; // there is no moment in which the thread could take one
         if (const int error = pthread_create(&me->thread, nullptr, cu_internal_server, me); error != 0)
@@ -407,15 +412,8 @@ cu_ErrorCode cu_MSGServer_send(cu_MSGServer* server, uint32_t endpoint, const cu
     CU_REQUIRE(server != nullptr);
     CU_REQUIRE(message != nullptr);
 
-    uint8_t* bytes = nullptr;
-    uint32_t size = 0;
-    CU_TRY(cu_Message_get(message, &bytes));
-    CU_TRY(cu_Message_getSize(message, &size));
-    if (size == UINT32_MAX)
-        return CU_REPORT(cu_ERROR_COM_INVARIANT, 0, nullptr);
-    const RecordHead record = {endpoint, htonl(size)};
-    CU_TRY(internal::sendWithHead(server->application, &record, sizeof(record), bytes, size));
-    return 0;
+    RecordHead record = {endpoint, 0};
+    return internal::sendMessage(server->application, &record, sizeof(record), message, CU_HERE);
 }
 
 cu_Selectable* cu_MSGServer_getSelectable(cu_MSGServer* server)

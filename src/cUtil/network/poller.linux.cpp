@@ -42,10 +42,50 @@ struct cu_Poller {
 namespace
 {
 
+cu_ErrorCode cu_PollerItem_new(Item** me, const cu_Selectable* selectable, cu_PollerCallback callback, void* userData,
+                               cu_allocator* allocator)
+{
+    internal::Owned<Item> item;
+    CU_TRY(item.allocate(allocator));
+    item->selectable = selectable;
+    item->handle = selectable->handle;
+    item->callback = callback;
+    item->userData = userData;
+    *me = item.release();
+    return 0;
+}
+
+cu_ErrorCode cu_PollerItem_delete(Item** me)
+{
+    CU_TRY(internal::freeObject(me));
+    return 0;
+}
+
+cu_ErrorCode cu_PollerItem_action(const Item* me, uint32_t events)
+{
+    CU_REQUIRE(me != nullptr);
+    uint32_t flags = 0;
+    if ((events & EPOLLIN) != 0)
+        flags |= CU_POLLER_READABLE;
+    if ((events & EPOLLOUT) != 0)
+        flags |= CU_POLLER_WRITABLE;
+    if (me->selectable != nullptr) // otherwise removed by a callback before
+        me->callback(me->selectable, flags, me->userData);
+    return 0;
+}
+
 cu_ErrorCode resize(cu_Poller* me, uint32_t count)
 {
     return count != 0 ? internal::resizeArray(me->allocator, &me->entries, count)
                       : internal::freeArray(me->allocator, &me->entries);
+}
+
+cu_ErrorCode cu_Poller_put(cu_Poller* me, Item* item)
+{
+    CU_TRY(resize(me, me->count + 1));
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): there is room, as no counter of descriptors overflows
+    me->entries[me->count++] = {item->selectable, item};
+    return 0;
 }
 
 // Ends an item, as soon as no poll can come upon it any more.
@@ -53,7 +93,7 @@ cu_ErrorCode dispose(cu_Poller* me, Item* item)
 {
     item->selectable = nullptr;
     if (me->polls == 0)
-        return internal::freeObject(&item);
+        return cu_PollerItem_delete(&item);
     item->nextRemoved = me->removed;
     me->removed = item;
     return 0;
@@ -65,12 +105,12 @@ cu_ErrorCode disposeOfRemoved(cu_Poller* me)
     while (me->removed != nullptr && code == 0) {
         Item* item = me->removed;
         me->removed = item->nextRemoved;
-        code = internal::freeObject(&item);
+        code = cu_PollerItem_delete(&item);
     }
     return code;
 }
 
-cu_ErrorCode take(cu_Poller* me, const cu_Selectable* selectable)
+cu_ErrorCode cu_Poller_take(cu_Poller* me, const cu_Selectable* selectable)
 {
     Entry* const end = me->entries + me->count;
     Entry* found = std::find_if(me->entries, end, [=](const Entry& entry) {
@@ -83,26 +123,10 @@ cu_ErrorCode take(cu_Poller* me, const cu_Selectable* selectable)
             return 0;
         epoll_ctl(me->epoll, EPOLL_CTL_DEL, found->item->handle, nullptr);
     }
-    if (const cu_ErrorCode code = dispose(me, found->item); code != 0)
-        return code;
+    CU_TRY(dispose(me, found->item));
     std::copy(found + 1, end, found);
-    return resize(me, --me->count);
-}
-
-// Tells whether there was anybody to call.
-bool callBack(const epoll_event& event)
-{
-    const auto* item = static_cast<const Item*>(event.data.ptr);
-    if (item == nullptr)
-        return false;
-    uint32_t flags = 0;
-    if ((event.events & EPOLLIN) != 0)
-        flags |= CU_POLLER_READABLE;
-    if ((event.events & EPOLLOUT) != 0)
-        flags |= CU_POLLER_WRITABLE;
-    if (item->selectable != nullptr) // otherwise removed by a callback before
-        item->callback(item->selectable, flags, item->userData);
-    return true;
+    CU_TRY(resize(me, --me->count));
+    return 0;
 }
 
 } // namespace
@@ -148,31 +172,25 @@ cu_ErrorCode cu_Poller_add(cu_Poller* poller, const cu_Selectable* selectable, u
     CU_REQUIRE(flags != 0);
     CU_REQUIRE(callback != nullptr);
 
-    internal::Owned<Item> item;
-    CU_TRY(item.allocate(poller->allocator));
-    item->selectable = selectable;
-    item->handle = selectable->handle;
-    item->callback = callback;
-    item->userData = userData;
-
-    const int32_t handle = selectable->handle;
+    Item* item = nullptr;
+    CU_TRY(cu_PollerItem_new(&item, selectable, callback, userData, poller->allocator));
+    CU_ROLLBACK(made, cu_PollerItem_delete(&item));
     epoll_event event = {};
     if ((flags & CU_POLLER_READABLE) != 0)
         event.events |= EPOLLIN;
     if ((flags & CU_POLLER_WRITABLE) != 0)
         event.events |= EPOLLOUT;
-    event.data.ptr = item.get();
-    if (epoll_ctl(poller->epoll, EPOLL_CTL_ADD, handle, &event) != 0) {
+    event.data.ptr = item;
+    if (epoll_ctl(poller->epoll, EPOLL_CTL_ADD, item->handle, &event) != 0) {
         const int error = errno;
         return CU_REPORT(cu_ERROR_COM_INVALID_ARGUMENT, error, "epoll_ctl(..) failed [%d] %s", error,
                          internal::SystemErrorText(error).get());
     }
-    if (const cu_ErrorCode code = resize(poller, poller->count + 1); code != 0) {
-        epoll_ctl(poller->epoll, EPOLL_CTL_DEL, handle, nullptr);
-        CU_TRY(code);
+    if (const cu_ErrorCode code = cu_Poller_put(poller, item); code != 0) {
+        epoll_ctl(poller->epoll, EPOLL_CTL_DEL, item->handle, nullptr);
+        return internal::passOn(code, CU_HERE);
     }
-    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): there is room, as no counter of descriptors overflows
-    poller->entries[poller->count++] = {selectable, item.release()};
+    made.dismiss();
     return 0;
 }
 
@@ -186,7 +204,7 @@ cu_ErrorCode cu_Poller_remove(cu_Poller* poller, const cu_Selectable* selectable
         return CU_REPORT(cu_ERROR_COM_INVALID_ARGUMENT, error, "epoll_ctl(..) failed [%d] %s", error,
                          internal::SystemErrorText(error).get());
     }
-    CU_MUST(take(poller, selectable));
+    CU_MUST(cu_Poller_take(poller, selectable));
     return 0;
 }
 
@@ -203,12 +221,12 @@ cu_ErrorCode cu_Poller_poll(cu_Poller* poller, int32_t timeoutMs, uint32_t maxEv
         return CU_REPORT(cu_ERROR_COM_INVALID_ARGUMENT, error, "epoll_wait(..) failed [%d] %s", error,
                          internal::SystemErrorText(error).get());
     }
-    bool called = true;
+    cu_ErrorCode code = 0;
     ++poller->polls;
-    for (int i = 0; i < count && called; ++i)
-        called = callBack(events[i]);
+    for (int i = 0; i < count && code == 0; ++i)
+        code = cu_PollerItem_action(static_cast<const Item*>(events[i].data.ptr), events[i].events);
     if (--poller->polls == 0)
         CU_MUST(disposeOfRemoved(poller));
-    CU_REQUIRE(called);
+    CU_TRY(code);
     return 0;
 }

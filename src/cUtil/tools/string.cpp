@@ -217,11 +217,7 @@ cu_ErrorCode cu_String_delete(cu_String** string)
 {
     CU_REQUIRE(string != nullptr);
     CU_REQUIRE(*string != nullptr);
-    if ((*string)->buffer != nullptr) {
-        void* buffer = (*string)->buffer;
-        CU_TRY(cu_allocator_free((*string)->allocator, &buffer));
-        (*string)->buffer = nullptr;
-    }
+    CU_TRY(internal::freeArray((*string)->allocator, &(*string)->buffer));
     CU_TRY(internal::freeObject(string));
     return 0;
 }
