@@ -59,7 +59,7 @@ public:
     ~DatabaseEntry()
     {
         if (block_ != nullptr)
-            CU_MUST(cu_allocator_free(allocator_, &block_));
+            giveBack(allocator_, &block_);
     }
 
     /// Looks the entry up; only a refusal of the allocator is a failure.

@@ -19,6 +19,9 @@ inline cu_allocator* allocatorOrShared(cu_allocator* allocator)
     return allocator != nullptr ? allocator : cu_allocator_malloc_get();
 }
 
+/// Gives a block back; if that fails, the process ends.
+void giveBack(cu_allocator* allocator, void** block);
+
 /// A block that goes back to its allocator unless it is released to its owner. The record of the failure that ends the
 /// constructor stays as it is.
 template <typename T>
@@ -34,7 +37,7 @@ public:
     ~Owned()
     {
         if (block_ != nullptr)
-            CU_MUST(cu_allocator_free(allocator_, &block_));
+            giveBack(allocator_, &block_);
     }
 
     /// Gets one object, initialised whatever the allocator leaves in its blocks, and notes the allocator in it.
