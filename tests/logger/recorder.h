@@ -21,15 +21,15 @@ namespace support
 class Recorder : Pinned
 {
 public:
-    Recorder() = default;
-    explicit Recorder(const char* name, uint32_t level = 3) { EXPECT_EQ(cu_Logger_addAdapter(name, get(), level), 0U); }
+    explicit Recorder(const char* name = nullptr, uint32_t level = 3)
+    {
+        EXPECT_TRUE(name == nullptr || cu_Logger_addAdapter(name, get(), level) == 0);
+    }
     ~Recorder()
     {
         lastAnswer = 0;
         lastAct = nullptr;
-        if (adapter_.name != nullptr) {
-            EXPECT_EQ(cu_Logger_removeAdapter(std::string(adapter_.name).c_str()), 0U);
-        }
+        EXPECT_TRUE(adapter_.name == nullptr || cu_Logger_removeAdapter(std::string(adapter_.name).c_str()) == 0);
     }
 
     cu_logger_Adapter* get() { return &adapter_; }
@@ -91,9 +91,8 @@ private:
 /// The adapter's functions refuse what is null, by names that begin alike.
 inline void expectRefusals(const cu_logger_Adapter* adapter, const std::string& prefix, const char* file)
 {
-    const std::tuple good(adapter->context, "text");
-    expectNullsRefused(prefix + "logMessage", file, good, adapter->logMessage);
-    expectNullsRefused(prefix + "destruct", file, good, adapter->destruct);
+    expectNullsRefused(prefix + "logMessage", file, std::tuple(adapter->context, "text"), adapter->logMessage);
+    expectNullsRefused(prefix + "destruct", file, std::tuple(adapter->context), adapter->destruct);
 }
 
 } // namespace support
