@@ -73,8 +73,7 @@ protected:
 
 TEST_F(TCPLogging, constructorsLeaveNothingBehind)
 {
-    const std::initializer_list<std::string> inVain = {"sem_trywait", "pthread_mutex_trylock", "clock_gettime",
-                                                       "sysconf"};
+    const auto inVain = {"sem_trywait"s, "pthread_mutex_trylock"s, "clock_gettime"s, "sysconf"s};
     const uint16_t other = Server().port;
     support::sweep<cu_logger_Adapter>(
         "cu_logger_TCPLoggingAdapter_new",
@@ -102,10 +101,7 @@ TEST_F(TCPLogging, badArgumentsAreRefused)
     cu_logger_Adapter* none = nullptr;
     cu_logger_TCPLoggingClient* client = nullptr;
     EXPECT_NULLS_REFUSED(adapterFile, std::tuple(&none), cu_logger_TCPLoggingAdapter_new);
-    EXPECT_EQ(cu_logger_TCPLoggingAdapter_new(&none, CU_IP_ADDRESS_LOCAL, port, nullptr),
-              cu_ERROR_SOCKET_PORT_ALREADY_BOUND);
     support::expectRefusals(adapter, "cu_logger_TCPLoggingAdapter_", adapterFile);
-
     EXPECT_NULLS_REFUSED(clientFile, std::tuple(&client, lines.get()), cu_logger_TCPLoggingClient_new);
     EXPECT_EQ(cu_logger_TCPLoggingClient_getRunnable(nullptr), nullptr);
     ASSERT_EQ(cu_logger_TCPLoggingClient_new(&client, lines.get(), CU_IP_ADDRESS_LOCAL, port, nullptr), 0U);
@@ -121,10 +117,8 @@ TEST_F(TCPLogging, theNewestViewerGetsRecords)
     TCPSocket second;
     log(1, "nobody sees it");
     view(first);
-    log(2, "abc");
-    EXPECT_EQ(receive(first, 12), "\0\0\0\2\0\0\0\4abc\0"s);
-    log(0xFFFFFFFE, "");
-    EXPECT_EQ(receive(first, 9), "\xFF\xFF\xFF\xFE\0\0\0\1\0"s);
+    log(0xFFFFFFFE, "abc");
+    EXPECT_EQ(receive(first, 12), "\xFF\xFF\xFF\xFE\0\0\0\4abc\0"s);
     view(second);
     while (!receive(first, 10).empty()) { // what it got before it was cut off
     }
@@ -138,29 +132,19 @@ TEST_F(TCPLogging, theNewestViewerGetsRecords)
     EXPECT_EQ(receive(second, 1), "");
 }
 
-TEST_F(TCPLogging, aKilledViewerIsForgotten)
+TEST_F(TCPLogging, aViewerThatHasGoneIsForgotten)
 {
     for (int round = 0; round < 3; ++round) {
-        const support::Shared<std::atomic<bool>> isViewing;
-        support::Process process([&] {
+        {
             TCPSocket viewer;
-            *isViewing = cu_TCPSocket_new(&viewer, CU_IP_ADDRESS_LOCAL, port, 0, nullptr) == 0 &&
-                         receive(viewer, 10) == record(9, "?");
-            return pause();
-        });
-        ASSERT_TRUE(comesTrue([&] {
-            log(9, "?");
-            return isViewing->load();
-        }));
-        process.kill();
+            view(viewer);
+        }
         for (int n = 0; n < 100; ++n)
             log(1, std::string(1000, 'x'));
         cu_Error_clear(cu_getErrorLocation());
         log(1, "nobody sees it");
         EXPECT_EQ(cu_getErrorLocation()->errorID, 0U); // nothing was sent
     }
-    TCPSocket viewer;
-    view(viewer);
 }
 
 TEST_F(TCPLogging, aViewerThatDoesNotReadHoldsUpNobodyForLong)
@@ -211,47 +195,40 @@ protected:
     support::WatchfulAllocator allocator;
     Recorder lines;
     cu_logger_TCPLoggingClient* client = nullptr;
-    cu_TCPSocket* sender = nullptr;
+    TCPSocket sender;
 };
 
+// What is wrong on the way is the fuzz target's.
 TEST_F(TCPViewer, handsOnWhatIsGoodAndTakesNoMemoryAhead)
 {
-    struct Case {
-        const char* name;
+    const std::string text(4999, 'x');
+    const struct {
         std::string bytes;
         cu_ErrorCode code;
         std::vector<std::string> lines;
-        std::vector<uint32_t> requests = {4096};
-    };
-    const std::string text(4999, 'x');
-    constexpr cu_ErrorCode closed = cu_ERROR_SOCKET_OTHER_SIDE_CLOSED;
-    constexpr cu_ErrorCode bad = cu_ERROR_COM_INVARIANT;
-    const Case cases[] = {
-        {"lines",
-         record(3, "a") + record(7, "") + record(0, text) + record(0, "b"),
-         closed,
+        std::vector<uint32_t> requests;
+    } cases[] = {
+        {record(3, "a") + record(7, "") + record(0, text) + record(0, "b"),
+         cu_ERROR_SOCKET_OTHER_SIDE_CLOSED,
          {"3 a", "7 ", "0 " + text, "0 b"},
          {4096, 5000}},
-        {"the adapter fails", record(1, "a") + record(1, "fail") + record(1, "b"), 42, {"1 a", "1 fail"}},
-        {"no text", bigEndian(1) + bigEndian(0) + record(1, "x"), bad, {}},
-        {"largest", record(1, "x") + bigEndian(1) + bigEndian(~0U) + text + text, closed, {"1 x"}, {4096, 8192, 16384}},
-        {"no NUL", bigEndian(1) + bigEndian(3) + "abcd\0"s, bad, {}},
-        {"no NUL in the whole buffer", bigEndian(1) + bigEndian(4096) + std::string(4096, 'z') + '\0', bad, {}},
-        {"a NUL inside", bigEndian(7) + bigEndian(6) + "ab\0cd\0"s, closed, {"7 ab"}},
-        {"half a head", bigEndian(1) + "\0"s, closed, {}},
+        {record(1, "a") + record(1, "fail") + record(1, "b"), 42, {"1 a", "1 fail"}, {4096}},
+        {bigEndian(1) + bigEndian(4096) + std::string(4096, 'z') + '\0', cu_ERROR_COM_INVARIANT, {}, {4096}},
+        {record(1, "x") + bigEndian(1) + bigEndian(~0U) + text + text,
+         cu_ERROR_SOCKET_OTHER_SIDE_CLOSED,
+         {"1 x"},
+         {4096, 8192, 16384}},
     };
     lines.act = [this](uint32_t, const std::string& line) { lines.answer = line == "fail" ? 42 : 0; };
-    for (const Case& one : cases) {
-        SCOPED_TRACE(one.name);
+    for (const auto& one : cases) {
         connect();
-        const std::size_t before = allocator.requests().size();
+        const auto before = static_cast<ptrdiff_t>(allocator.requests().size());
         send(sender, one.bytes);
         EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
         EXPECT_EQ(read(), one.code);
         EXPECT_EQ(cu_getErrorLocation()->errorID, one.code);
         EXPECT_EQ(lines.take(), one.lines);
-        const auto& requests = allocator.requests();
-        EXPECT_EQ(std::vector(requests.begin() + static_cast<ptrdiff_t>(before), requests.end()), one.requests);
+        EXPECT_EQ(std::vector(allocator.requests().begin() + before, allocator.requests().end()), one.requests);
         disconnect();
     }
 }
@@ -264,19 +241,16 @@ TEST_F(TCPViewer, stopsInTheMiddleOfARecord)
     ASSERT_EQ(cu_Thread_new(&thread, nullptr), 0U);
     ASSERT_EQ(cu_Thread_start(thread, cu_logger_TCPLoggingClient_getRunnable(client)), 0U);
     const std::string whole = record(1, "byte by byte");
-    for (const char byte : whole)
+    for (const char byte : whole + whole.substr(0, 15))
         send(sender, std::string(1, byte));
     EXPECT_TRUE(comesTrue([&] { return !lines.lines().empty(); }));
-    send(sender, whole.substr(0, 15));
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(cu_Thread_stop(thread, false), 0U);
     EXPECT_EQ(cu_Thread_join(thread, &result), 0U);
     EXPECT_EQ(result, 0U);
     EXPECT_EQ(cu_Thread_delete(&thread), 0U);
     EXPECT_THAT(lines.lines(), ElementsAre("1 byte by byte"));
-
     disconnect();
-    EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
 }
 
 TEST_F(TCPViewer, deletingEndsTheReading)
@@ -287,7 +261,6 @@ TEST_F(TCPViewer, deletingEndsTheReading)
     EXPECT_TRUE(comesTrue([&] { return !lines.lines().empty(); })); // so that it has begun
     disconnect();
     reader.join();
-    EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
 }
 
 } // namespace
