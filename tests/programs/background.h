@@ -1,16 +1,14 @@
 // Programs that run beside a test.
 #pragma once
 
+#include "network/messages.h"
 #include "programs/command.h"
 #include "support/process.h"
 
-#include <arpa/inet.h>
 #include <csignal>
 #include <fstream>
-#include <netinet/in.h>
 #include <sstream>
 #include <string>
-#include <sys/socket.h>
 
 namespace support
 {
@@ -56,13 +54,9 @@ private:
 inline uint16_t freePort()
 {
     const auto isFree = [](int port) {
-        const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(port));
-        const bool bound = bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-        close(descriptor);
-        return bound;
+        TCPServerSocket server;
+        return cu_TCPServerSocket_new(&server, static_cast<uint16_t>(port), CU_IP_ADDRESS_LOCAL, 1, false, nullptr) ==
+               0;
     };
     int port = 20000 + getpid() % 5000 * 2;
     while (!isFree(port) || !isFree(port + 1))

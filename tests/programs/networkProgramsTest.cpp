@@ -1,8 +1,7 @@
 #include "programs/background.h"
+#include "support/made.h"
 
 #include <cUtil/logger/tcpLoggingAdapter.h>
-#include <cUtil/network/ipAddress.h>
-#include <cUtil/network/msgServer.h>
 
 #include <gmock/gmock.h>
 
@@ -18,11 +17,6 @@ using testing::FieldsAre;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-TEST(CutilNet, ListsTheLoopbackInterface)
-{
-    EXPECT_THAT(run(cutil + "net"), FieldsAre(0, ContainsRegex("lo +127\\.0\\.0\\.1 /8 +255\\.0\\.0\\.0\n")));
-}
 
 class CutilMsg : public testing::Test
 {
@@ -69,10 +63,9 @@ TEST_F(CutilMsg, AnEchoGivesMessagesOfAnySizeBack)
 TEST_F(CutilMsg, NothingIsLostWhenNobodyWaitsForAnswers)
 {
     constexpr int count = 20000;
-    cu_MSGServer* server = nullptr;
-    cu_Message* message = nullptr;
+    MSGServer server;
+    const Message message;
     ASSERT_EQ(cu_MSGServer_new(&server, CU_IP_ADDRESS_LOCAL, port, nullptr), 0u);
-    ASSERT_EQ(cu_Message_new(&message, 0, nullptr), 0u);
     Background sender("seq " + std::to_string(count) + " | " + send);
     int received = 0;
     for (bool waits = true; waits && received < count; received += waits ? 1 : 0) {
@@ -85,19 +78,11 @@ TEST_F(CutilMsg, NothingIsLostWhenNobodyWaitsForAnswers)
     }
     EXPECT_EQ(received, count);
     EXPECT_EQ(sender.wait(), 0) << sender.output();
-    EXPECT_EQ(cu_Message_delete(&message), 0u);
-    EXPECT_EQ(cu_MSGServer_delete(&server), 0u);
 }
 
 class CutilLog : public testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_EQ(cu_logger_TCPLoggingAdapter_new(&adapter, CU_IP_ADDRESS_LOCAL, port, nullptr), 0u);
-    }
-    void TearDown() override { EXPECT_TRUE(adapter == nullptr || cu_logger_Adapter_destruct(&adapter) == 0); }
-
     /// Logs to a viewer, once it is there. It has seen what was logged before "end".
     void log(const Background& viewer, std::initializer_list<std::pair<uint32_t, const char*>> lines)
     {
@@ -113,17 +98,20 @@ protected:
 
     const uint16_t port = freePort();
     const std::string watch = cutil + "log watch 127.0.0.1 " + std::to_string(port) + ' ';
-    cu_logger_Adapter* adapter = nullptr;
+    Made<cu_logger_TCPLoggingAdapter_new, cu_logger_Adapter_destruct> adapter{CU_IP_ADDRESS_LOCAL, port};
 };
 
-TEST_F(CutilLog, PrintsWhatIsLoggedDownToALevelUntilItIsInterrupted)
+TEST_F(CutilLog, PrintsWhatIsLoggedDownToALevelUntilItIsInterruptedOrTheProcessEnds)
 {
-    Background viewer(watch + "--level warning");
-    log(viewer, {{1, "first"}, {2, "second"}, {1, "\033[5mthird"}});
-    EXPECT_THAT(viewer.output(), AllOf(ContainsRegex("\n\\[[0-9. :]+\\] Warning: first\n"), Not(HasSubstr("second")),
-                                       HasSubstr("Warning: \033[5mthird\n")));
-    viewer.interrupt();
-    EXPECT_EQ(viewer.wait(), 0);
+    for (const bool interrupted : {true, false}) {
+        Background viewer(watch + "--level warning");
+        log(viewer, {{1, "first"}, {2, "second"}, {1, "\033[5mthird"}});
+        EXPECT_THAT(viewer.output(), AllOf(ContainsRegex("\n\\[[0-9. :]+\\] Warning: first\n"),
+                                           Not(HasSubstr("second")), HasSubstr("Warning: \033[5mthird\n")));
+        interrupted ? viewer.interrupt() : adapter.end();
+        EXPECT_EQ(viewer.wait(), interrupted ? 0 : 1);
+        EXPECT_THAT(viewer.output(), testing::EndsWith(interrupted ? "Error: end\n" : "has another viewer\n"));
+    }
 }
 
 TEST_F(CutilLog, HasColoursOnATerminalWhichTheLogCannotSteer)
@@ -135,17 +123,9 @@ TEST_F(CutilLog, HasColoursOnATerminalWhichTheLogCannotSteer)
                                        Not(HasSubstr("\033[5m")), Not(HasSubstr("beyond"))));
 }
 
-TEST_F(CutilLog, TellsThatTheProcessHasEnded)
+TEST(CutilNetwork, ListsTheLoopbackInterfaceAndTellsHowItIsUsed)
 {
-    Background viewer(watch);
-    log(viewer, {});
-    EXPECT_EQ(cu_logger_Adapter_destruct(&adapter), 0u);
-    EXPECT_EQ(viewer.wait(), 1);
-    EXPECT_THAT(viewer.output(), HasSubstr("cutil: 127.0.0.1: the process has ended, or has another viewer\n"));
-}
-
-TEST(CutilNetwork, TellsHowItIsUsed)
-{
+    EXPECT_THAT(run(cutil + "net"), FieldsAre(0, ContainsRegex("lo +127\\.0\\.0\\.1 /8 +255\\.0\\.0\\.0\n")));
     for (const std::string command : {"net", "msg", "log"})
         EXPECT_THAT(run(cutil + command + " --help"), FieldsAre(0, StartsWith("usage: cutil " + command)));
 
