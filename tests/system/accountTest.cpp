@@ -1,6 +1,5 @@
 #include "support/refusal.h"
 #include "support/sweep.h"
-#include "support/systemFailure.h"
 
 #include <cUtil/system/group.h>
 #include <cUtil/system/user.h>
@@ -9,223 +8,177 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <grp.h>
-#include <pwd.h>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
-#include <thread>
+#include <tuple>
 #include <unistd.h>
-#include <vector>
 
 namespace
 {
 
-struct User {
-    using Object = cu_User;
-    static constexpr char prefix[] = "cu_User_";
-    static constexpr char file[] = "src/cUtil/system/user.linux";
-    static constexpr char database[] = "passwd";
-    static constexpr char byName[] = "getpwnam_r";
-    static constexpr char byID[] = "getpwuid_r";
-    static constexpr cu_ErrorCode invalid = cu_ERROR_USER_INVALID;
-    static constexpr auto current = cu_User_current;
-    static constexpr auto fromName = cu_User_fromName;
-    static constexpr auto fromID = cu_User_fromID;
-    static constexpr auto clone = cu_User_clone;
-    static constexpr auto destroy = cu_User_delete;
-    static constexpr auto getName = cu_User_getName;
-    static constexpr auto getID = cu_User_getID;
-
-    static uint32_t ownID() { return getuid(); }
-
-    template <typename Visit>
-    static void eachEntry(Visit visit)
-    {
-        setpwent();
-        while (const passwd* entry = getpwent())
-            visit(std::string(entry->pw_name), entry->pw_uid);
-        endpwent();
-    }
+struct Texts {
+    const char *prefix, *file, *database, *byName, *byID;
+    cu_ErrorCode invalid;
 };
 
-struct Group {
-    using Object = cu_Group;
-    static constexpr char prefix[] = "cu_Group_";
-    static constexpr char file[] = "src/cUtil/system/group.linux";
-    static constexpr char database[] = "group";
-    static constexpr char byName[] = "getgrnam_r";
-    static constexpr char byID[] = "getgrgid_r";
-    static constexpr cu_ErrorCode invalid = cu_ERROR_GROUP_INVALID;
-    static constexpr auto current = cu_Group_current;
-    static constexpr auto fromName = cu_Group_fromName;
-    static constexpr auto fromID = cu_Group_fromID;
-    static constexpr auto clone = cu_Group_clone;
-    static constexpr auto destroy = cu_Group_delete;
-    static constexpr auto getName = cu_Group_getName;
-    static constexpr auto getID = cu_Group_getID;
-
-    static uint32_t ownID() { return getgid(); }
-
-    template <typename Visit>
-    static void eachEntry(Visit visit)
-    {
-        setgrent();
-        while (const group* entry = getgrent())
-            visit(std::string(entry->gr_name), entry->gr_gid);
-        endgrent();
-    }
+template <typename T>
+struct Functions {
+    uint32_t (*ownID)();
+    cu_ErrorCode (*current)(T**, cu_allocator*);
+    cu_ErrorCode (*fromName)(T**, const char*, cu_allocator*);
+    cu_ErrorCode (*fromID)(T**, uint32_t, cu_allocator*);
+    cu_ErrorCode (*clone)(T**, const T*);
+    cu_ErrorCode (*destroy)(T**);
+    cu_ErrorCode (*getName)(const T*, const cu_String**);
+    cu_ErrorCode (*getID)(const T*, uint32_t*);
 };
 
-template <typename Calls>
+template <typename T>
+struct Calls : Texts, Functions<T> {
+    using Object = T;
+};
+using User = Calls<cu_User>;
+using Group = Calls<cu_Group>;
+
+constexpr std::tuple kinds = {
+    User{{"cu_User_", "src/cUtil/system/user.linux", "passwd", "getpwnam_r", "getpwuid_r", cu_ERROR_USER_INVALID},
+         {[]() -> uint32_t { return getuid(); }, cu_User_current, cu_User_fromName, cu_User_fromID, cu_User_clone,
+          cu_User_delete, cu_User_getName, cu_User_getID}},
+    Group{{"cu_Group_", "src/cUtil/system/group.linux", "group", "getgrnam_r", "getgrgid_r", cu_ERROR_GROUP_INVALID},
+          {getgid, cu_Group_current, cu_Group_fromName, cu_Group_fromID, cu_Group_clone, cu_Group_delete,
+           cu_Group_getName, cu_Group_getID}}};
+
+template <typename Kind>
 class AccountTest : public testing::Test
 {
 protected:
-    using Object = typename Calls::Object;
+    using Object = typename Kind::Object;
+    static constexpr const Kind& my = std::get<Kind>(kinds);
 
-    static std::string text(const char* operation) { return std::string(Calls::prefix) + operation; }
+    static std::string text(const char* operation) { return std::string(my.prefix) + operation; }
 
-    static std::string nameOf(const Object* object)
+    static void expectAccount(const Object* object, const std::string& name, uint32_t id)
     {
-        const cu_String* name = nullptr;
-        EXPECT_EQ(Calls::getName(object, &name), 0U);
-        return cu_String_get(name);
-    }
-
-    static uint32_t idOf(const Object* object)
-    {
-        uint32_t id = ~0U;
-        EXPECT_EQ(Calls::getID(object, &id), 0U);
-        return id;
-    }
-
-    static std::string missed(int error, const char* reason)
-    {
-        return "Unable to retrieve " + std::string(Calls::database) + " structure. Errno(" + std::to_string(error) +
-               ")='" + reason + "'";
+        const cu_String* itsName = nullptr;
+        uint32_t itsID = ~0U;
+        EXPECT_EQ(my.getName(object, &itsName), 0U);
+        EXPECT_EQ(my.getID(object, &itsID), 0U);
+        EXPECT_EQ(cu_String_get(itsName), name);
+        EXPECT_EQ(itsID, id);
     }
 };
 
 struct Name {
-    template <typename Calls>
+    template <typename Kind>
     static std::string GetName(int)
     {
-        return Calls::database;
+        return std::get<Kind>(kinds).database;
     }
 };
 using Both = testing::Types<User, Group>;
 TYPED_TEST_SUITE(AccountTest, Both, Name);
 
-TYPED_TEST(AccountTest, nameAndIdLeadToTheSameEntryOfTheDatabaseInSeveralThreadsAtOnce)
+TYPED_TEST(AccountTest, nameAndIdLeadToTheSameEntryOfTheDatabase)
 {
-    std::vector<std::pair<std::string, uint32_t>> entries;
-    TypeParam::eachEntry([&](const std::string& name, uint32_t id) { entries.emplace_back(name, id); });
-    const auto lookUp = [&](std::size_t number) {
-        support::WatchfulAllocator allocator;
-        for (std::size_t round = 0; round < 100 + entries.size(); ++round) {
-            const auto& [name, id] = entries[(round + number) % entries.size()];
-            typename TypeParam::Object* byName = nullptr;
-            typename TypeParam::Object* byID = nullptr;
-            typename TypeParam::Object* copy = nullptr;
-            ASSERT_EQ(TypeParam::fromName(&byName, name.c_str(), allocator.get()), 0U);
-            EXPECT_EQ(this->nameOf(byName), name);
-            EXPECT_EQ(this->idOf(byName), id);
-            ASSERT_EQ(TypeParam::fromID(&byID, id, allocator.get()), 0U);
-            EXPECT_EQ(this->idOf(byID), id);
-            const std::size_t live = allocator.live();
-            ASSERT_EQ(TypeParam::clone(&copy, byID), 0U);
-            EXPECT_GT(allocator.live(), live) << "the copy must come from the allocator of the original";
-            EXPECT_EQ(this->nameOf(copy), this->nameOf(byID));
-            EXPECT_EQ(this->idOf(copy), id);
-            for (auto** object : {&byName, &byID, &copy})
-                EXPECT_EQ(TypeParam::destroy(object), 0U);
+    std::map<uint32_t, std::string> entries; // the first one of an id
+    std::ifstream database(std::string("/etc/") + this->my.database);
+    for (std::string line, name, secret, id; std::getline(database, line);) {
+        std::istringstream fields(line);
+        if (std::getline(fields, name, ':') && std::getline(fields, secret, ':') && std::getline(fields, id, ':'))
+            entries.emplace(std::stoul(id), name);
+    }
+    EXPECT_FALSE(entries.empty());
+    support::WatchfulAllocator allocator;
+    for (const auto& [id, name] : entries) {
+        typename TypeParam::Object* made[3] = {};
+        ASSERT_EQ(this->my.fromName(&made[0], name.c_str(), allocator.get()), 0U);
+        ASSERT_EQ(this->my.fromID(&made[1], id, allocator.get()), 0U);
+        const std::size_t live = allocator.live();
+        ASSERT_EQ(this->my.clone(&made[2], made[1]), 0U);
+        EXPECT_GT(allocator.live(), live) << "the copy must come from the allocator of the original";
+        for (auto*& object : made) {
+            this->expectAccount(object, name, id);
+            EXPECT_EQ(this->my.destroy(&object), 0U);
         }
-    };
-    std::vector<std::thread> threads;
-    for (std::size_t number = 0; number < 4; ++number)
-        threads.emplace_back(lookUp, number);
-    for (std::thread& thread : threads)
-        thread.join();
+    }
 }
 
 TYPED_TEST(AccountTest, badArgumentsAreRefused)
 {
+    const auto& calls = this->my;
     typename TypeParam::Object* none = nullptr;
     typename TypeParam::Object* object = nullptr;
-    ASSERT_EQ(TypeParam::current(&object, nullptr), 0U);
-    EXPECT_EQ(this->idOf(object), TypeParam::ownID());
+    ASSERT_EQ(calls.current(&object, nullptr), 0U);
     const cu_String* name = nullptr;
     uint32_t id = 0;
-    const auto refuses = [](const char* operation, const auto& good, auto call) {
-        support::expectNullsRefused(TestFixture::text(operation), TypeParam::file, good, call);
-    };
-    const std::tuple good(&none, object, "root", &name, &id);
-    refuses("current", good, TypeParam::current);
-    refuses("fromName", good, TypeParam::fromName);
-    refuses("fromID", good, TypeParam::fromID);
-    refuses("clone", good, TypeParam::clone);
-    refuses("getName", good, TypeParam::getName);
-    refuses("getID", good, TypeParam::getID);
-    refuses("delete", std::tuple(&object), TypeParam::destroy);
-    EXPECT_REFUSED(TypeParam::fromName(&none, "", nullptr), this->text("fromName"), TypeParam::file);
-    EXPECT_EQ(TypeParam::destroy(&object), 0U);
+    EXPECT_EQ(calls.getID(object, &id), 0U);
+    EXPECT_EQ(id, calls.ownID());
+    std::string names;
+    for (const char* operation : {"current", "fromName", "fromID", "clone", "getName", "getID"})
+        names += this->text(operation) + ", ";
+    support::expectAllNullsRefused(names, calls.file, std::tuple(&none, object, "root", &name, &id), calls.current,
+                                   calls.fromName, calls.fromID, calls.clone, calls.getName, calls.getID);
+    support::expectNullsRefused(this->text("delete"), calls.file, std::tuple(&object), calls.destroy);
+    EXPECT_REFUSED(calls.fromName(&none, "", nullptr), this->text("fromName"), calls.file);
+    EXPECT_EQ(calls.destroy(&object), 0U);
     EXPECT_EQ(object, nullptr);
 }
 
 TYPED_TEST(AccountTest, aMissTellsTheReasonAndHoldsNothing)
 {
+    const auto& calls = this->my;
     support::WatchfulAllocator allocator;
     typename TypeParam::Object* object = nullptr;
     typename TypeParam::Object* original = nullptr;
-    ASSERT_EQ(TypeParam::current(&original, allocator.get()), 0U);
+    ASSERT_EQ(calls.current(&original, allocator.get()), 0U);
     const std::size_t live = allocator.live();
-    EXPECT_FAILURE(TypeParam::fromName(&object, "no such account", allocator.get()), TypeParam::invalid,
-                   this->text("fromName"), TypeParam::file, this->missed(0, "Success"));
-    EXPECT_FAILURE(TypeParam::fromID(&object, 0x7FFFFFF3, allocator.get()), cu_ErrorCode{cu_ERROR_USER_INVALID},
-                   this->text("fromID"), TypeParam::file, this->missed(0, "Success"));
-    const std::string fromName = this->text("fromName"), current = this->text("current"), fromID = this->text("fromID");
-    support::expectSystemFailures(
-        TypeParam::file,
-        {{TypeParam::byName, EIO, TypeParam::invalid, fromName.c_str(), this->missed(EIO, "Input/output error"),
-          [&] { return TypeParam::fromName(&object, "root", allocator.get()); }},
-         {TypeParam::byID, EIO, TypeParam::invalid, current.c_str(), this->missed(EIO, "Input/output error"),
-          [&] { return TypeParam::current(&object, allocator.get()); }},
-         {TypeParam::byID, ENOENT, cu_ERROR_USER_INVALID, fromID.c_str(),
-          this->missed(ENOENT, "No such file or directory"), [&] { return TypeParam::clone(&object, original); }}});
-    EXPECT_EQ(support::trace().find(this->text("clone  -  ") + TypeParam::file), 0U);
+    const std::string missed = std::string("Unable to retrieve ") + calls.database + " structure. Errno(";
+    const auto expectMiss = [&](const char* operation, cu_ErrorCode code, const std::string& reason, auto call) {
+        const int error = std::stoi(reason);
+        const support::Failure failure = {code, this->text(operation), calls.file, missed + reason, error};
+        EXPECT_EQ(support::failureOf(call), failure);
+    };
+    const auto fromName = [&] { return calls.fromName(&object, "no such account", allocator.get()); };
+    const auto fromID = [&] { return calls.fromID(&object, 0x7FFFFFF3, allocator.get()); };
+    expectMiss("fromName", calls.invalid, "0)='Success'", fromName);
+    expectMiss("fromID", cu_ERROR_USER_INVALID, "0)='Success'", fromID);
+    {
+        const support::Injection failing(calls.byName, EIO);
+        expectMiss("fromName", calls.invalid, "5)='Input/output error'", fromName);
+    }
+    const support::Injection failing = support::Injection::ofEvery(calls.byID, ENOENT);
+    const std::string noEntry = "2)='No such file or directory'";
+    expectMiss("current", calls.invalid, noEntry, [&] { return calls.current(&object, allocator.get()); });
+    expectMiss("fromID", cu_ERROR_USER_INVALID, noEntry, [&] { return calls.clone(&object, original); });
+    EXPECT_EQ(support::trace().find(this->text("clone  -  ") + calls.file), 0U);
     EXPECT_EQ(object, nullptr);
     EXPECT_EQ(allocator.live(), live);
-    EXPECT_EQ(TypeParam::destroy(&original), 0U);
+    EXPECT_EQ(calls.destroy(&original), 0U);
 }
 
-TYPED_TEST(AccountTest, aLongEntryGetsARoomierBuffer)
+TYPED_TEST(AccountTest, everyFailingStepLeavesNothingBehindAlsoOfALongEntryWithItsRoomierBuffer)
 {
-    typename TypeParam::Object* object = nullptr;
-    {
-        support::WatchfulAllocator allocator;
-        const support::Injection tooLong(TypeParam::byName, ERANGE);
-        ASSERT_EQ(TypeParam::fromName(&object, "root", allocator.get()), 0U);
-        EXPECT_STREQ(tooLong.fired(), TypeParam::byName);
-        EXPECT_EQ(this->nameOf(object), "root");
-        EXPECT_EQ(TypeParam::destroy(&object), 0U);
-    }
-    // The record, the buffer, the string and its text.
-    for (unsigned nth = 1; nth <= 4; ++nth) {
+    const auto& calls = this->my;
+    support::sweepCall(this->text("fromName").c_str(), calls.fromName, calls.destroy, "root");
+    // None is refused; then the record, the buffer, the string and its text.
+    for (unsigned nth = 0; nth <= 4; ++nth) {
+        typename TypeParam::Object* object = nullptr;
         support::WatchfulAllocator allocator(nth);
-        const support::Injection tooLong(TypeParam::byName, ERANGE);
-        EXPECT_EQ(TypeParam::fromName(&object, "root", allocator.get()),
-                  static_cast<cu_ErrorCode>(cu_ERROR_COM_MALLOC_FAILED));
+        const support::Injection tooLong(calls.byName, ERANGE);
+        const cu_ErrorCode code = calls.fromName(&object, "root", allocator.get());
+        if (nth == 0) {
+            EXPECT_STREQ(tooLong.fired(), calls.byName);
+            EXPECT_EQ(allocator.requests()[1], 2048U);
+            this->expectAccount(object, "root", 0);
+            EXPECT_EQ(calls.destroy(&object), 0U);
+        } else {
+            EXPECT_EQ(code, cu_ErrorCode{cu_ERROR_COM_MALLOC_FAILED});
+            EXPECT_NE(support::trace().find(this->text("fromName  -  ") + calls.file), std::string::npos);
+        }
         EXPECT_EQ(object, nullptr);
-        EXPECT_NE(support::trace().find(this->text("fromName  -  ") + TypeParam::file), std::string::npos);
     }
-}
-
-TYPED_TEST(AccountTest, everyFailingStepLeavesNothingBehind)
-{
-    const auto sweep = [](const char* operation, auto create, auto... given) {
-        support::sweepCall(TestFixture::text(operation).c_str(), create, TypeParam::destroy, given...);
-    };
-    sweep("current", TypeParam::current);
-    sweep("fromName", TypeParam::fromName, "root");
-    sweep("fromID", TypeParam::fromID, 0U);
 }
 
 } // namespace
