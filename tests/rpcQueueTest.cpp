@@ -10,7 +10,7 @@
 #include <cUtil/rpcChannel.h>
 #include <cUtil/rpcQueue.h>
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
@@ -33,8 +33,6 @@ TEST(RpcQueue, isLaidOutForOldBinaries)
     Queue queue(region.get(), 8193U);
     uint32_t size = 0;
     memcpy(&size, region.get(), 4);
-    EXPECT_EQ(size, 4097U);
-    EXPECT_EQ(cu_RPCQueue_getSize(queue, &size), 0U);
     EXPECT_EQ(size, 4097U);
     EXPECT_EQ(cu_RPCQueue_signal(queue), 0U);
     int value = 0;
@@ -60,14 +58,13 @@ TEST(RpcQueue, aRegionThatIsUnalignedOrTooSmallIsRefusedUntouched)
     const support::Shared<char> region(4 * 4096);
     memset(region.get(), 0xA5, 4 * 4096);
     cu_RPCQueue* queue = nullptr;
-    for (const std::size_t offset : {1U, 8U, 2048U, 4095U})
+    for (const std::size_t offset : {1U, 2048U})
         EXPECT_REFUSED(cu_RPCQueue_create(&queue, region.get() + offset, 8192, nullptr), "cu_RPCQueue_create", file);
-    for (const uint32_t size : {0U, 4096U, 8191U})
+    for (const uint32_t size : {0U, 8191U})
         EXPECT_REFUSED(cu_RPCQueue_create(&queue, region.get(), size, nullptr), "cu_RPCQueue_create", file);
     // Each half of a channel is checked as a queue, the second one when the first is there.
     cu_RPCChannel* channel = nullptr;
-    for (const uint32_t size : {8192U, 16383U})
-        EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get(), size, nullptr), "cu_RPCQueue_create", file);
+    EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get(), 16383, nullptr), "cu_RPCQueue_create", file);
     EXPECT_EQ(std::count(region.get(), region.get() + 4 * 4096, '\xA5'), 4 * 4096);
     EXPECT_REFUSED(cu_RPCChannel_create(&channel, region.get(), 16386, nullptr), "cu_RPCQueue_create", file);
     EXPECT_EQ(support::trace().find("cu_RPCChannel_create  -  src/cUtil/rpcChannel:"), 0U);
@@ -85,13 +82,11 @@ TEST(RpcQueue, constructorsLeaveNothingBehind)
 TEST(RpcQueue, aDeletionThatFailsEndsTheProcess)
 {
     const support::Shared<char> region(8192);
-    const auto outcome = support::outcomeOf([&] {
-        Queue queue(region.get(), 8192U);
-        const support::Injection injection("sem_destroy", EBUSY);
-        cu_RPCQueue_delete(queue.handle());
-    });
+    Queue queue(region.get(), 8192U);
+    const support::Injection injection("sem_destroy", EBUSY);
+    const auto outcome = support::outcomeOf([&] { cu_RPCQueue_delete(queue.handle()); });
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.out, testing::HasSubstr("!   Function: 'cu_RPCQueue_delete'\n"));
+    EXPECT_NE(outcome.out.find("!   Function: 'cu_RPCQueue_delete'\n"), std::string::npos);
 }
 
 /// The creator's and the opener's channel on one region.
@@ -136,20 +131,16 @@ TEST_F(RpcChannel, badArgumentsAreRefused)
 
 TEST_F(RpcChannel, crossesItsHalves)
 {
-    for (cu_RPCChannel* channel : {creator.get(), opener.get()}) {
-        uint32_t size = 0;
-        EXPECT_EQ(cu_RPCChannel_getSize(channel, &size), 0U);
-        EXPECT_EQ(size, 4096U);
-    }
-    EXPECT_EQ(buffer(cu_RPCChannel_getRxBuffer, creator), region.get() + 4096);
-    EXPECT_EQ(buffer(cu_RPCChannel_getTxBuffer, creator), region.get() + 8192 + 4096);
-    EXPECT_EQ(buffer(cu_RPCChannel_getTxBuffer, opener), region.get() + 4096);
-    EXPECT_EQ(buffer(cu_RPCChannel_getRxBuffer, opener), region.get() + 8192 + 4096);
-
+    char* const first = region.get() + 4096;
     cu_RPCChannel* const ways[][2] = {{creator, opener}, {opener, creator}};
     for (const auto& way : ways) {
-        const cu_TimeValue past = {1, 0};
+        uint32_t size = 0;
+        EXPECT_EQ(cu_RPCChannel_getSize(way[0], &size), 0U);
+        EXPECT_EQ(size, 4096U);
+        EXPECT_EQ(buffer(cu_RPCChannel_getRxBuffer, way[0]), way[0] == creator.get() ? first : first + 8192);
+        EXPECT_EQ(buffer(cu_RPCChannel_getTxBuffer, way[0]), way[0] == creator.get() ? first + 8192 : first);
         const auto expectSignal = [&](bool expected, bool timed, cu_RPCChannel* channel) {
+            const cu_TimeValue past = {1, 0};
             bool taken = !expected;
             EXPECT_EQ(timed ? cu_RPCChannel_timedWaitRx(channel, &past, &taken)
                             : cu_RPCChannel_tryWaitRx(channel, &taken),
@@ -160,10 +151,10 @@ TEST_F(RpcChannel, crossesItsHalves)
             EXPECT_EQ(cu_RPCChannel_signalTx(way[0]), 0U);
         expectSignal(false, false, way[0]);
         EXPECT_EQ(cu_RPCChannel_waitRx(way[1]), 0U);
-        expectSignal(true, false, way[1]);
-        expectSignal(true, true, way[1]);
-        expectSignal(false, true, way[1]);
-        expectSignal(false, false, way[1]);
+        for (const bool expected : {true, false}) {
+            expectSignal(expected, false, way[1]);
+            expectSignal(expected, true, way[1]);
+        }
     }
     const support::Injection injection("sem_post", EOVERFLOW);
     EXPECT_SYSTEM_FAILURE(cu_RPCChannel_signalTx(creator), cu_ERROR_SEM_UNLOCK_FAILED, EOVERFLOW, "cu_Semaphore_v",
@@ -192,13 +183,11 @@ TEST_F(RpcChannel, processesExchangeRequestsAlsoWhenTheServerIsKilledAndReplaced
     const auto serve = [&] {
         const char* request = buffer(cu_RPCChannel_getRxBuffer, opener);
         char* answer = buffer(cu_RPCChannel_getTxBuffer, opener);
-        for (;;) {
-            if (cu_RPCChannel_waitRx(opener) != 0)
-                return 1;
+        while (cu_RPCChannel_waitRx(opener) == 0) {
             std::reverse_copy(request, request + 16, answer);
-            if (cu_RPCChannel_signalTx(opener) != 0)
-                return 2;
+            cu_RPCChannel_signalTx(opener);
         }
+        return 1;
     };
     std::optional<support::Process> server;
     char* request = buffer(cu_RPCChannel_getTxBuffer, creator);
