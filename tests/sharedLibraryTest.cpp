@@ -28,14 +28,7 @@ std::string ownPath()
 
 TEST(SharedLibrary, loadsResolvesAndCloses)
 {
-    std::string path = ownPath();
-    Library library(path.c_str());
-    const std::string given = path;
-    path.assign(path.size(), 'x');
-    const char* name = nullptr;
-    EXPECT_EQ(cu_SharedLibrary_getName(library, &name), 0U);
-    EXPECT_STREQ(name, given.c_str());
-
+    Library library(ownPath().c_str());
     void* address = nullptr;
     EXPECT_EQ(cu_SharedLibrary_resolve(library, "cu_SharedLibrary_resolve", &address), 0U);
     EXPECT_EQ(address, reinterpret_cast<void*>(cu_SharedLibrary_resolve));
@@ -58,10 +51,10 @@ TEST(SharedLibrary, aNameWithoutAFileIsTriedWithPrefixAndSuffix)
     std::filesystem::create_symlink(ownPath(), folder / "probe.so");
     std::filesystem::current_path(folder.parent_path());
     const std::string given = folder.filename().string().substr(3) + "/probe";
-    const Library library(given.c_str());
+    const Library library(std::string(given).c_str()); // of which it keeps a copy
     const char* name = nullptr;
     EXPECT_EQ(cu_SharedLibrary_getName(library, &name), 0U);
-    EXPECT_STREQ(name, given.c_str());
+    EXPECT_EQ(name, given);
     std::filesystem::remove_all(folder);
 }
 
@@ -72,9 +65,8 @@ TEST(SharedLibrary, whatCannotBeLoadedIsToldInTheLoadersWords)
     EXPECT_FAILURE(cu_SharedLibrary_new(&library, "noSuchThing", allocator.get()), cu_ERROR_FAILED_TO_LOAD_LIBRARY,
                    "cu_SharedLibrary_new", file,
                    "Error: libnoSuchThing.so: cannot open shared object file: No such file or directory");
-    EXPECT_EQ(library, nullptr);
     // 1017 characters are the longest name that takes prefix and suffix in 1023.
-    for (const std::size_t length : {1017U, 1018U, 5000U}) {
+    for (const std::size_t length : {1017U, 1018U}) {
         const std::string name(length, 'x');
         EXPECT_EQ(cu_SharedLibrary_new(&library, name.c_str(), allocator.get()),
                   static_cast<cu_ErrorCode>(cu_ERROR_FAILED_TO_LOAD_LIBRARY));
@@ -87,21 +79,16 @@ TEST(SharedLibrary, badArgumentsAreRefusedAndFailuresLeaveNothing)
 {
     EXPECT_CLEAN_FAILURES(cu_SharedLibrary_new, cu_SharedLibrary_delete, ownPath().c_str());
     const Library program("");
+    const support::Made<cu_String_new, cu_String_delete> string;
     cu_SharedLibrary* none = nullptr;
     cu_SharedLibrary* library = program;
     void* address = nullptr;
     EXPECT_EQ(cu_SharedLibrary_resolve(library, "cu_SharedLibrary_resolve", &address), 0U);
     EXPECT_EQ(address, reinterpret_cast<void*>(cu_SharedLibrary_resolve)) << "the empty name stands for the program";
     const char* name = nullptr;
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, library, "m", &address, &name}), cu_SharedLibrary_new,
-                         cu_SharedLibrary_resolve, cu_SharedLibrary_getName);
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, library, "m", &address, &name, string.get()}), cu_SharedLibrary_new,
+                         cu_SharedLibrary_resolve, cu_SharedLibrary_getName, cu_SharedLibrary_createFileName);
     EXPECT_NULLS_REFUSED(file, std::tuple{&library}, cu_SharedLibrary_delete);
-}
-
-TEST(SharedLibrary, fileNamesAreFormattedIntoAnExistingString)
-{
-    const support::Made<cu_String_new, cu_String_delete> string;
-    EXPECT_NULLS_REFUSED(file, (std::tuple{string.get(), "m"}), cu_SharedLibrary_createFileName);
     EXPECT_EQ(cu_SharedLibrary_createFileName(string, "m"), 0U);
     EXPECT_STREQ(cu_String_get(string), "libm.so");
     EXPECT_EQ(cu_SharedLibrary_createFileName(string, std::string(1000, 'x').c_str()),
