@@ -65,13 +65,6 @@ protected:
             EXPECT_TRUE(std::filesystem::remove("/dev/shm/" + each));
     }
 
-    static char* bytes(const cu_SharedMemory* region)
-    {
-        void* start = nullptr;
-        EXPECT_EQ(cu_SharedMemory_getShared(region, &start), 0U);
-        return static_cast<char*>(start);
-    }
-
     std::vector<std::string> names;
     const char* name;
 };
@@ -127,51 +120,30 @@ TEST_F(DSHMManager, closesWhenTheLastUserAsksForItAndOpensAgain)
     }
 }
 
-TEST_F(DSHMManager, eachProcessCountsForItself)
-{
-    const Registry registry;
-    strcpy(bytes(registry.get(name)), "question");
-    ASSERT_EQ(cu_DSHMManager_incCounter(registry.me, name), 0U);
-    const auto other = support::outcomeOf([&] {
-        const Registry theirs;
-        EXPECT_STREQ(bytes(theirs.get(name)), "question");
-        strcpy(bytes(theirs.get(name)), "answer");
-        EXPECT_EQ(cu_DSHMManager_incCounter(theirs.me, name), 0U);
-        EXPECT_EQ(cu_DSHMManager_decCounter(theirs.me, name, true), 0U);
-        EXPECT_EQ(theirs.find(name), nullptr);
-    });
-    EXPECT_EQ(other.status, 0) << other.out;
-    EXPECT_STREQ(bytes(registry.find(name)), "answer");
-    EXPECT_EQ(cu_DSHMManager_decCounter(registry.me, name, true), 0U);
-    EXPECT_EQ(registry.find(name), nullptr);
-}
-
 TEST_F(DSHMManager, keepsARegionThatCannotBeClosedUntilItsOwnEnd)
 {
     Registry registry;
     for (const std::string& each : names)
         registry.get(each);
-    ASSERT_EQ(cu_DSHMManager_incCounter(registry.me, names[1].c_str()), 0U);
-    const auto places = [] {
+    const char* counted = names[1].c_str();
+    ASSERT_EQ(cu_DSHMManager_incCounter(registry.me, counted), 0U);
+    const support::Injection failing = support::Injection::ofEvery("close", EIO);
+    const auto expectFailure = [](const std::string& places, auto call) {
+        EXPECT_EQ(call(), cu_ERROR_SHM_CLOSE_FAILED);
         std::string functions;
         std::istringstream trace(support::trace());
         for (std::string line; std::getline(trace, line);)
             functions += line.substr(0, line.find(' ') + 1);
-        return functions;
+        EXPECT_EQ(functions, "dshmValueDel RBTreeImpl_delete cu_RBTree_" + places + ' ');
     };
-    const support::Injection failing = support::Injection::ofEvery("close", EIO);
-    EXPECT_SYSTEM_FAILURE(cu_DSHMManager_rem(registry.me, name), cu_ERROR_SHM_CLOSE_FAILED, EIO,
-                          "cu_SharedMemory_delete", "src/cUtil/sharedMemory.linux", "");
-    EXPECT_EQ(places(), "dshmValueDel RBTreeImpl_delete cu_RBTree_rem cu_DSHMManager_remImpl cu_DSHMManager_rem ");
-    EXPECT_EQ(cu_DSHMManager_decCounter(registry.me, names[1].c_str(), true), cu_ERROR_SHM_CLOSE_FAILED);
-    EXPECT_EQ(places(),
-              "dshmValueDel RBTreeImpl_delete cu_RBTree_rem cu_DSHMManager_remImpl cu_DSHMManager_decCounter ");
+    expectFailure("rem cu_DSHMManager_remImpl cu_DSHMManager_rem",
+                  [&] { return cu_DSHMManager_rem(registry.me, name); });
+    expectFailure("rem cu_DSHMManager_remImpl cu_DSHMManager_decCounter",
+                  [&] { return cu_DSHMManager_decCounter(registry.me, counted, true); });
     EXPECT_EQ(registry.count(), 1U);
     // First the one that is left, then those again; the registry's own end closes all three.
-    for (int attempt = 0; attempt < 4; ++attempt) {
-        EXPECT_EQ(cu_DSHMManager_delete(&registry.me), cu_ERROR_SHM_CLOSE_FAILED);
-        EXPECT_EQ(places(), "dshmValueDel RBTreeImpl_delete cu_RBTree_delete cu_DSHMManager_delete ");
-    }
+    for (int attempt = 0; attempt < 4; ++attempt)
+        expectFailure("delete cu_DSHMManager_delete", [&] { return cu_DSHMManager_delete(&registry.me); });
 }
 
 TEST_F(DSHMManager, closesAgainWhatItCannotRegister)
@@ -230,12 +202,11 @@ TEST_F(DSHMManager, tellsThePointersThatItRefuses)
     const auto expectTold = [](const char* function, const std::string& text, auto call) {
         EXPECT_FAILURE(call(), cu_ERROR_COM_INVALID_ARGUMENT, function, file, text);
     };
-    cu_DSHMManager* none = nullptr;
-    cu_DSHMManager* taken = me;
-    for (cu_DSHMManager** const handle : {static_cast<cu_DSHMManager**>(nullptr), &taken})
-        expectTold("cu_DSHMManager_new", "me=" + at(handle), [&] { return cu_DSHMManager_new(handle); });
-    for (cu_DSHMManager** const handle : {static_cast<cu_DSHMManager**>(nullptr), &none})
-        expectTold("cu_DSHMManager_delete", "me=" + at(handle), [&] { return cu_DSHMManager_delete(handle); });
+    cu_DSHMManager* handles[] = {me, nullptr};
+    for (cu_DSHMManager** const bad : {static_cast<cu_DSHMManager**>(nullptr), &handles[0]})
+        expectTold("cu_DSHMManager_new", "me=" + at(bad), [&] { return cu_DSHMManager_new(bad); });
+    for (cu_DSHMManager** const bad : {static_cast<cu_DSHMManager**>(nullptr), &handles[1]})
+        expectTold("cu_DSHMManager_delete", "me=" + at(bad), [&] { return cu_DSHMManager_delete(bad); });
     // One argument after the other is null.
     for (int null = 0; null < 3; ++null) {
         SCOPED_TRACE(null);
