@@ -2,12 +2,16 @@
 #pragma once
 
 #include "support/pinned.h"
+#include "support/refusal.h"
+#include "support/sweep.h"
+#include "support/systemFailure.h"
 
 #include <cUtil/network/ipAddress.h>
 #include <cUtil/network/selectable.h>
 #include <cUtil/network/tcpServerSocket.h>
 #include <cUtil/network/tcpSocket.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -67,16 +71,6 @@ inline int allowDescriptors(rlim_t count)
     return static_cast<int>(limit.rlim_cur);
 }
 
-inline int descriptorOf(cu_TCPSocket* socket)
-{
-    return cu_TCPSocket_getSelectable(socket)->handle;
-}
-
-inline bool isClosedOnExec(int descriptor)
-{
-    return (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
-}
-
 /// Address and port, in host byte order, that the system knows of one end of a connection.
 struct Place {
     uint32_t address = 0;
@@ -91,6 +85,15 @@ inline Place placeOf(const cu_Selectable* selectable)
     socklen_t size = sizeof(address);
     EXPECT_EQ(getsockname(selectable->handle, reinterpret_cast<sockaddr*>(&address), &size), 0);
     return {ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)};
+}
+
+/// What the system says of an option; of a time, its seconds.
+inline int32_t kernelOption(const cu_Selectable* selectable, int level, int name)
+{
+    int32_t value[8] = {};
+    socklen_t size = sizeof(value);
+    EXPECT_EQ(getsockopt(selectable->handle, level, name, value, &size), 0);
+    return value[0];
 }
 
 /// A server on a port of the loopback interface that the system chooses.
