@@ -1,5 +1,4 @@
 #include "support/process.h"
-#include "support/record.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
 #include "support/systemFailure.h"
@@ -7,15 +6,13 @@
 #include <cUtil/network/ipAddress.h>
 #include <cUtil/network/ipNetworkInfo.h>
 
-#include <cerrno>
+#include <gmock/gmock.h>
+
 #include <cstring>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sched.h>
-#include <string>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <vector>
 
 namespace
@@ -23,13 +20,7 @@ namespace
 
 constexpr char file[] = "src/cUtil/network/ipNetworkInfo.linux";
 
-struct Item {
-    std::string name;
-    uint32_t address;
-    uint32_t netmask;
-
-    friend bool operator==(const Item&, const Item&) = default;
-};
+using Item = std::tuple<std::string, uint32_t, uint32_t>; // name, address, netmask
 
 std::vector<Item> snapshot()
 {
@@ -38,59 +29,50 @@ std::vector<Item> snapshot()
     EXPECT_EQ(cu_IPNetworkInfo_new(&info, allocator.get()), 0U);
     uint32_t count = ~0U;
     EXPECT_EQ(cu_IPNetworkInfo_getNumItems(info, &count), 0U);
-    std::vector<Item> items;
-    const cu_IPNetworkInfoItem* item = nullptr;
+    std::vector<Item> items(count);
+    const cu_IPNetworkInfoItem* found = nullptr;
     for (uint32_t i = 0; i < count; ++i) {
         const char* name = nullptr;
-        uint32_t address = 0;
-        uint32_t netmask = 0;
-        EXPECT_EQ(cu_IPNetworkInfo_getItem(info, i, &item), 0U);
-        EXPECT_EQ(cu_IPNetworkInfo_getAdapterName(item, &name), 0U);
-        EXPECT_EQ(cu_IPNetworkInfo_getIPAddress(item, &address), 0U);
-        EXPECT_EQ(cu_IPNetworkInfo_getNetmask(item, &netmask), 0U);
-        items.push_back({name, address, netmask});
+        EXPECT_EQ(cu_IPNetworkInfo_getItem(info, i, &found), 0U);
+        EXPECT_EQ(cu_IPNetworkInfo_getAdapterName(found, &name), 0U);
+        EXPECT_EQ(cu_IPNetworkInfo_getIPAddress(found, &std::get<1>(items[i])), 0U);
+        EXPECT_EQ(cu_IPNetworkInfo_getNetmask(found, &std::get<2>(items[i])), 0U);
+        std::get<0>(items[i]) = name;
     }
-    EXPECT_REFUSED(cu_IPNetworkInfo_getItem(info, count, &item), "cu_IPNetworkInfo_getItem", file);
+    EXPECT_REFUSED(cu_IPNetworkInfo_getItem(info, count, &found), "cu_IPNetworkInfo_getItem", file);
     EXPECT_EQ(cu_IPNetworkInfo_delete(&info), 0U);
-    EXPECT_EQ(info, nullptr);
     return items;
 }
 
 // The loopback interface, or under another name one more address of it.
-void setUp(const char* name, uint32_t address, uint32_t netmask)
+void setUp(const Item& item)
 {
     ifreq request = {};
-    strcpy(request.ifr_name, name);
-    const auto ask = [&, descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)](unsigned long what) {
-        ASSERT_EQ(ioctl(descriptor, what, &request), 0) << strerror(errno);
-    };
     auto* place = static_cast<sockaddr_in*>(static_cast<void*>(&request.ifr_addr));
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    strcpy(request.ifr_name, std::get<0>(item).c_str());
     place->sin_family = AF_INET;
-    place->sin_addr.s_addr = htonl(address);
-    ask(SIOCSIFADDR);
-    place->sin_addr.s_addr = htonl(netmask);
-    ask(SIOCSIFNETMASK);
+    place->sin_addr.s_addr = htonl(std::get<1>(item));
+    EXPECT_EQ(ioctl(descriptor, SIOCSIFADDR, &request), 0);
+    place->sin_addr.s_addr = htonl(std::get<2>(item));
+    EXPECT_EQ(ioctl(descriptor, SIOCSIFNETMASK, &request), 0);
     request.ifr_flags = IFF_UP;
-    ask(SIOCSIFFLAGS);
-}
-
-TEST(IPNetworkInfo, theLoopbackInterfaceIsListed)
-{
-    EXPECT_THAT(snapshot(), testing::Contains(Item{"lo", CU_IP_ADDRESS_LOCAL, 0xFF000000}));
+    EXPECT_EQ(ioctl(descriptor, SIOCSIFFLAGS, &request), 0);
 }
 
 TEST(IPNetworkInfo, everyAddressIsAnItemAndAHostMayHaveNone)
 {
+    EXPECT_THAT(snapshot(), testing::Contains(Item{"lo", CU_IP_ADDRESS_LOCAL, 0xFF000000}));
     constexpr int refused = 77;
     const support::Outcome outcome = support::outcomeOf([] {
         if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
             _exit(refused);
         EXPECT_EQ(snapshot(), std::vector<Item>());
-        std::vector<Item> expected = {{"lo", CU_IP_ADDRESS_LOCAL, 0xFF000000},
-                                      {"lo:1", 0x0A010203, 0xFFFFFF00},
-                                      {"lo:2", 0x0A090304, 0xFFFE0000}};
+        const std::vector<Item> expected = {{"lo", CU_IP_ADDRESS_LOCAL, 0xFF000000},
+                                            {"lo:1", 0x0A010203, 0xFFFFFF00},
+                                            {"lo:2", 0x0A090304, 0xFFFE0000}};
         for (const Item& item : expected)
-            setUp(item.name.c_str(), item.address, item.netmask);
+            setUp(item);
         EXPECT_EQ(snapshot(), expected);
     });
     if (outcome.status == refused)
