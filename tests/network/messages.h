@@ -49,7 +49,7 @@ inline std::string contentOf(const cu_Message* message)
     uint32_t size = 0;
     EXPECT_EQ(cu_Message_get(message, &data), 0U);
     EXPECT_EQ(cu_Message_getSize(message, &size), 0U);
-    return {data, data + size};
+    return {reinterpret_cast<const char*>(data), size};
 }
 
 inline uint32_t cursorOf(const cu_Message* message)
