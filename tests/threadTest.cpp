@@ -188,6 +188,7 @@ TEST_F(Thread, aFailingSystemCallIsPassedOnAndLeavesTheMutexToTheNextCall)
     ASSERT_EQ(start(), 0U);
     fails(end, "cu_Thread_delete", "sem_wait", cu_ERROR_SEM_LOCK_FAILED, cu_THREAD_STOPPED);
     gate = true;
+    fails(end, "cu_Thread_delete", "sem_post", cu_ERROR_SEM_UNLOCK_FAILED, cu_THREAD_IDLE);
     failsToUnlockAndToLock(end, "cu_Thread_delete", cu_THREAD_SHUT_DOWN);
     EXPECT_EQ(cu_Mutex_unlock(thread->mutex), 0U);
     for (int semaphore = 0; semaphore < 3; ++semaphore)
