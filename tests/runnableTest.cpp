@@ -8,6 +8,8 @@
 
 #include <cUtil/runnable.h>
 
+#include <gmock/gmock.h>
+
 #include <vector>
 
 namespace
@@ -60,10 +62,8 @@ TEST_F(Runnable, constructorLeavesNothingBehindAndBadArgumentsAreRefused)
 
 TEST_F(Runnable, anEndWithoutAnAnnouncementIsRefusedAndChangesNothing)
 {
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_FAILURE(cu_Runnable_unlock(runnable), cu_ERROR_COM_INVARIANT, "cu_Runnable_unlock", file, "");
-        EXPECT_EQ(cu_Runnable_wait(runnable), 0U);
-    }
+    EXPECT_FAILURE(cu_Runnable_unlock(runnable), cu_ERROR_COM_INVARIANT, "cu_Runnable_unlock", file, "");
+    EXPECT_EQ(cu_Runnable_wait(runnable), 0U);
     // The argument and a full pointer back are passed all the same.
     function = [](void* passed) { return UINTPTR_MAX - reinterpret_cast<uintptr_t>(passed); };
     int argument = 0;
@@ -111,22 +111,18 @@ TEST_F(Runnable, failedWaitsAreReportedAndDoNotKeepTheRunnableLocked)
 {
     bool signalled = false;
     const cu_TimeValue invalid = {0, 1'000'000'000};
-    const auto expectPassedOn = [](const std::string& name) {
-        EXPECT_NE(support::trace().find(name + "  -  src/cUtil/runnable:"), std::string::npos) << name;
-    };
     ASSERT_EQ(cu_Runnable_lock(runnable), 0U);
-    EXPECT_EQ(cu_Runnable_timedWait(runnable, &invalid, &signalled), cu_ERROR_CONDWAIT_WAIT_FAILED);
-    expectPassedOn("cu_Runnable_timedWait");
-    EXPECT_FALSE(signalled);
     {
         const support::Injection injection("pthread_cond_wait", EINVAL);
         EXPECT_EQ(cu_Runnable_delete(runnable.handle()), cu_ERROR_CONDWAIT_WAIT_FAILED);
-        expectPassedOn("cu_Runnable_wait");
-        expectPassedOn("cu_Runnable_delete");
+        for (const char* name : {"cu_Runnable_wait", "cu_Runnable_delete"})
+            EXPECT_THAT(support::trace(), testing::HasSubstr(std::string(name) + "  -  src/cUtil/runnable:"));
     }
     std::thread waiter([&] { EXPECT_EQ(cu_Runnable_wait(runnable), 0U); });
     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // so that it waits, most likely; either way holds
     EXPECT_EQ(cu_Runnable_timedWait(runnable, &invalid, &signalled), cu_ERROR_CONDWAIT_WAIT_FAILED);
+    EXPECT_THAT(support::trace(), testing::HasSubstr("cu_Runnable_timedWait  -  src/cUtil/runnable:"));
+    EXPECT_FALSE(signalled);
     EXPECT_EQ(cu_Runnable_unlock(runnable), 0U);
     waiter.join(); // another one's failure does not let it be forgotten
     for (const char* systemCall : {"pthread_cond_destroy", "pthread_mutex_destroy"}) {
@@ -199,43 +195,27 @@ TEST(RunnableRace, whoEndsTheLastExecutionDoesNotTouchItAfterwards)
 // may forget to wake it.
 TEST(RunnableRace, deletionMeetsTheLastExecution)
 {
-    constexpr int threads = 2;
-    const int rounds = support::scaled(1000);
     support::GraveAllocator graves;
     std::atomic<int> ended = 0;
     Function function = [&](void*) { return static_cast<uintptr_t>(++ended); };
-    std::atomic<cu_Runnable*> runnables[threads] = {};
+    std::atomic<cu_Runnable*> next = nullptr;
     std::atomic<bool> over = false;
-    const auto pauseAt = [](int look) {
-        look % 1000 != 0 ? cu::internal::relaxProcessor() : std::this_thread::yield();
-    };
-    std::vector<std::jthread> workers;
-    for (auto& next : runnables)
-        workers.emplace_back([&] {
-            for (int look = 0; !over; ++look) {
-                cu_Runnable* mine = next.exchange(nullptr);
-                if (mine != nullptr) {
-                    EXPECT_EQ(cu_Runnable_lock(mine), 0U);
-                    execute(mine);
-                    execute(mine);
-                } else
-                    pauseAt(look);
-            }
-        });
-    for (int round = 0; round < rounds; ++round) {
+    const std::jthread worker([&] {
+        for (int look = 0; !over; ++look)
+            if (cu_Runnable* mine = next.exchange(nullptr); mine != nullptr)
+                execute(mine);
+            else if (look % 1000 == 0)
+                std::this_thread::yield();
+    });
+    for (int round = 1; round <= support::scaled(2000); ++round) {
         cu_Runnable* mine = nullptr;
-        const int before = ended;
         ASSERT_EQ(cu_Runnable_new(&mine, call, &function, graves.get()), 0U);
-        for (int thread = 0; thread < threads; ++thread)
-            EXPECT_EQ(cu_Runnable_lock(mine), 0U);
-        for (auto& next : runnables)
-            next = mine;
-        for (int look = 0; round % 8 != 0 && ended < before + 2 * threads - 1; ++look)
-            pauseAt(look);
-        for (int delay = round % 32; delay != 0; --delay)
+        EXPECT_EQ(cu_Runnable_lock(mine), 0U);
+        next = mine;
+        for (int delay = round % 64; delay != 0; --delay)
             cu::internal::relaxProcessor();
         EXPECT_EQ(cu_Runnable_delete(&mine), 0U);
-        EXPECT_EQ(ended, before + 2 * threads);
+        EXPECT_EQ(ended, round);
     }
     over = true;
 }
