@@ -195,27 +195,43 @@ TEST(RunnableRace, whoEndsTheLastExecutionDoesNotTouchItAfterwards)
 // may forget to wake it.
 TEST(RunnableRace, deletionMeetsTheLastExecution)
 {
+    constexpr int threads = 2;
+    const int rounds = support::scaled(1000);
     support::GraveAllocator graves;
     std::atomic<int> ended = 0;
     Function function = [&](void*) { return static_cast<uintptr_t>(++ended); };
-    std::atomic<cu_Runnable*> next = nullptr;
+    std::atomic<cu_Runnable*> runnables[threads] = {};
     std::atomic<bool> over = false;
-    const std::jthread worker([&] {
-        for (int look = 0; !over; ++look)
-            if (cu_Runnable* mine = next.exchange(nullptr); mine != nullptr)
-                execute(mine);
-            else if (look % 1000 == 0)
-                std::this_thread::yield();
-    });
-    for (int round = 1; round <= support::scaled(2000); ++round) {
+    const auto pauseAt = [](int look) {
+        look % 1000 != 0 ? cu::internal::relaxProcessor() : std::this_thread::yield();
+    };
+    std::vector<std::jthread> workers;
+    for (auto& next : runnables)
+        workers.emplace_back([&] {
+            for (int look = 0; !over; ++look) {
+                cu_Runnable* mine = next.exchange(nullptr);
+                if (mine != nullptr) {
+                    EXPECT_EQ(cu_Runnable_lock(mine), 0U);
+                    execute(mine);
+                    execute(mine);
+                } else
+                    pauseAt(look);
+            }
+        });
+    for (int round = 0; round < rounds; ++round) {
         cu_Runnable* mine = nullptr;
+        const int before = ended;
         ASSERT_EQ(cu_Runnable_new(&mine, call, &function, graves.get()), 0U);
-        EXPECT_EQ(cu_Runnable_lock(mine), 0U);
-        next = mine;
-        for (int delay = round % 64; delay != 0; --delay)
+        for (int thread = 0; thread < threads; ++thread)
+            EXPECT_EQ(cu_Runnable_lock(mine), 0U);
+        for (auto& next : runnables)
+            next = mine;
+        for (int look = 0; round % 8 != 0 && ended < before + 2 * threads - 1; ++look)
+            pauseAt(look);
+        for (int delay = round % 32; delay != 0; --delay)
             cu::internal::relaxProcessor();
         EXPECT_EQ(cu_Runnable_delete(&mine), 0U);
-        EXPECT_EQ(ended, round);
+        EXPECT_EQ(ended, before + 2 * threads);
     }
     over = true;
 }

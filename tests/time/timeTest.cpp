@@ -134,10 +134,11 @@ TEST(Sleep, aFailureReportsErrnoAsItStandsAndNotItsCause)
 {
     constexpr cu_TimeValue improper = {0, 1000000000};
     for (const int left : {0, EIO})
-        for (const auto& [sleep, name] :
-             {std::pair(&cu_sleepRelative, "cu_sleepRelative"), {cu_sleepAbsolute, "cu_sleepAbsolute"}})
-            EXPECT_SYSTEM_FAILURE((errno = left, sleep(&improper, CLOCK_MONOTONIC)), cu_ERROR_SLEEP_FAILED, left, name,
-                                  systemFile, "errno[" + std::to_string(left) + "]='" + strerror(left) + "'");
+        for (const auto& each :
+             {std::pair(&cu_sleepRelative, "cu_sleepRelative"), {&cu_sleepAbsolute, "cu_sleepAbsolute"}})
+            EXPECT_SYSTEM_FAILURE((errno = left, each.first(&improper, CLOCK_MONOTONIC)), cu_ERROR_SLEEP_FAILED, left,
+                                  each.second, systemFile,
+                                  "errno[" + std::to_string(left) + "]='" + strerror(left) + "'");
 }
 
 TEST(Sleep, anInterruptedIntervalStartsAfresh)
