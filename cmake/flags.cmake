@@ -27,7 +27,8 @@ target_compile_options(koCUtilLibraryFlags INTERFACE
     -fno-exceptions -fno-rtti -fno-threadsafe-statics
     -fvisibility=hidden -fno-semantic-interposition
     -ffunction-sections -fdata-sections
-    -fstack-protector-strong)
+    -fstack-protector-strong
+    $<$<CONFIG:Release>:-g>) # see debugInformation.cmake
 set(KOCUTIL_NO_UNDEFINED LINKER:--no-undefined)
 
 # asan: AddressSanitizer, UndefinedBehaviorSanitizer and leak check; tsan: ThreadSanitizer; fuzz: asan, and Clang's

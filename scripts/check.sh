@@ -22,7 +22,7 @@ lint() {
     cmake --preset clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "$PWD/src/cUtil/.*"
 }
 
-need native clang arm board lint docs fuzz
+need native clang arm board lint abi docs fuzz
 
 check "format" format
 check "shell scripts" shellScripts
@@ -32,6 +32,9 @@ check "build" build release
 check "exported names" scripts/check/symbols.sh nm build/release/libkoCUtil.so
 check "shared object" scripts/check/sharedObject.sh readelf build/release/libkoCUtil.so
 check "installed copy" scripts/check/installed.sh build/release
+check "library for ARM" build arm koCUtil
+check "binary interface" scripts/check/abi.sh
+grep ', new: ' "$logs/binary-interface.log" || true
 scripts/docs.sh || failures+=("docs")
 check "lint" lint
 scripts/fuzz.sh || failures+=("fuzz")
