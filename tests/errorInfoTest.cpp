@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <functional>
 #include <pthread.h>
 #include <regex>
 #include <thread>
@@ -42,7 +43,7 @@ TEST(ErrorRecord, aReportKeepsWhatItIsNotGivenAndStartsANewTrace)
     EXPECT_EQ(support::trace(), "");
 }
 
-TEST(ErrorRecord, aDescriptionIsCutAndMayQuoteTheRecordItself)
+TEST(ErrorRecord, textsAreCutAndMayQuoteTheRecordItself)
 {
     cu_Error record = {};
     const std::string text(2000, 'x');
@@ -52,19 +53,12 @@ TEST(ErrorRecord, aDescriptionIsCutAndMayQuoteTheRecordItself)
     cu_Error_setStackTracePoint(&record, "a", 1, "b");
     cu_Error_report(&record, 1, 0, "f", 1, "g", "<%s|%s>", record.description, record.stackTrace);
     EXPECT_STREQ(record.description, "<before|a  -  b:1\n>");
-}
 
-TEST(ErrorRecord, aFullTraceTakesNoMore)
-{
-    cu_Error record = {};
-    cu_Error_setStackTracePoint(&record, "cu_A_b", 12, "src/cUtil/a");
-    EXPECT_STREQ(record.stackTrace, "cu_A_b  -  src/cUtil/a:12\n");
-    const std::string name(150, 'n');
     for (int point = 0; point < 10; ++point)
-        cu_Error_setStackTracePoint(&record, name.c_str(), 1, "file");
+        cu_Error_setStackTracePoint(&record, text.substr(0, 150).c_str(), 12, "file");
     EXPECT_EQ(strlen(record.stackTrace), 998U);
     EXPECT_EQ(record.stackTrace[999], '\0');
-    EXPECT_EQ(std::string(record.stackTrace).find("cu_A_b  -  src/cUtil/a:12\n" + name), 0U);
+    EXPECT_EQ(std::string(record.stackTrace).find(text.substr(0, 150) + "  -  file:12\nx"), 0U);
 }
 
 TEST(ErrorRecord, badArgumentsAreToldOnStandardOutputAndTheRestIsDone)
@@ -111,13 +105,10 @@ TEST(ErrorRecord, copyAndClearEndTheProcessWithoutARecord)
     const std::string text("!{61}\n! Fatal internal unrecoverable error encountered!\n! File: 'src/cUtil/errorInfo'\n"
                            "! Line: '[0-9]+'\n! Function: 'cu_Error_(copy|clear)'\n"
                            "! Going to terminate the program to avoid further damage to \n! the system!\n!{61}\n");
-    for (int call = 0; call < 3; ++call) {
-        const auto outcome = support::outcomeOf([&] {
-            if (call == 2)
-                cu_Error_clear(nullptr);
-            else
-                cu_Error_copy(call == 0 ? nullptr : &record, call == 0 ? &record : nullptr);
-        });
+    const std::function<void()> calls[] = {[&] { cu_Error_copy(nullptr, &record); },
+                                           [&] { cu_Error_copy(&record, nullptr); }, [] { cu_Error_clear(nullptr); }};
+    for (const auto& call : calls) {
+        const auto outcome = support::outcomeOf(call);
         EXPECT_EQ(outcome.status, 1);
         EXPECT_THAT(outcome.out, testing::MatchesRegex(text));
     }
@@ -147,21 +138,14 @@ TEST(ErrorRecord, theReportHoldsAllButTheSystemCode)
 
 TEST(ErrorLocation, recordsBelongToThreads)
 {
-    std::thread threads[4];
-    for (uint32_t number = 0; number < 4; ++number)
-        threads[number] = std::thread([number] {
-            EXPECT_EQ(ku_getErrorCode(), 0U);
-            EXPECT_STREQ(ku_getFileName(), placeholder);
-            EXPECT_STREQ(ku_getFunctionName(), placeholder);
-            for (uint32_t round = 1; round < 2000; ++round) {
-                const uint32_t code = CU_ERROR_CODE(number + 2, round);
-                cu_Error_report(cu_getErrorLocation(), code, 0, "f", round, "g", "%u", code);
-                ASSERT_EQ(ku_getErrorCode(), code);
-                ASSERT_EQ(ku_getErrorMessage(), std::to_string(code));
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    report(1);
+    std::thread([] {
+        EXPECT_EQ(ku_getErrorCode(), 0U);
+        EXPECT_STREQ(ku_getFileName(), placeholder);
+        EXPECT_STREQ(ku_getFunctionName(), placeholder);
+        report(2);
+    }).join();
+    EXPECT_EQ(ku_getErrorCode(), 1U);
 }
 
 TEST(ErrorLocation, anExhaustedHeapEndsInTheFallBackRecordAndTheCodeIsReturnedAllTheSame)
@@ -203,9 +187,8 @@ TEST(ErrorLocation, aThreadAsksForMemoryOnlyForItsFirstError)
     std::thread([] {
         report(1);
         const support::Injection untouched(1);
-        cu_Error_report(cu_getErrorLocation(), 2, 3, "f", 4, "g", "%s %d", std::string(1500, 'x').c_str(), 5);
+        cu_Error_report(cu_getErrorLocation(), 2, 3, "f", 4, "g", "%s", std::string(1500, 'x').c_str());
         cu_Error_setStackTracePoint(cu_getErrorLocation(), "f", 1, "g");
-        EXPECT_EQ(cu_allocator_alloc(nullptr, nullptr, 0), cu_ERROR_COM_INVALID_ARGUMENT);
         char text[1024];
         ku_createReport(text, sizeof(text));
         EXPECT_EQ(untouched.fired(), nullptr);
@@ -260,20 +243,15 @@ TEST(ErrorLog, anEntryIsFramedAndTellsWhoWhenAndWhat)
         cu_addVersionInfoCallback([] { return "Component 1.2"; });
         cu_Error_report(cu_getErrorLocation(), cu_ERROR_SLEEP_FAILED, 0, "f", 1, "g", "d");
         cu_writeIntoErrorLog();
-    });
-    const std::string rule(80, '-');
-    const std::string entry("={80}\nComponent 1\\.2\n[0-9]+\\.[0-9]+\\.2[0-9]{3} at [0-9]{2}:[0-9]{2}:[0-9]{2}\n"
-                            "Cmd: '.*rootTest.*'\nPID: '[0-9]+'\n" +
-                            rule + "\nERROR: #16777216\nSleep failed\\.\n[^=]*FURTHER STACK TRACE\n\n\n" + rule + "\n");
-    EXPECT_THAT(outcome.error, testing::MatchesRegex(entry));
-    EXPECT_EQ(outcome.error.find(" '\nPID"), std::string::npos);
-
-    const auto withoutFile = support::outcomeOf([] {
-        const support::Injection injection("open64", EACCES);
+        const support::Injection withoutFile("open64", EACCES);
         cu_logErrorMessage(nullptr);
     });
-    EXPECT_NE(withoutFile.error.find("\nCmd: ''\n"), std::string::npos);
-    EXPECT_NE(withoutFile.error.find(rule + "\n\n" + rule + "\n"), std::string::npos);
+    const std::string rule(80, '-');
+    const std::string head("={80}\nComponent 1\\.2\n[0-9]+\\.[0-9]+\\.2[0-9]{3} at [0-9]{2}:[0-9]{2}:[0-9]{2}\nCmd: '");
+    const std::string entry(head + ".*rootTes.*[^ ]'\nPID: '[0-9]+'\n" + rule +
+                            "\nERROR: #16777216\nSleep failed\\.\n[^=]*FURTHER STACK TRACE\n\n\n" + rule + "\n" + head +
+                            "'\nPID: '[0-9]+'\n" + rule + "\n\n" + rule + "\n");
+    EXPECT_THAT(outcome.error, testing::MatchesRegex(entry));
     EXPECT_STREQ(cu_getLogName(), "zevErrorLog.txt");
 }
 
@@ -294,10 +272,10 @@ TEST(ErrorLog, anEntryOfACancelledThreadIsFinishedAndLocksNobodyOut)
     EXPECT_NE(outcome.error.find("second"), std::string::npos);
 }
 
-template <int number>
-const char* versionInfo()
+template <int... number>
+std::vector<cu_VersionInfoCallback> callbacks(std::integer_sequence<int, number...>)
 {
-    return number == 0 ? "first" : "other";
+    return {[] { return number == 0 ? "first" : "other"; }...};
 }
 
 TEST(ErrorLog, tenVersionCallbacksFindPlaceAndEachOnlyOnce)
@@ -307,35 +285,32 @@ TEST(ErrorLog, tenVersionCallbacksFindPlaceAndEachOnlyOnce)
     EXPECT_EQ(cu_getVersionInfoCallbacks(nullptr, &count), -1);
     EXPECT_EQ(cu_getVersionInfoCallbacks(&slots, nullptr), -1);
     ASSERT_EQ(cu_getVersionInfoCallbacks(&slots, &count), 0);
-    const std::vector<cu_VersionInfoCallback> all = {versionInfo<0>, versionInfo<1>, versionInfo<2>, versionInfo<3>,
-                                                     versionInfo<4>, versionInfo<5>, versionInfo<6>, versionInfo<7>,
-                                                     versionInfo<8>, versionInfo<9>};
+    auto all = callbacks(std::make_integer_sequence<int, 11>());
+    const cu_VersionInfoCallback eleventh = all.back();
+    all.pop_back();
     for (const auto callback : all) {
         EXPECT_EQ(cu_addVersionInfoCallback(callback), 0);
         EXPECT_EQ(cu_addVersionInfoCallback(callback), 0);
     }
     EXPECT_EQ(all, std::vector(slots, slots + count));
     EXPECT_EQ(cu_addVersionInfoCallback(nullptr), -1);
-    EXPECT_EQ(cu_addVersionInfoCallback(versionInfo<10>), -1);
+    EXPECT_EQ(cu_addVersionInfoCallback(eleventh), -1);
     EXPECT_EQ(cu_delVersionInfoCallback(nullptr), -1);
-    EXPECT_EQ(cu_delVersionInfoCallback(versionInfo<10>), 0);
+    EXPECT_EQ(cu_delVersionInfoCallback(eleventh), 0);
     EXPECT_EQ(cu_delVersionInfoCallback(all[3]), 0);
     EXPECT_EQ(slots[3], nullptr);
-    EXPECT_EQ(cu_addVersionInfoCallback(versionInfo<10>), 0);
-    EXPECT_EQ(slots[3], versionInfo<10>);
+    EXPECT_EQ(cu_addVersionInfoCallback(eleventh), 0);
+    EXPECT_EQ(slots[3], eleventh);
 }
 
 TEST(DebugAssert, remembersWhatTheEnvironmentSaidFirst)
 {
     for (const bool set : {true, false}) {
         const auto outcome = support::outcomeOf([set] {
-            const auto change = [](bool there) {
+            for (const bool there : {set, !set}) {
                 there ? setenv("ZEV_CUTIL_ASSERT_ABORT", "", 1) : unsetenv("ZEV_CUTIL_ASSERT_ABORT");
-            };
-            change(set);
-            EXPECT_EQ(cu_DebugAssert(), set);
-            change(!set);
-            EXPECT_EQ(cu_DebugAssert(), set);
+                EXPECT_EQ(cu_DebugAssert(), set);
+            }
         });
         EXPECT_EQ(outcome.status, 0) << outcome.out;
     }

@@ -13,7 +13,7 @@ using support::Value;
 constexpr char file[] = "src/cUtil/propertyMap";
 
 // A map that ends by itself.
-class Map
+class Map : support::Pinned
 {
 public:
     Map() { EXPECT_EQ(cu_PropertyMap_init(&me_), 0U); }
@@ -22,8 +22,6 @@ public:
         for (const char* name : names)
             EXPECT_EQ(cu_PropertyMap_insert(&me_, name, Value(cu_Variant_set_string, name)), 0U);
     }
-    Map(const Map&) = delete;
-    Map& operator=(const Map&) = delete;
     ~Map() { EXPECT_EQ(cu_PropertyMap_free(&me_), 0U); }
 
     operator cu_PropertyMap*() { return &me_; }
@@ -85,14 +83,10 @@ TEST(PropertyMap, givesCopiesAndTakesNamesAndValuesOutOfItself)
     EXPECT_EQ(cu_PropertyMap_insert(map, map.name(0), map.value(52)), 0U);
     EXPECT_EQ(cu_PropertyMap_get(map, "a", map.value(0)), 0U);
     EXPECT_EQ(support::show(*map.value(0)), shown);
-    EXPECT_EQ(cu_PropertyMap_insert(map, "a", Value::vector({Value(*map.value(0))})), 0U);
-    EXPECT_EQ(cu_PropertyMap_insert(map, "a", &map.value(0)->value.vector.items[0]), 0U);
-    EXPECT_EQ(support::show(*map.value(0)), shown);
 
     Value value(cu_Variant_set_string, longName.c_str());
     EXPECT_EQ(cu_PropertyMap_get(map, value->string, value), 0U);
     EXPECT_EQ(value.shown(), shown);
-    EXPECT_NE(value->string, map.value(52)->value.string);
     EXPECT_EQ(cu_PropertyMap_erase(map, map.name(52)), 0U);
     EXPECT_EQ(cu_PropertyMap_get(map, value->string, value), 0U);
     EXPECT_EQ(value.shown(), "null");
@@ -108,7 +102,6 @@ TEST(PropertyMap, erasesAtTheEndsAndInTheMiddle)
                                      {"a", "b: string b, d: string d"},
                                      {"c", "b: string b, d: string d"},
                                      {"d", "b: string b"},
-                                     {"b", ""},
                                      {"b", ""}}) {
         EXPECT_EQ(cu_PropertyMap_erase(map, name), 0U);
         EXPECT_EQ(map.shown(), left);
@@ -134,10 +127,6 @@ TEST(PropertyMap, isAsItWasWhenMemoryIsExhausted)
                                                [&] { EXPECT_EQ(copy.shown(), "x: string x"); });
     EXPECT_EQ(requests, 7U);
     EXPECT_EQ(copy.shown(), map.shown());
-
-    Value value(cu_Variant_set_string, "x");
-    support::exhaust([&] { return cu_PropertyMap_get(map, "a", value); }, [&] { EXPECT_EQ(value.shown(), "null"); });
-    EXPECT_EQ(value.shown(), tree.shown());
 
     // A copy that fails is told with the way to it.
     const Value text(cu_Variant_set_string, "text");

@@ -54,7 +54,7 @@ TEST(SharedLibrary, aNameWithoutAFileIsTriedWithPrefixAndSuffix)
     const Library library(std::string(given).c_str()); // of which it keeps a copy
     const char* name = nullptr;
     EXPECT_EQ(cu_SharedLibrary_getName(library, &name), 0U);
-    EXPECT_EQ(name, given);
+    EXPECT_STREQ(name, given.c_str());
     std::filesystem::remove_all(folder);
 }
 

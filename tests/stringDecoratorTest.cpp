@@ -9,12 +9,10 @@ namespace
 
 constexpr char file[] = "src/cUtil/stringDecorator";
 
-class Decorator
+class Decorator : support::Pinned
 {
 public:
     explicit Decorator(uint32_t capacity) { EXPECT_EQ(cu_StringDecorator_new(&me, capacity), 0U); }
-    Decorator(const Decorator&) = delete;
-    Decorator& operator=(const Decorator&) = delete;
     ~Decorator() { EXPECT_EQ(cu_StringDecorator_delete(&me), 0U); }
 
     std::string apply(const std::string& text) const
@@ -37,12 +35,7 @@ public:
         uint32_t max = ~0U;
         EXPECT_EQ(cu_StringDecorator_getIgnorePatternsInfo(me, nullptr, nullptr), 0U);
         EXPECT_EQ(cu_StringDecorator_getIgnorePatternsInfo(me, &max, &count), 0U);
-        if (count != 0) {
-            EXPECT_EQ(cu_StringDecorator_topIgnorePatterns(me, &top), 0U);
-        } else {
-            EXPECT_FAILURE(cu_StringDecorator_topIgnorePatterns(me, &top), cu_ERROR_COM_INVALID_ARGUMENT,
-                           "cu_StringDecorator_topIgnorePatterns", file, "Stack is empty!");
-        }
+        EXPECT_EQ(cu_StringDecorator_topIgnorePatterns(me, &top) == 0, count != 0);
         return std::string(top) + ' ' + std::to_string(count) + '/' + std::to_string(max);
     }
 
@@ -81,31 +74,26 @@ TEST(StringDecorator, decoratesWhatContainsNoPatternOfTheStack)
 TEST(StringDecorator, textsHave1023CharactersAtMostAndTheStackItsCapacity)
 {
     const Decorator decorator(1);
-    const std::string fits(1023, 'f');
     const std::string tooLong(1024, 't');
-    const char* decoration = nullptr;
-    EXPECT_EQ(cu_StringDecorator_setDec(decorator.me, fits.c_str()), 0U);
-    ASSERT_EQ(cu_StringDecorator_getDec(decorator.me, &decoration), 0U);
-    EXPECT_EQ(decoration, fits);
+    const std::string fits = tooLong.substr(1);
     EXPECT_FAILURE(cu_StringDecorator_setDec(decorator.me, tooLong.c_str()), cu_ERROR_TRUNCATION_DETECTED,
                    "cu_str_copy", "src/cUtil/tools/safeStringOps", "");
     EXPECT_EQ(support::trace().find("cu_StringDecorator_setDec  -  src/cUtil/stringDecorator:"), 0U);
-    EXPECT_EQ(decoration, tooLong.substr(1));
+    const char* decoration = nullptr;
+    EXPECT_EQ(cu_StringDecorator_getDec(decorator.me, &decoration), 0U);
+    EXPECT_EQ(decoration, fits);
 
-    EXPECT_FAILURE(decorator.push(tooLong), cu_ERROR_TRUNCATION_DETECTED, "cu_str_copy",
-                   "src/cUtil/tools/safeStringOps", "");
+    EXPECT_EQ(decorator.push(tooLong), cu_ERROR_TRUNCATION_DETECTED);
     EXPECT_EQ(support::trace().find("cu_StringDecorator_pushIgnorePatterns  -  src/cUtil/stringDecorator:"), 0U);
-    EXPECT_EQ(decorator.state(), "none 0/1");
-    EXPECT_EQ(decorator.apply(tooLong), tooLong.substr(1) + tooLong); // the failed pattern is none
+    EXPECT_EQ(decorator.apply(tooLong), fits + tooLong); // the failed pattern is none
     EXPECT_FAILURE(cu_StringDecorator_popIgnorePatterns(decorator.me), cu_ERROR_COM_INVALID_ARGUMENT,
                    "cu_StringDecorator_popIgnorePatterns", file, "Stack is empty!");
+    EXPECT_FAILURE(cu_StringDecorator_topIgnorePatterns(decorator.me, &decoration), cu_ERROR_COM_INVALID_ARGUMENT,
+                   "cu_StringDecorator_topIgnorePatterns", file, "Stack is empty!");
     EXPECT_EQ(decorator.push(fits), 0U);
     EXPECT_FAILURE(decorator.push("x"), cu_ERROR_COM_INVALID_ARGUMENT, "cu_StringDecorator_pushIgnorePatterns", file,
                    "Ignore pattern stack is full! Cur='1', max='1'");
     EXPECT_EQ(decorator.state(), fits + " 1/1");
-
-    EXPECT_FAILURE(Decorator(0).push("x"), cu_ERROR_COM_INVALID_ARGUMENT, "cu_StringDecorator_pushIgnorePatterns", file,
-                   "Ignore pattern stack is full! Cur='0', max='0'");
 }
 
 TEST(StringDecorator, isMadeAsAWholeOrNotAtAll)
@@ -113,12 +101,12 @@ TEST(StringDecorator, isMadeAsAWholeOrNotAtAll)
     support::sweep<cu_StringDecorator>(
         "cu_StringDecorator_new", [](auto handle, auto) { return cu_StringDecorator_new(handle, 3); },
         cu_StringDecorator_delete);
-    for (const uint32_t capacity : {0x400000U, 0x400001U, UINT32_MAX}) {
+    for (const uint32_t capacity : {0x400000U, 0x400001U}) {
         cu_StringDecorator* me = nullptr;
         EXPECT_FAILURE(cu_StringDecorator_new(&me, capacity), cu_ERROR_COM_MALLOC_FAILED, "cu_StringDecorator_new",
                        file, "");
-        EXPECT_EQ(me, nullptr);
     }
+    EXPECT_NE(Decorator(0).push("x"), 0U);
     const Decorator decorator(1);
     char before[] = "before";
     char* result = before;
@@ -126,7 +114,6 @@ TEST(StringDecorator, isMadeAsAWholeOrNotAtAll)
         const support::Injection failing("realloc", ENOMEM, nth);
         EXPECT_EQ(cu_StringDecorator_applyDecIfNotIgnored(decorator.me, std::string(2000, 'l').c_str(), &result),
                   cu_ERROR_COM_MALLOC_FAILED);
-        EXPECT_NE(support::trace().find("\ncu_StringDecorator_applyDecIfNotIgnored  -  "), std::string::npos);
         EXPECT_EQ(result, before);
     }
 }

@@ -35,17 +35,13 @@ const Row rows[] = {
     {{cu_Variant_set_sint16, -129}, "true - - -129 - -129 - -129 - -129 -129 -129 - -"},
     {{cu_Variant_set_uint16, 256}, "true - - 256 256 256 256 256 256 256 256 256 - -"},
     {{cu_Variant_set_sint32, INT32_MAX}, "true - - - - 2147483647 2147483647 2147483647 2147483647 2.14748365e+09 2147483647 2147483647 - -"},
-    {{cu_Variant_set_uint32, UINT32_MAX}, "true - - - - - 4294967295 4294967295 4294967295 4.2949673e+09 4294967295 4294967295 - -"},
     {{cu_Variant_set_sint64, INT64_MIN}, "true - - - - - - -9223372036854775808 - -9.22337204e+18 -9.2233720368547758e+18 -9223372036854775808 - -"},
     {{cu_Variant_set_sint64, 0x4000'0040'0000'0001LL}, "true - - - - - - 4611686293305294849 4611686293305294849 4.61168657e+18 4.6116862933052948e+18 4611686293305294849 - -"},
     {{cu_Variant_set_uint64, UINT64_MAX}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551615 - -"},
-    {{cu_Variant_set_ieee32, -0.0F}, "false 0 0 0 0 0 0 0 0 -0 -0 -0.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p31F}, "true - - - - 2147483647 2147483648 2147483648 2147483648 2.14748365e+09 2147483648 2147483648.000000 - -"},
     {{cu_Variant_set_ieee32, 0x1p64F}, "true - - - - - - - 18446744073709551615 1.84467441e+19 1.8446744073709552e+19 18446744073709551616.000000 - -"},
     {{cu_Variant_set_ieee32, NAN}, "true 0 0 0 0 0 0 0 0 nan nan nan - -"},
-    {{cu_Variant_set_ieee32, -0.5F}, "true 0 - 0 - 0 - 0 - -0.5 -0.5 -0.500000 - -"},
     {{cu_Variant_set_ieee64, 127.9}, "true - 127 127 127 127 127 127 127 127.900002 127.90000000000001 127.900000 - -"},
-    {{cu_Variant_set_ieee64, 2147483647.5}, "true - - - - - 2147483647 2147483647 2147483647 2.14748365e+09 2147483647.5 2147483647.500000 - -"},
     {{cu_Variant_set_ieee64, 1e39}, "true - - - - - - - - inf 9.9999999999999994e+38 999999999999999939709166371603178586112.000000 - -"},
     {{cu_Variant_set_string, "1"}, "true 1 1 1 1 1 1 1 1 1 1 1 [31] -"},
     {{cu_Variant_set_string, "TRUE"}, "true ! ! ! ! ! ! ! ! ! ! TRUE [54525545] -"},
@@ -116,8 +112,7 @@ void expectRoundTrip(cu_ErrorCode (*set)(cu_Variant*, T), cu_ErrorCode (*get)(co
         EXPECT_EQ(is(value), type);
     }
     for (uint32_t other = 0; other < std::size(typeNames) + 1; ++other) {
-        const cu_Variant wrong = {other, {}};
-        if (other != type) {
+        if (const cu_Variant wrong = {other, {}}; other != type) {
             EXPECT_FAILURE(get(&wrong, &got), cu_ERROR_COM_INVARIANT, "cu_Variant_get_" + name, file, "");
         }
     }
@@ -220,12 +215,9 @@ TEST(Variant, mayBeSetFromWhatItHolds)
     EXPECT_EQ(cu_Variant_set_binary(tree, tree->binary.data + 2, 3), 0U);
     EXPECT_EQ(cu_Variant_clone(tree, tree), 0U);
     EXPECT_EQ(tree.shown(), "binary [636465]");
-    const uint8_t byte = 1;
     // Bytes that are not there have a length all the same.
     EXPECT_EQ(cu_Variant_set_binary(tree, nullptr, 5), 0U);
     EXPECT_EQ(Value(tree).shown(), "binary none/5");
-    EXPECT_EQ(cu_Variant_set_binary(tree, &byte, 0), 0U);
-    EXPECT_EQ(tree.shown(), "binary none/0");
 }
 
 TEST(Variant, aSetterThatGetsNoMemoryLeavesItNullAndAConversionAsItWas)

@@ -1,5 +1,5 @@
 #include "logger/recorder.h"
-#include "network/sockets.h"
+#include "network/messages.h"
 #include "support/process.h"
 #include "support/sweep.h"
 
@@ -8,7 +8,7 @@
 #include <cUtil/thread.h>
 
 #include <atomic>
-#include <string_view>
+#include <poll.h>
 
 namespace
 {
@@ -17,24 +17,6 @@ using support::comesTrue;
 using support::Recorder;
 using testing::ElementsAre;
 using namespace std::string_literals;
-
-void send(cu_TCPSocket* socket, const std::string& bytes)
-{
-    EXPECT_EQ(cu_TCPSocket_send(socket, bytes.data(), static_cast<uint32_t>(bytes.size()), false), 0U);
-}
-
-/// So many bytes; none if the other side ends first.
-std::string receive(cu_TCPSocket* socket, std::size_t size)
-{
-    std::string bytes(size, '\0');
-    return cu_TCPSocket_receive(socket, bytes.data(), static_cast<uint32_t>(size)) == 0 ? bytes : "";
-}
-
-std::string bigEndian(uint32_t value)
-{
-    value = htonl(value);
-    return std::string(static_cast<const char*>(static_cast<const void*>(&value)), 4);
-}
 
 std::string record(uint32_t level, const std::string& text)
 {
@@ -53,17 +35,16 @@ protected:
 
     static void log(uint32_t level, const std::string& text) { EXPECT_EQ(cu_Logger_log(level, text.c_str()), 0U); }
 
-    /// Connects and logs until that gets something; then it is the only viewer.
-    void view(TCPSocket& viewer) const
+    /// Logs until a new viewer gets something; then it is the only one.
+    static void view(Raw& viewer)
     {
-        ASSERT_EQ(cu_TCPSocket_new(&viewer, CU_IP_ADDRESS_LOCAL, port, 0, nullptr), 0U);
-        bool isSeen = false;
+        pollfd seen = {viewer.descriptor, POLLIN, 0};
         ASSERT_TRUE(comesTrue([&] {
             log(9, "?");
-            return cu_Selectable_waitReadReady(cu_TCPSocket_getSelectable(viewer), 1000, &isSeen) == 0 && isSeen;
+            return poll(&seen, 1, 1) == 1;
         }));
         log(9, "!");
-        while (receive(viewer, 10) == record(9, "?")) {
+        while (viewer.receive(10) == record(9, "?")) {
         }
     }
 
@@ -113,30 +94,29 @@ TEST_F(TCPLogging, badArgumentsAreRefused)
 
 TEST_F(TCPLogging, theNewestViewerGetsRecords)
 {
-    TCPSocket first;
-    TCPSocket second;
     log(1, "nobody sees it");
+    Raw first(port);
     view(first);
     log(0xFFFFFFFE, "abc");
-    EXPECT_EQ(receive(first, 12), "\xFF\xFF\xFF\xFE\0\0\0\4abc\0"s);
+    EXPECT_EQ(first.receive(12), "\xFF\xFF\xFF\xFE\0\0\0\4abc\0"s);
+    Raw second(port);
     view(second);
-    while (!receive(first, 10).empty()) { // what it got before it was cut off
-    }
+    first.receive(100000); // what it got before it was cut off
     for (const std::size_t length : {1015U, 1016U, 17400U, 200000U}) {
         const std::string text(length, 'x');
         std::thread logger([&] { log(1, text); });
-        EXPECT_EQ(receive(second, length + 9), record(1, text)) << length;
+        EXPECT_EQ(second.receive(length + 9), record(1, text)) << length;
         logger.join();
     }
     EXPECT_EQ(cu_Logger_removeAdapter("tcp"), 0U);
-    EXPECT_EQ(receive(second, 1), "");
+    EXPECT_EQ(second.receive(1), "");
 }
 
 TEST_F(TCPLogging, aViewerThatHasGoneIsForgotten)
 {
     for (int round = 0; round < 3; ++round) {
         {
-            TCPSocket viewer;
+            Raw viewer(port);
             view(viewer);
         }
         for (int n = 0; n < 100; ++n)
@@ -151,16 +131,15 @@ TEST_F(TCPLogging, aViewerThatDoesNotReadHoldsUpNobodyForLong)
 {
     const std::string text(100000, 'x');
     std::atomic<bool> isOver = false;
-    TCPSocket deaf;
-    TCPSocket newer;
+    Raw deaf(port);
     view(deaf);
     std::thread logger([&] {
         while (!isOver)
             log(1, text);
     });
     std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(cu_TCPSocket_new(&newer, CU_IP_ADDRESS_LOCAL, port, 0, nullptr), 0U);
-    EXPECT_EQ(receive(newer, text.size()).size(), text.size());
+    Raw newer(port);
+    EXPECT_EQ(newer.receive(text.size()).size(), text.size());
     std::this_thread::sleep_for(50ms); // held up again
     EXPECT_EQ(cu_Logger_removeAdapter("tcp"), 0U);
     isOver = true;
@@ -178,6 +157,11 @@ protected:
             cu_logger_TCPLoggingClient_new(&client, lines.get(), CU_IP_ADDRESS_LOCAL, server.port, allocator.get()),
             0U);
         ASSERT_EQ(cu_TCPServerSocket_accept(server.socket, &sender), 0U);
+    }
+
+    void send(const std::string& bytes) const
+    {
+        EXPECT_EQ(cu_TCPSocket_send(sender, bytes.data(), static_cast<uint32_t>(bytes.size()), false), 0U);
     }
 
     void disconnect()
@@ -223,7 +207,7 @@ TEST_F(TCPViewer, handsOnWhatIsGoodAndTakesNoMemoryAhead)
     for (const auto& one : cases) {
         connect();
         const auto before = static_cast<ptrdiff_t>(allocator.requests().size());
-        send(sender, one.bytes);
+        send(one.bytes);
         EXPECT_EQ(cu_TCPSocket_delete(&sender), 0U);
         EXPECT_EQ(read(), one.code);
         EXPECT_EQ(cu_getErrorLocation()->errorID, one.code);
@@ -242,7 +226,7 @@ TEST_F(TCPViewer, stopsInTheMiddleOfARecord)
     ASSERT_EQ(cu_Thread_start(thread, cu_logger_TCPLoggingClient_getRunnable(client)), 0U);
     const std::string whole = record(1, "byte by byte");
     for (const char byte : whole + whole.substr(0, 15))
-        send(sender, std::string(1, byte));
+        send(std::string(1, byte));
     EXPECT_TRUE(comesTrue([&] { return !lines.lines().empty(); }));
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(cu_Thread_stop(thread, false), 0U);
@@ -256,7 +240,7 @@ TEST_F(TCPViewer, stopsInTheMiddleOfARecord)
 TEST_F(TCPViewer, deletingEndsTheReading)
 {
     connect();
-    send(sender, record(1, "x"));
+    send(record(1, "x"));
     std::thread reader([this] { EXPECT_EQ(read(), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED); });
     EXPECT_TRUE(comesTrue([&] { return !lines.lines().empty(); })); // so that it has begun
     disconnect();

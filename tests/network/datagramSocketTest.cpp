@@ -105,14 +105,12 @@ TEST(UDPSocket, aLongDatagramIsCutAnEmptyOneArrivesAndOnlyBroadcastIsAnOption)
     const cu_Selectable* selectable = cu_UDPSocket_getSelectable(socket);
     Place place = placeOf(selectable);
     EXPECT_EQ(place.address, CU_IP_ADDRESS_ANY);
-    for (const std::string sent : {"four", ""}) {
+    for (const uint32_t sent : {4U, 0U}) {
         char got[2] = {};
         uint32_t size = 7;
-        ASSERT_EQ(
-            cu_UDPSocket_send(socket, CU_IP_ADDRESS_LOCAL, place.port, sent.data(), static_cast<uint32_t>(sent.size())),
-            0U);
+        ASSERT_EQ(cu_UDPSocket_send(socket, CU_IP_ADDRESS_LOCAL, place.port, "four", sent), 0U);
         EXPECT_EQ(cu_UDPSocket_receive(socket, &place.address, &place.port, got, 2, &size), 0U);
-        EXPECT_EQ(std::string(got, size), sent.substr(0, 2));
+        EXPECT_EQ(std::string(got, size), sent != 0 ? "fo" : "");
     }
 
     int32_t value = -1;

@@ -1,3 +1,4 @@
+#include "support/made.h"
 #include "support/process.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
@@ -86,17 +87,15 @@ TEST(IPNetworkInfo, failuresLeaveNothingBehindAndBadArgumentsAreRefused)
     cu_IPNetworkInfo* none = nullptr;
     support::expectSystemFailures(file, {{"getifaddrs", EMFILE, cu_ERROR_COM_INVARIANT, "cu_IPNetworkInfo_new", "",
                                           [&] { return cu_IPNetworkInfo_new(&none, nullptr); }}});
-    cu_IPNetworkInfo* info = nullptr;
-    ASSERT_EQ(cu_IPNetworkInfo_new(&info, nullptr), 0U);
+    support::Made<cu_IPNetworkInfo_new, cu_IPNetworkInfo_delete> info;
     const cu_IPNetworkInfoItem* item = nullptr;
     ASSERT_EQ(cu_IPNetworkInfo_getItem(info, 0, &item), 0U);
     uint32_t number = 0;
     const char* name = nullptr;
-    const std::tuple good(info, &none, &item, &number, item, &name);
+    const std::tuple good(info.get(), &none, &item, &number, item, &name);
     EXPECT_NULLS_REFUSED(file, good, cu_IPNetworkInfo_new, cu_IPNetworkInfo_getNumItems, cu_IPNetworkInfo_getItem,
                          cu_IPNetworkInfo_getAdapterName, cu_IPNetworkInfo_getIPAddress, cu_IPNetworkInfo_getNetmask);
-    EXPECT_NULLS_REFUSED(file, std::tuple(&info), cu_IPNetworkInfo_delete);
-    EXPECT_EQ(cu_IPNetworkInfo_delete(&info), 0U);
+    EXPECT_NULLS_REFUSED(file, std::tuple(info.handle()), cu_IPNetworkInfo_delete);
 }
 
 } // namespace

@@ -21,21 +21,13 @@ void seek(cu_Message* message, uint32_t position)
 
 TEST(Message, growsInStatedSteps)
 {
-    struct {
-        uint32_t capacity; // to begin with
-        uint32_t written;
-        std::vector<uint32_t> requests; // behind that for the object
-    } const cases[] = {
-        {0, 64, {64}},
-        {0, 1000, {64, 1024}},
-        {0, 4097, {64, 8192}},
-        {3000, 6001, {3000, 10096}},
-        {5000, 13193, {5000, 17288}},
-    };
-    for (const auto& c : cases) {
-        const Message message(std::string(c.written, 'x'), c.capacity);
+    // The room to begin with, the bytes written, the requests behind that for the object.
+    const std::tuple<uint32_t, uint32_t, std::vector<uint32_t>> cases[] = {
+        {0, 64, {64}}, {0, 1000, {64, 1024}}, {0, 4097, {64, 8192}}, {5000, 13193, {5000, 17288}}};
+    for (const auto& [capacity, written, expected] : cases) {
+        const Message message(std::string(written, 'x'), capacity);
         const auto& requests = message.allocator.requests();
-        EXPECT_EQ(std::vector<uint32_t>(requests.begin() + 1, requests.end()), c.requests) << c.written;
+        EXPECT_EQ(std::vector<uint32_t>(requests.begin() + 1, requests.end()), expected) << written;
     }
 }
 

@@ -49,7 +49,7 @@ inline std::string contentOf(const cu_Message* message)
     uint32_t size = 0;
     EXPECT_EQ(cu_Message_get(message, &data), 0U);
     EXPECT_EQ(cu_Message_getSize(message, &size), 0U);
-    return {data, data + size};
+    return {reinterpret_cast<const char*>(data), size};
 }
 
 inline uint32_t cursorOf(const cu_Message* message)
@@ -59,11 +59,16 @@ inline uint32_t cursorOf(const cu_Message* message)
     return position;
 }
 
+inline std::string bigEndian(uint32_t number)
+{
+    number = htonl(number);
+    return {reinterpret_cast<const char*>(&number), sizeof(number)};
+}
+
 /// What stands in front of a message on the wire.
 inline std::string headOf(uint32_t length, uint32_t version = 1, uint32_t magic = 0x42D53371)
 {
-    const uint32_t words[] = {htonl(magic), htonl(version), htonl(length)};
-    return {reinterpret_cast<const char*>(words), sizeof(words)};
+    return bigEndian(magic) + bigEndian(version) + bigEndian(length);
 }
 
 inline std::string frameOf(std::string_view content)

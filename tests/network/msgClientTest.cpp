@@ -1,6 +1,5 @@
 #include "network/messages.h"
 #include "support/record.h"
-#include "support/refusal.h"
 #include "support/sweep.h"
 
 #include <cUtil/mallocAllocator.h>
@@ -102,18 +101,6 @@ TEST(MSGClient, survivesEveryFailure)
         return cu_MSGClient_new(me, CU_IP_ADDRESS_LOCAL, server.port, allocator);
     };
     support::sweep<cu_MSGClient>("cu_MSGClient_new", create, cu_MSGClient_delete, {"clock_gettime"});
-}
-
-TEST(MSGClient, refusesNulls)
-{
-    const Connection connection;
-    const Message message;
-    cu_MSGClient* client = connection.client;
-    cu_MSGClient* none = nullptr;
-    EXPECT_NULLS_REFUSED(file, (std::tuple(client, &none, static_cast<cu_Message*>(message))), cu_MSGClient_new,
-                         cu_MSGClient_send, cu_MSGClient_receive);
-    EXPECT_NULLS_REFUSED(file, std::tuple(&client), cu_MSGClient_delete);
-    EXPECT_EQ(cu_MSGClient_getSelectable(nullptr), nullptr);
 }
 
 } // namespace

@@ -142,7 +142,7 @@ TEST_F(Poller, callsTenThousandInTurnWithoutTheHeapAndTakesThemOutInAnyOrder)
 TEST_F(PollerCallback, aSelectableThatChangedItsDescriptorLeavesNothingToCallBack)
 {
     Source source;
-    const Source second;
+    Source second;
     const int first = source.selectable.handle;
     ASSERT_EQ(add(source), 0U);
     source.selectable.handle = second.selectable.handle;
@@ -153,7 +153,10 @@ TEST_F(PollerCallback, aSelectableThatChangedItsDescriptorLeavesNothingToCallBac
     EXPECT_EQ(source.calls, std::vector<uint32_t>{1}) << "by its first descriptor";
     source.onCall = [&] { EXPECT_REFUSED(cu_Poller_delete(&poller), "cu_Poller_delete", file); };
     EXPECT_EQ(poll(), 0U);
+    ASSERT_EQ(add(second), 0U);
+    source.selectable.handle = second.selectable.handle;
     ASSERT_EQ(remove(source), 0U);
+    source.selectable.handle = first;
     EXPECT_EQ(poll(), 0U);
     EXPECT_EQ(source.calls.size(), 2U);
 }

@@ -1,7 +1,6 @@
 // Sockets for tests: owned ones, pairs, and what a test sees of them from outside.
 #pragma once
 
-#include "support/pinned.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
 #include "support/systemFailure.h"
@@ -12,11 +11,9 @@
 #include <cUtil/network/tcpSocket.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/resource.h>

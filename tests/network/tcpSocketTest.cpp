@@ -89,14 +89,14 @@ TEST(TCPSocket, whatCannotBeMadeIsReported)
 {
     const uint16_t port = Server().port; // of nobody any more
     cu_TCPSocket* socket = nullptr;
-    const auto error = [](int number) { return std::string("error: ") + strerror(number); };
+    const std::string refused = std::string("error: ") + strerror(ECONNREFUSED);
     for (const uint32_t timeoutMs : {0U, 5000U})
         EXPECT_SYSTEM_FAILURE(cu_TCPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, port, timeoutMs, nullptr),
-                              cu_ERROR_SOCKET_CONNECT_FAILED, ECONNREFUSED, "cu_TCPSocket_new", file,
-                              error(ECONNREFUSED));
-    support::expectSystemFailures(
-        file, {{"socket", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, "cu_TCPSocket_new", error(EMFILE),
-                [&] { return cu_TCPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, port, 100, nullptr); }}});
+                              cu_ERROR_SOCKET_CONNECT_FAILED, ECONNREFUSED, "cu_TCPSocket_new", file, refused);
+    support::expectSystemFailures(file, {{"socket", EMFILE, cu_ERROR_SOCKET_INIT_FAILED, "cu_TCPSocket_new",
+                                          std::string("error: ") + strerror(EMFILE), [&] {
+                                              return cu_TCPSocket_new(&socket, CU_IP_ADDRESS_LOCAL, port, 100, nullptr);
+                                          }}});
 
     const Server server;
     cu_TCPServerSocket* other = nullptr;

@@ -6,14 +6,16 @@
 namespace support
 {
 
+#if defined(KOCUTIL_EVERY_STEP_IS_SLOW)
+constexpr bool stepsAreSlow = true;
+#else
+constexpr bool stepsAreSlow = false;
+#endif
+
 /// A number of rounds that takes about as long under a sanitizer or a 32-bit emulator as it does natively.
 constexpr int scaled(int rounds)
 {
-#if defined(KOCUTIL_EVERY_STEP_IS_SLOW)
-    return std::max(rounds / 20, 1);
-#else
-    return rounds;
-#endif
+    return stepsAreSlow ? std::max(rounds / 20, 1) : rounds;
 }
 
 } // namespace support

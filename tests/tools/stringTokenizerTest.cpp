@@ -1,3 +1,4 @@
+#include "support/made.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
 
@@ -10,26 +11,21 @@ namespace
 
 constexpr char file[] = "src/cUtil/tools/stringTokenizer";
 
-TEST(StringTokenizer, everyDelimiterEndsAToken)
+// Which tokens a text has is beside a split by hand in the fuzz target.
+TEST(StringTokenizer, keepsACopyAndTakesBytesAsDelimitersOnly)
 {
     support::WatchfulAllocator allocator;
     cu_StringTokenizer* tokenizer = nullptr;
     std::string text = "\xE4x\xE4\xE4y";
     ASSERT_EQ(cu_StringTokenizer_new(&tokenizer, text.c_str(), 0xE4, allocator.get()), 0U);
     EXPECT_EQ(allocator.requests(), std::vector<uint32_t>{6 * sizeof(void*)});
-    text.assign(text.size(), '!'); // the copy is private
-    uint32_t count = 0;
-    EXPECT_EQ(cu_StringTokenizer_getNumTokens(tokenizer, &count), 0U);
-    EXPECT_EQ(count, 4U);
+    text.assign(text.size(), '!');
     const char* token = nullptr;
-    for (const uint32_t at : {0U, 1U, 2U, 3U}) {
-        ASSERT_EQ(cu_StringTokenizer_getToken(tokenizer, at, &token), 0U);
-        EXPECT_EQ(token, (std::vector<std::string>{"", "x", "", "y"})[at]);
-    }
+    EXPECT_EQ(cu_StringTokenizer_getToken(tokenizer, 1, &token), 0U);
+    EXPECT_STREQ(token, "x");
     EXPECT_REFUSED(cu_StringTokenizer_getToken(tokenizer, 4, &token), "cu_StringTokenizer_getToken", file);
-    EXPECT_STREQ(token, "y");
+    EXPECT_STREQ(token, "x");
     EXPECT_EQ(cu_StringTokenizer_delete(&tokenizer), 0U);
-
     for (const uint32_t delimiter : {0U, 0x100U + 'a', UINT32_MAX}) {
         EXPECT_FAILURE(cu_StringTokenizer_new(&tokenizer, "abc\xFF", delimiter, nullptr), cu_ERROR_NO_TOKEN_POSSIBLE,
                        "cu_StringTokenizer_new", file, "");
@@ -43,12 +39,10 @@ TEST(StringTokenizer, isMadeAsAWholeOrNotAtAll)
     uint32_t count = 0;
     const char* token = nullptr;
     cu_StringTokenizer* none = nullptr;
-    cu_StringTokenizer* tokenizer = nullptr;
-    ASSERT_EQ(cu_StringTokenizer_new(&tokenizer, "a b", ' ', nullptr), 0U);
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, tokenizer, "a b", &count, &token}), cu_StringTokenizer_new,
+    support::Made<cu_StringTokenizer_new, cu_StringTokenizer_delete> made("a b", uint32_t{' '});
+    EXPECT_NULLS_REFUSED(file, (std::tuple{&none, made.get(), "a b", &count, &token}), cu_StringTokenizer_new,
                          cu_StringTokenizer_getNumTokens, cu_StringTokenizer_getToken);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&tokenizer}, cu_StringTokenizer_delete);
-    EXPECT_EQ(cu_StringTokenizer_delete(&tokenizer), 0U);
+    EXPECT_NULLS_REFUSED(file, std::tuple{made.handle()}, cu_StringTokenizer_delete);
 }
 
 } // namespace
