@@ -88,16 +88,12 @@ TEST(Serializer, everyValueComesBackBitForBitInNetworkOrder)
     const std::vector<uint16_t> two = {0, 1, 0x0102, 0x7FFF, 0x8000, 0xFFFE};
     expectRoundTrip("cu_Serializer_readU16", cu_Serializer_writeU16, cu_Serializer_readU16, two);
     expectRoundTrip("cu_Serializer_readS16", cu_Serializer_writeS16, cu_Serializer_readS16, two);
-    // Among the numbers of both kinds zeros, 1, the smallest and infinities; quiet and signalling NaNs of both signs.
-    const std::vector<uint32_t> four = {0,          1,          0x01020304, 0x7FFFFFFF, 0x80000000,
-                                        0xFFFFFFFE, 0x3F800000, 0x7F800000, 0xFF800000, 0x7FC12345,
-                                        0xFFC00001, 0x7F800001, 0xFFBFFFFF, 0x7F8000FF};
+    // Among the numbers of both kinds zeros, infinities, quiet and signalling NaNs.
+    const std::vector<uint32_t> four = {0, 0x01020304, 0x80000000, 0x3F800000, 0xFF800000, 0x7FC12345, 0xFFBFFFFF};
     expectRoundTrip("cu_Serializer_readU32", cu_Serializer_writeU32, cu_Serializer_readU32, four);
     expectRoundTrip("cu_Serializer_readS32", cu_Serializer_writeS32, cu_Serializer_readS32, four);
     expectRoundTrip("cu_Serializer_readIEEE32", cu_Serializer_writeIEEE32, cu_Serializer_readIEEE32, four);
-    const std::vector<uint64_t> eight = {0x0000000000000000, 0x0000000000000001, 0x0102030405060708, 0x7FFFFFFFFFFFFFFF,
-                                         0x8000000000000000, 0xFFFFFFFFFFFFFFFE, 0x3FF0000000000000, 0x7FF0000000000000,
-                                         0xFFF0000000000000, 0x7FF8123456789ABC, 0xFFF8000000000001, 0x7FF0000000000001,
+    const std::vector<uint64_t> eight = {0, 0x0102030405060708, 0xFFF0000000000000, 0x7FF8123456789ABC,
                                          0xFFF7FFFFFFFFFFFF};
     expectRoundTrip("cu_Serializer_readU64", cu_Serializer_writeU64, cu_Serializer_readU64, eight);
     expectRoundTrip("cu_Serializer_readS64", cu_Serializer_writeS64, cu_Serializer_readS64, eight);

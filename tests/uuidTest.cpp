@@ -1,3 +1,4 @@
+#include "support/made.h"
 #include "support/process.h"
 #include "support/refusal.h"
 #include "support/sweep.h"
@@ -6,7 +7,6 @@
 #include <cUtil/uuid.h>
 
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <numeric>
 #include <set>
@@ -17,14 +17,10 @@ namespace
 {
 
 constexpr char file[] = "src/cUtil/uuid";
-constexpr char counted[] = "000102030405060708090A0B0C0D0E0F";
-
 std::string textOf(const cu_UUID& uuid)
 {
-    char text[CU_UUID_TEXT_SIZE + 1] = {};
-    text[CU_UUID_TEXT_SIZE] = '!';
+    char text[CU_UUID_TEXT_SIZE] = {};
     EXPECT_EQ(cu_UUID_toString(&uuid, text), 0U);
-    EXPECT_EQ(text[CU_UUID_TEXT_SIZE], '!');
     return text;
 }
 
@@ -35,83 +31,51 @@ cu_UUID created()
     return uuid;
 }
 
-TEST(Uuid, textAndBytesTellTheSame)
-{
-    cu_UUID uuid = {};
-    for (const char* text : {counted, "000102030405060708090a0b0c0d0e0f"}) {
-        ASSERT_EQ(cu_UUID_fromString(&uuid, text), 0U);
-        EXPECT_EQ(textOf(uuid), counted);
-    }
-    ASSERT_EQ(cu_UUID_fromString(&uuid, "FEdcBA9876543210fEDCba9876543210"), 0U);
-    EXPECT_EQ(textOf(uuid), "FEDCBA9876543210FEDCBA9876543210");
-    for (const char* text : {"", "000102030405060708090A0B0C0D0E0", "000102030405060708090A0B0C0D0E0F0"})
-        EXPECT_REFUSED(cu_UUID_fromString(&uuid, text), "cu_UUID_fromString", file);
-    EXPECT_EQ(textOf(uuid), "FEDCBA9876543210FEDCBA9876543210");
-}
-
-TEST(Uuid, aCharacterThatIsNoDigitIsNamedAndTheBytesBeforeItStay)
-{
-    for (const char bad : {'g', 'G', '/', ':', '@', '`', ' ', '\xB0'}) {
-        cu_UUID uuid;
-        memset(&uuid, 0xEE, sizeof(uuid));
-        const std::string text = std::string("00010") + bad + "060708090A0B0C0D0E0F00010Z"; // the first one is told
-        EXPECT_FAILURE(cu_UUID_fromString(&uuid, text.c_str()), cu_ERROR_COM_INVALID_ARGUMENT, "cu_UUID_fromString",
-                       file, std::string("The ASCII character '") + bad + "' can't be converted to hex!");
-        EXPECT_EQ(textOf(uuid), "0001EEEEEEEEEEEEEEEEEEEEEEEEEEEE");
-    }
-}
-
 TEST(Uuid, bytesAreCopiedWhenThereAre16AndSilentlyNotOtherwise)
 {
     std::array<uint8_t, 20> bytes{};
     std::iota(bytes.begin(), bytes.end(), uint8_t{0});
     cu_UUID uuid = {};
-    for (const uint32_t size : {1U, 8U, 15U, 17U, UINT32_MAX}) {
+    for (const uint32_t size : {1U, 15U, 17U, UINT32_MAX}) {
         EXPECT_EQ(cu_UUID_fromData(&uuid, bytes.data(), size), 0U);
         EXPECT_EQ(textOf(uuid), std::string(32, '0')) << size;
     }
     EXPECT_EQ(cu_UUID_fromData(&uuid, bytes.data(), CU_UUID_SIZE), 0U);
-    EXPECT_EQ(textOf(uuid), counted);
-    cu_UUID* copy = nullptr;
-    ASSERT_EQ(cu_UUID_clone(&copy, &uuid), 0U);
+    EXPECT_EQ(textOf(uuid), "000102030405060708090A0B0C0D0E0F");
+    const support::Made<cu_UUID_clone, cu_UUID_delete> copy{&uuid};
     const uint8_t* data = nullptr;
     EXPECT_EQ(cu_UUID_getData(copy, &data), 0U);
     EXPECT_EQ(data, copy->data);
-    int32_t result = 1;
-    EXPECT_EQ(cu_UUID_compare(copy, &uuid, &result), 0U);
-    EXPECT_EQ(result, 0);
+    const auto difference = [&] {
+        int32_t result = 1;
+        EXPECT_EQ(cu_UUID_compare(copy, &uuid, &result), 0U);
+        return result;
+    };
+    EXPECT_EQ(difference(), 0);
     copy->data[15] = 0xF0; // bytes count without a sign, the first ones most
-    EXPECT_EQ(cu_UUID_compare(copy, &uuid, &result), 0U);
-    EXPECT_GT(result, 0);
+    EXPECT_GT(difference(), 0);
     uuid.data[0] = 0x80;
-    EXPECT_EQ(cu_UUID_compare(copy, &uuid, &result), 0U);
-    EXPECT_LT(result, 0);
-    EXPECT_EQ(cu_UUID_delete(&copy), 0U);
-    EXPECT_EQ(copy, nullptr);
+    EXPECT_LT(difference(), 0);
 }
 
 TEST(Uuid, badArgumentsAndExhaustedMemoryAreToldAndLeaveNothing)
 {
     cu_UUID uuid = {};
     cu_UUID* none = nullptr;
-    cu_UUID* some = &uuid;
-    const uint8_t* data = nullptr;
-    char text[CU_UUID_TEXT_SIZE];
-    int32_t result = 0;
-    EXPECT_NULLS_REFUSED(file, (std::tuple{some, &data, static_cast<char*>(text), &result}), cu_UUID_create,
-                         cu_UUID_fromString, cu_UUID_fromData, cu_UUID_getData, cu_UUID_toString, cu_UUID_compare);
+    EXPECT_NULLS_REFUSED(file, std::tuple{support::Anything{}}, cu_UUID_create, cu_UUID_fromString, cu_UUID_fromData,
+                         cu_UUID_getData, cu_UUID_toString, cu_UUID_compare);
     EXPECT_NULLS_REFUSED(file, std::tuple{&none}, cu_UUID_new, cu_UUID_clone);
-    EXPECT_NULLS_REFUSED(file, std::tuple{&some}, cu_UUID_delete);
-    EXPECT_REFUSED(cu_UUID_fromData(&uuid, text, 0), "cu_UUID_fromData", file);
+    EXPECT_NULLS_REFUSED(file, std::tuple{support::Anything{{&none}}}, cu_UUID_delete);
+    EXPECT_REFUSED(cu_UUID_fromData(&uuid, file, 0), "cu_UUID_fromData", file);
+    EXPECT_REFUSED(cu_UUID_fromString(&uuid, "0123"), "cu_UUID_fromString", file);
+    EXPECT_FAILURE(cu_UUID_fromString(&uuid, "000102030405060708090A0B0C0D0Eg0"), cu_ERROR_COM_INVALID_ARGUMENT,
+                   "cu_UUID_fromString", file, "The ASCII character 'g' can't be converted to hex!");
     // The copy is made before the source is looked at, and is gone again (a leak check would tell).
     EXPECT_REFUSED(cu_UUID_clone(&none, nullptr), "cu_UUID_fromData", file);
     EXPECT_EQ(support::trace().find("cu_UUID_clone  -  "), 0U);
     EXPECT_EQ(none, nullptr);
-
-    support::sweep<cu_UUID>(
-        "cu_UUID_new", [](auto handle, auto) { return cu_UUID_new(handle); }, cu_UUID_delete);
-    support::sweep<cu_UUID>(
-        "cu_UUID_clone", [&](auto handle, auto) { return cu_UUID_clone(handle, &uuid); }, cu_UUID_delete);
+    EXPECT_CLEAN_FAILURES(cu_UUID_new, cu_UUID_delete);
+    EXPECT_CLEAN_FAILURES(cu_UUID_clone, cu_UUID_delete, &uuid);
 }
 
 // A bit that never changes among 256 identifiers was not read: in 2^247 runs it happens once.
@@ -200,12 +164,11 @@ TEST(Uuid, neitherThreadsNorChildProcessesShareIdentifiers)
     int status = -1;
     EXPECT_EQ(waitpid(cloned, &status, 0), cloned);
     EXPECT_EQ(status, 0);
-    std::vector<std::thread> threads;
-    for (std::size_t party = 2; party < parties; ++party)
-        threads.emplace_back([&, party] { createSome(party); });
-    for (std::thread& thread : threads)
-        thread.join();
-
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t party = 2; party < parties; ++party)
+            threads.emplace_back([&, party] { createSome(party); });
+    }
     std::set<std::string> different;
     for (std::size_t i = 0; i < parties * each; ++i)
         different.insert(textOf(made[i]));

@@ -2,12 +2,15 @@
 #pragma once
 
 #include "support/inject.h"
+#include "support/made.h"
 #include "support/refusal.h"
 #include "support/scale.h"
 #include "support/sweep.h"
 
 #include <gmock/gmock.h>
 
+#include <climits>
+#include <random>
 #include <unordered_set>
 #include <vector>
 
@@ -20,8 +23,8 @@ struct Element {
 };
 
 inline std::unordered_set<const void*> alive;
-inline std::vector<int> destroyed; // ids, in order
-inline unsigned clonesLeft = 1000; // until there is no memory for one
+inline std::vector<int> destroyed;     // ids, in order
+inline unsigned clonesLeft = UINT_MAX; // until there is no memory for one
 
 inline Element* make(int id, uint32_t hash = 0)
 {
@@ -70,11 +73,24 @@ bool tell(Call call, Container* container, const Element& wanted)
 
 /// What a call tells of a container or an iterator.
 template <typename Object, typename Value>
-Value told(cu_ErrorCode (*call)(const Object*, Value*), const Object* object)
+Value told(cu_ErrorCode (*call)(const Object*, Value*), const std::type_identity_t<Object>* object)
 {
     Value value{};
     EXPECT_EQ(call(object, &value), 0U);
     return value;
+}
+
+/// How a call ends that can have so many copies, but no other memory; where it goes without, with code 0.
+template <typename Call>
+support::Failure withoutMemory(Call call, unsigned clones = UINT_MAX)
+{
+    clonesLeft = clones;
+    const auto outcome = support::failureOf([&] {
+        const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
+        return call();
+    });
+    clonesLeft = UINT_MAX;
+    return outcome;
 }
 
 /// At its end every element must have been destroyed.

@@ -6,102 +6,78 @@
 #include <cUtil/algorithm/set.h>
 
 #include <list>
-#include <random>
 
 namespace
 {
 
 using namespace algorithm;
 using Ids = std::vector<int>;
+using MadeSet = support::Made<cu_Set_new, cu_Set_delete>;
 
 constexpr char file[] = "src/cUtil/algorithm/set";
 
 class Set : public Containers
 {
 protected:
-    Set() { create(); }
-    ~Set() override { EXPECT_EQ(cu_Set_delete(&set_), 0U); }
-
-    void create() { EXPECT_EQ(cu_Set_new(&set_, hashOf, equality, destroy, cloneOf, allocator_.get()), 0U); }
-    void renew()
+    // A new element or a copy of it; what has not been inserted goes.
+    static cu_ErrorCode insert(cu_Set* set, const Element& what, bool copies = false)
     {
-        EXPECT_EQ(cu_Set_delete(&set_), 0U);
-        EXPECT_EQ(set_, nullptr);
-        create();
-    }
-
-    // A new element, which goes if it cannot be inserted.
-    static cu_ErrorCode insert(cu_Set* set, int id, uint32_t hash = 0)
-    {
-        void* element = make(id, hash);
+        void* element = make(what.id, what.hash);
         bool inserted = false;
-        const cu_ErrorCode code = cu_Set_insert(set, &element, &inserted);
+        const cu_ErrorCode code =
+            copies ? cu_Set_constInsert(set, element, &inserted) : cu_Set_insert(set, &element, &inserted);
         EXPECT_TRUE(inserted);
-        EXPECT_EQ(element == nullptr, code == 0);
+        EXPECT_EQ(element == nullptr, code == 0 && !copies);
         if (element != nullptr)
             destroy(element);
         return code;
     }
 
-    static Ids walk(const cu_Set* set)
+    static Ids walk(cu_Set* set)
     {
-        cu_Set_ConstIterator* iterator = nullptr;
-        EXPECT_EQ(cu_Set_ConstIterator_new(&iterator, set), 0U);
+        const support::Made<cu_Set_Iterator_new, cu_Set_Iterator_delete> iterator{set};
+        const support::Made<cu_Set_ConstIterator_new, cu_Set_ConstIterator_delete> constIterator{set};
         Ids ids;
-        const void* element = nullptr;
-        while (cu_Set_ConstIterator_next(iterator, &element) == 0 && element != nullptr)
+        for (uint32_t left = told(cu_Set_getSize, set);; --left) {
+            EXPECT_EQ(told(cu_Set_Iterator_hasNext, iterator), left != 0);
+            EXPECT_EQ(told(cu_Set_ConstIterator_hasNext, constIterator), left != 0);
+            void* element = &ids;
+            const void* constElement = &ids;
+            EXPECT_EQ(cu_Set_Iterator_next(iterator, &element), 0U);
+            EXPECT_EQ(cu_Set_ConstIterator_next(constIterator, &constElement), 0U);
+            EXPECT_EQ(element, constElement);
+            if (left == 0) {
+                EXPECT_EQ(element, nullptr);
+                return ids;
+            }
             ids.push_back(idOf(element));
-        EXPECT_FALSE(told(cu_Set_ConstIterator_hasNext, iterator));
-        EXPECT_EQ(cu_Set_ConstIterator_delete(&iterator), 0U);
-        EXPECT_EQ(told(cu_Set_getSize, set), ids.size());
-        return ids;
+        }
     }
 
-    cu_Set* set_ = nullptr;
-
-private:
-    support::WatchfulAllocator allocator_;
+    MadeSet set_{hashOf, equality, destroy, cloneOf};
 };
 
-TEST_F(Set, refusesNullArgumentsAndWrongHandles)
+TEST_F(Set, isMadeAndWalkedAsAWholeAndRefusesNullArgumentsAndWrongHandles)
 {
-    cu_Set* none = nullptr;
-    cu_Set_Iterator* noIterator = nullptr;
-    cu_Set_Iterator* iterator = nullptr;
-    cu_Set_ConstIterator* noConstIterator = nullptr;
-    cu_Set_ConstIterator* constIterator = nullptr;
-    void* element = &none;
-    const void* constElement = nullptr;
-    bool flag = false;
-    uint32_t size = 0;
-    ASSERT_EQ(cu_Set_Iterator_new(&iterator, set_), 0U);
-    ASSERT_EQ(cu_Set_ConstIterator_new(&constIterator, set_), 0U);
-    const std::tuple good{&none,         &noIterator, &noConstIterator, set_,    iterator,
-                          constIterator, &element,    &constElement,    &flag,   &size,
-                          &hashOf,       &equality,   &destroy,         &cloneOf};
+    EXPECT_CLEAN_FAILURES(cu_Set_new, cu_Set_delete, hashOf, equality, destroy, cloneOf);
+    EXPECT_CLEAN_FAILURES(cu_Set_Iterator_new, cu_Set_Iterator_delete, set_);
+
+    void* element = &element;
+    const std::tuple good{&element, support::Anything{}};
     EXPECT_NULLS_REFUSED(file, good, cu_Set_new, cu_Set_insert, cu_Set_constInsert, cu_Set_remove, cu_Set_hasValue,
                          cu_Set_getSize, cu_Set_union, cu_Set_intersect, cu_Set_Iterator_new, cu_Set_Iterator_next,
                          cu_Set_Iterator_hasNext, cu_Set_ConstIterator_new, cu_Set_ConstIterator_next,
                          cu_Set_ConstIterator_hasNext);
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&set_, &iterator, &constIterator}), cu_Set_delete, cu_Set_Iterator_delete,
+    EXPECT_NULLS_REFUSED(file, std::tuple{support::Anything{{&element}}}, cu_Set_delete, cu_Set_Iterator_delete,
                          cu_Set_ConstIterator_delete);
     element = nullptr;
-    EXPECT_REFUSED(cu_Set_insert(set_, &element, &flag), "cu_Set_insert", file);
-    EXPECT_EQ(cu_Set_Iterator_delete(&iterator), 0U);
-    EXPECT_EQ(cu_Set_ConstIterator_delete(&constIterator), 0U);
-}
-
-TEST_F(Set, leavesNothingBehindWhenItCannotBeMadeOrWalked)
-{
-    EXPECT_CLEAN_FAILURES(cu_Set_new, cu_Set_delete, hashOf, equality, destroy, cloneOf);
-    support::sweep<cu_Set_Iterator>(
-        "cu_Set_Iterator_new", [&](auto handle, auto) { return cu_Set_Iterator_new(handle, set_); },
-        cu_Set_Iterator_delete);
+    bool inserted = false;
+    EXPECT_REFUSED(cu_Set_insert(set_, &element, &inserted), "cu_Set_insert", file);
 }
 
 TEST_F(Set, keepsTheFirstOfEqualElements)
 {
-    ASSERT_EQ(insert(set_, 1), 0U);
+    ASSERT_EQ(insert(set_, {0, 1}), 0U);
     void* const first = const_cast<void*>(*alive.begin());
     void* const second = make(1);
     bool inserted = true;
@@ -114,88 +90,23 @@ TEST_F(Set, keepsTheFirstOfEqualElements)
     EXPECT_EQ(cu_Set_constInsert(set_, second, &inserted), 0U);
     EXPECT_FALSE(inserted);
     EXPECT_EQ(walk(set_), Ids{1});
-    const Element& wanted = *static_cast<const Element*>(first);
-    EXPECT_TRUE(tell(cu_Set_remove, set_, wanted)); // by itself
+    EXPECT_TRUE(tell(cu_Set_remove, set_.get(), *static_cast<const Element*>(first))); // by itself
     EXPECT_FALSE(alive.contains(first));
-    EXPECT_FALSE(tell(cu_Set_remove, set_, {0, 1}));
+    EXPECT_FALSE(tell(cu_Set_remove, set_.get(), {0, 1}));
     destroy(second);
 }
 
-TEST_F(Set, isWalkedAndDestroyedInTheOrderOfItsBuckets)
+TEST_F(Set, isCombinedWithItsKindAndOnlyWhenThereIsNoMemoryForIt)
 {
-    for (const auto& [id, hash] : {std::pair{1, 5U}, {2, 4U}, {3, 5U + 193}, {4, 192U}, {5, 4U + 2 * 193}, {6, 0U}})
-        ASSERT_EQ(insert(set_, id, hash), 0U);
-    cu_Set_Iterator* iterator = nullptr;
-    ASSERT_EQ(cu_Set_Iterator_new(&iterator, set_), 0U);
-    for (const int expected : {6, 5, 2, 3, 1, 4, -1, -1}) {
-        EXPECT_EQ(told(cu_Set_Iterator_hasNext, iterator), expected != -1);
-        void* element = &iterator;
-        EXPECT_EQ(cu_Set_Iterator_next(iterator, &element), 0U);
-        EXPECT_EQ(idOf(element), expected);
-    }
-    EXPECT_EQ(cu_Set_Iterator_delete(&iterator), 0U);
-    destroyed.clear();
-    renew();
-    EXPECT_EQ(destroyed, (Ids{6, 5, 2, 3, 1, 4}));
-}
-
-TEST_F(Set, copiesWhatTheCallerKeeps)
-{
-    const auto insertCopy = [&](int id) {
-        const Element original = {0, id};
-        bool inserted = false;
-        const cu_ErrorCode code = cu_Set_constInsert(set_, &original, &inserted);
-        EXPECT_TRUE(inserted);
-        return code;
-    };
-    const support::Failure outOfMemory = {cu_ERROR_COM_MALLOC_FAILED, "cu_Set_constInsert", file, ""};
-    for (int id = 0; id < 65; ++id) {
-        clonesLeft = 0;
-        EXPECT_EQ(support::failureOf([&] { return insertCopy(id); }), outOfMemory);
-        clonesLeft = 1;
-        EXPECT_EQ(insertCopy(id), 0U);
-    }
-    clonesLeft = 1;
-    EXPECT_EQ(support::failureOf([&] {
-                  const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
-                  return insertCopy(100);
-              }),
-              outOfMemory);
-    EXPECT_EQ(clonesLeft, 0U);
-    EXPECT_EQ(alive.size(), 65U);
-}
-
-TEST_F(Set, combinesOnlySetsOfTheSameKind)
-{
-    const struct {
-        decltype(&hashOf) hash = hashOf;
-        decltype(&equality) equal = equality;
-        decltype(&destroy) end = destroy;
-        decltype(&cloneOf) copy = cloneOf;
-    } kinds[] = {{.hash = [](const void*) { return 0U; }},
-                 {.equal = [](const void*, const void*) { return 0; }},
-                 {.end = [](void*) {}},
-                 {.copy = [](const void*) -> void* { return nullptr; }}};
-    for (const auto& kind : kinds) {
-        cu_Set* other = nullptr;
-        cu_Set* result = nullptr;
-        ASSERT_EQ(cu_Set_new(&other, kind.hash, kind.equal, kind.end, kind.copy, nullptr), 0U);
-        EXPECT_FAILURE(cu_Set_union(&result, set_, other, nullptr), cu_ERROR_COM_INVARIANT, "cu_Set_union", file, "");
-        EXPECT_FAILURE(cu_Set_intersect(&result, other, set_, nullptr), cu_ERROR_COM_INVARIANT, "cu_Set_intersect",
-                       file, "");
-        EXPECT_EQ(result, nullptr);
-        EXPECT_EQ(cu_Set_delete(&other), 0U);
-    }
-}
-
-TEST_F(Set, givesACombinationOnlyWhenThereWasNoMemoryForIt)
-{
-    cu_Set* other = nullptr;
-    ASSERT_EQ(cu_Set_new(&other, hashOf, equality, destroy, cloneOf, nullptr), 0U);
+    const MadeSet other{hashOf, equality, destroy, cloneOf};
     for (int id = 0; id < 200; ++id) {
-        ASSERT_EQ(insert(set_, id, static_cast<uint32_t>(id)), 0U);
-        ASSERT_EQ(insert(other, id + 100, static_cast<uint32_t>(id + 100)), 0U);
+        ASSERT_EQ(insert(set_, {static_cast<uint32_t>(id), id}), 0U);
+        ASSERT_EQ(insert(other, {static_cast<uint32_t>(id + 100), id + 100}), 0U);
     }
+    const MadeSet foreign[] = {MadeSet{[](const void*) { return 0U; }, equality, destroy, cloneOf},
+                               MadeSet{hashOf, [](const void*, const void*) { return 0; }, destroy, cloneOf},
+                               MadeSet{hashOf, equality, [](void*) {}, cloneOf},
+                               MadeSet{hashOf, equality, destroy, [](const void*) -> void* { return nullptr; }}};
     const struct {
         const char* name;
         decltype(&cu_Set_union) combine;
@@ -204,30 +115,37 @@ TEST_F(Set, givesACombinationOnlyWhenThereWasNoMemoryForIt)
     for (const auto& operation : operations) {
         SCOPED_TRACE(operation.name);
         support::WatchfulAllocator allocator;
-        cu_Set* result = nullptr;
-        const auto combine = [&](unsigned nth) {
-            const support::Injection exhausted("calloc", ENOMEM, nth);
-            return operation.combine(&result, set_, other, allocator.get());
-        };
-        for (unsigned nth = 1; nth <= operation.tables; ++nth) {
-            ASSERT_EQ(combine(nth), 0U);
+        for (unsigned nth = 1; nth <= operation.tables + 2; ++nth) {
+            if (nth == operation.tables + 2)
+                allocator.refuse(1);
+            cu_Set* result = nullptr;
+            const support::Failure outcome = support::failureOf([&] {
+                const support::Injection exhausted("calloc", ENOMEM, nth);
+                return operation.combine(&result, set_, other, allocator.get());
+            });
+            if (nth > operation.tables) {
+                const bool refused = nth == operation.tables + 2;
+                EXPECT_EQ(outcome, (support::Failure{cu_ERROR_COM_MALLOC_FAILED, refused ? "refusal" : operation.name,
+                                                     refused ? "test" : file, ""}));
+                EXPECT_EQ(result, nullptr);
+                continue;
+            }
             // An empty set like any other.
-            ASSERT_NE(result, nullptr);
+            ASSERT_EQ(outcome.code, 0U);
             EXPECT_EQ(walk(result), Ids{});
-            EXPECT_FALSE(tell(cu_Set_hasValue, result, {1, 1}));
             EXPECT_FALSE(tell(cu_Set_remove, result, {1, 1}));
-            EXPECT_EQ(insert(result, 1), 0U);
+            EXPECT_EQ(insert(result, {0, 1}), 0U);
             EXPECT_EQ(walk(result), Ids{1});
             EXPECT_EQ(cu_Set_delete(&result), 0U);
         }
-        const unsigned oneMore = operation.tables + 1;
-        EXPECT_FAILURE(combine(oneMore), cu_ERROR_COM_MALLOC_FAILED, operation.name, file, "");
-        allocator.refuse(1);
-        EXPECT_FAILURE(combine(oneMore), cu_ERROR_COM_MALLOC_FAILED, "refusal", "test", "");
-        EXPECT_EQ(result, nullptr);
-        EXPECT_EQ(alive.size(), 400U);
+        for (const MadeSet& different : foreign) {
+            cu_Set* result = nullptr;
+            EXPECT_FAILURE(operation.combine(&result, set_, different, nullptr), cu_ERROR_COM_INVARIANT, operation.name,
+                           file, "");
+            EXPECT_EQ(result, nullptr);
+        }
     }
-    EXPECT_EQ(cu_Set_delete(&other), 0U);
+    EXPECT_EQ(alive.size(), 400U);
 }
 
 constexpr uint32_t primes[] = {193,      389,      769,      1543,      3079,      6151,      12289,     24593,
@@ -240,41 +158,40 @@ class Model
 public:
     bool isFull() const { return 3 * size_ >= buckets_.size(); }
 
-    void add(int id, uint32_t hash)
+    void add(const Element& added)
     {
         if (isFull()) {
-            const auto old = std::exchange(buckets_, std::vector<Chain>(primes[++growths_]));
+            const auto old = std::exchange(buckets_, Buckets(primes[++growths_]));
             for (const auto& chain : old)
                 for (const Element& element : chain)
-                    bucket(element.hash).push_front(element);
+                    bucket(element).push_front(element);
         }
-        bucket(hash).push_front({hash, id});
+        bucket(added).push_front(added);
         ++size_;
     }
 
-    void remove(int id, uint32_t hash)
+    void remove(const Element& removed)
     {
-        std::erase_if(bucket(hash), [&](const Element& element) { return element.id == id; });
-        --size_;
+        size_ -= std::erase_if(bucket(removed), [&](const Element& element) { return element.id == removed.id; });
     }
 
     Ids walk() const
     {
         Ids ids;
-        for (const auto& bucket : buckets_)
-            for (const Element& element : bucket)
+        for (const auto& chain : buckets_)
+            for (const Element& element : chain)
                 ids.push_back(element.id);
         return ids;
     }
 
 private:
-    using Chain = std::list<Element>;
+    using Buckets = std::vector<std::list<Element>>;
 
-    Chain& bucket(uint32_t hash) { return buckets_[hash % buckets_.size()]; }
+    std::list<Element>& bucket(const Element& element) { return buckets_[element.hash % buckets_.size()]; }
 
     std::size_t size_ = 0;
     std::size_t growths_ = 0;
-    std::vector<Chain> buckets_ = std::vector<Chain>(primes[0]);
+    Buckets buckets_ = Buckets(primes[0]);
 };
 
 // Where the order differs the table has grown too early or too late, or has moved its entries in another order.
@@ -292,6 +209,7 @@ TEST_F(Set, keepsTheOrderOfTheBucketsAndStaysAsItIsWhenItCannotGrow)
                     {"all the same", some, [](uint32_t) { return 192U; }}};
     for (const auto& hashing : hashings) {
         SCOPED_TRACE(hashing.name);
+        MadeSet set{hashOf, equality, destroy, cloneOf};
         const auto element = [&](int id) { return Element{hashing.of(static_cast<uint32_t>(id)), id}; };
         std::mt19937 random(5);
         Model model;
@@ -299,33 +217,35 @@ TEST_F(Set, keepsTheOrderOfTheBucketsAndStaysAsItIsWhenItCannotGrow)
         for (int id = 0; id < hashing.count; ++id) {
             const Element added = element(id);
             if (model.isFull()) {
-                const auto insertWithoutMemory = [&] {
-                    const auto exhausted = support::Injection::ofEvery("calloc", ENOMEM);
-                    return insert(set_, id, added.hash);
-                };
-                EXPECT_FAILURE(insertWithoutMemory(), cu_ERROR_COM_MALLOC_FAILED, "cu_Set_insert", file, "");
-                EXPECT_FALSE(tell(cu_Set_hasValue, set_, added));
-                ASSERT_EQ(walk(set_), model.walk());
+                support::Failure outOfMemory = {cu_ERROR_COM_MALLOC_FAILED, "cu_Set_insert", file, ""};
+                EXPECT_EQ(withoutMemory([&] { return insert(set, added); }), outOfMemory);
+                outOfMemory.function = "cu_Set_constInsert";
+                for (const unsigned clones : {0U, 1U})
+                    EXPECT_EQ(withoutMemory([&] { return insert(set, added, true); }, clones), outOfMemory);
+                EXPECT_FALSE(tell(cu_Set_hasValue, set.get(), added));
+                ASSERT_EQ(walk(set), model.walk());
             }
-            ASSERT_EQ(insert(set_, id, added.hash), 0U);
-            model.add(id, added.hash);
+            ASSERT_EQ(insert(set, added, id % 2 == 0), 0U);
+            model.add(added);
             present.push_back(id);
             if ((id > some / 2 && id < some) || random() % 5 == 0) {
                 std::swap(present[random() % present.size()], present.back());
                 const Element victim = element(present.back());
-                ASSERT_TRUE(tell(cu_Set_remove, set_, victim));
-                ASSERT_FALSE(tell(cu_Set_hasValue, set_, victim));
-                model.remove(victim.id, victim.hash);
+                ASSERT_TRUE(tell(cu_Set_remove, set.get(), victim));
+                ASSERT_FALSE(tell(cu_Set_hasValue, set.get(), victim));
+                model.remove(victim);
                 present.pop_back();
             }
             if (id < 140 || (id < some && id % 16 == 0)) {
-                ASSERT_EQ(walk(set_), model.walk()) << id;
+                ASSERT_EQ(walk(set), model.walk()) << id;
             }
         }
-        EXPECT_EQ(walk(set_), model.walk());
         for (const int id : present)
-            ASSERT_TRUE(tell(cu_Set_hasValue, set_, element(id)));
-        renew();
+            ASSERT_TRUE(tell(cu_Set_hasValue, set.get(), element(id)));
+        EXPECT_EQ(walk(set), model.walk());
+        destroyed.clear();
+        set.end();
+        EXPECT_EQ(destroyed, model.walk());
     }
 }
 

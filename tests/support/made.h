@@ -10,7 +10,8 @@
 namespace support
 {
 
-/// Made with the shared allocator, and deleted at the end of the scope if that has not been done before.
+/// Made with the shared allocator where the constructor takes one, and deleted at the end of the scope if that has not
+/// been done before.
 template <auto create, auto destroy>
 class Made;
 
@@ -21,7 +22,10 @@ public:
     template <typename... Given>
     explicit Made(const Given&... given)
     {
-        EXPECT_EQ(create(&object_, given..., nullptr), 0U);
+        if constexpr (sizeof...(Given) == sizeof...(Parameters))
+            EXPECT_EQ(create(&object_, given...), 0U);
+        else
+            EXPECT_EQ(create(&object_, given..., nullptr), 0U);
     }
     ~Made() { end(); }
 

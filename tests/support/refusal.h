@@ -3,6 +3,8 @@
 
 #include "support/record.h"
 
+#include <cUtil/allocator.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <string>
@@ -13,6 +15,18 @@
 
 namespace support
 {
+
+/// A good argument for any pointer that nobody follows far, or a place of some of them. Allocators may be null.
+struct Anything {
+    void* places[8] = {};
+
+    template <typename T>
+    operator T*() const requires(!std::is_same_v<T, cu_allocator>)
+    {
+        void* const here = const_cast<void**>(places);
+        return reinterpret_cast<T*>(here);
+    }
+};
 
 /// A good argument for a parameter: the first value of its very type, else the first pointer that converts to it. Where
 /// there is none it is null, as what may be null, or 1.

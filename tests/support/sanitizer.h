@@ -1,30 +1,20 @@
 // What the build is instrumented with.
 #pragma once
 
+#include <string_view>
+
 namespace support
 {
 
+inline constexpr std::string_view sanitizer = KOCUTIL_SANITIZER;
+
 /// ThreadSanitizer ends the program when a mutex is misused, also where the misuse is what a test is about.
-#if defined(__SANITIZE_THREAD__)
-inline constexpr bool mutexesAreWatched = true;
-#else
-inline constexpr bool mutexesAreWatched = false;
-#endif
+inline constexpr bool mutexesAreWatched = sanitizer == "tsan";
 
 /// ThreadSanitizer writes what is buffered when a process ends by _exit(), too.
-inline constexpr bool endsAreOrderly = mutexesAreWatched;
+inline constexpr bool endsAreOrderly = sanitizer == "tsan";
 
 /// AddressSanitizer ends the program when the same globals are loaded a second time.
-#if defined(__SANITIZE_ADDRESS__)
-inline constexpr bool globalsAreWatched = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-inline constexpr bool globalsAreWatched = true;
-#else
-inline constexpr bool globalsAreWatched = false;
-#endif
-#else
-inline constexpr bool globalsAreWatched = false;
-#endif
+inline constexpr bool globalsAreWatched = sanitizer == "asan";
 
 } // namespace support

@@ -82,12 +82,17 @@ template <typename T, typename... Parameters, typename... Given>
 void sweepCall(const char* constructor, cu_ErrorCode (*create)(T**, Parameters...), cu_ErrorCode (*destroy)(T**),
                const Given&... given)
 {
-    const auto call = [&](T** handle, cu_allocator* allocator) { return create(handle, given..., allocator); };
+    const auto call = [&](T** handle, cu_allocator* allocator) {
+        if constexpr (sizeof...(Given) == sizeof...(Parameters))
+            return create(handle, given...);
+        else
+            return create(handle, given..., allocator);
+    };
     sweep<T>(constructor, call, destroy);
 }
 
 } // namespace support
 
-/// The sweep of a constructor whose arguments between handle and allocator follow.
+/// The sweep of a constructor whose arguments between the handle and the allocator, if it takes one, follow.
 #define EXPECT_CLEAN_FAILURES(create, destroy, ...)                                                                    \
     support::sweepCall(#create, create, destroy __VA_OPT__(, ) __VA_ARGS__)

@@ -1,18 +1,23 @@
 #include "internal/rbTreeLayout.h"
+#include "support/made.h"
 #include "support/refusal.h"
 #include "support/scale.h"
 #include "support/sweep.h"
 
 #include <cUtil/tools/rbTree.h>
 
-#include <cmath>
-#include <map>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
 #include <random>
 #include <set>
 #include <vector>
 
 namespace
 {
+
+using Keys = std::vector<const void*>;
+using Tree = support::Made<cu_RBTree_new, cu_RBTree_delete>;
 
 constexpr char file[] = "src/cUtil/tools/rbTree";
 
@@ -33,7 +38,7 @@ int32_t compareNumbers(const void* a, const void* b)
 }
 
 /// Walks a subtree and tells its black height; notes its keys in order, and what is wrong with it.
-int blackHeight(const cu_RBTree* tree, const cu::internal::RBTreeNode* node, std::vector<const void*>& keys)
+int blackHeight(const cu_RBTree* tree, const cu::internal::RBTreeNode* node, Keys& keys)
 {
     if (node == nullptr)
         return 0;
@@ -47,58 +52,30 @@ int blackHeight(const cu_RBTree* tree, const cu::internal::RBTreeNode* node, std
 }
 
 /// The keys of a tree that is one: balanced, and with a black root.
-std::vector<const void*> keysOf(const cu_RBTree* tree)
+Keys keysOf(const cu_RBTree* tree)
 {
-    std::vector<const void*> keys;
-    const int height = blackHeight(tree, tree->root, keys);
+    Keys keys;
+    blackHeight(tree, tree->root, keys);
     EXPECT_TRUE(tree->root == nullptr || !tree->root->isRed);
-    EXPECT_LE(height, std::log2(static_cast<double>(keys.size()) + 1));
     return keys;
 }
 
-/// A tree of numbers, which are keys and values at once unless told otherwise.
-class NumberTree
+uintptr_t valueAt(const cu_RBTree* tree, uintptr_t key)
 {
-public:
-    NumberTree() { EXPECT_EQ(cu_RBTree_new(&tree_, compareNumbers, nullptr, nullptr, nullptr), 0U); }
-    NumberTree(const NumberTree&) = delete;
-    NumberTree& operator=(const NumberTree&) = delete;
-    ~NumberTree() { EXPECT_EQ(cu_RBTree_delete(&tree_), 0U); }
+    void* value = pointer(~uintptr_t{0});
+    EXPECT_EQ(cu_RBTree_has(tree, pointer(key), &value), 0U);
+    return number(value);
+}
 
-    cu_RBTree* get() const { return tree_; }
-    cu_ErrorCode add(uintptr_t key, uintptr_t value) const
-    {
-        return cu_RBTree_add(tree_, pointer(key), pointer(value));
-    }
-    cu_ErrorCode add(uintptr_t key) const { return add(key, key); }
-    cu_ErrorCode remove(uintptr_t key) const { return cu_RBTree_rem(tree_, pointer(key)); }
-    uintptr_t at(uintptr_t key) const
-    {
-        void* value = pointer(~uintptr_t{0});
-        EXPECT_EQ(cu_RBTree_has(tree_, pointer(key), &value), 0U);
-        return number(value);
-    }
-    uint32_t size() const
-    {
-        uint32_t size = ~0U;
-        EXPECT_EQ(cu_RBTree_size(tree_, &size), 0U);
-        return size;
-    }
-
-private:
-    cu_RBTree* tree_ = nullptr;
-};
-
-/// An iterator goes through the keys in order, and to the end, where it stays.
-void expectWalk(const cu_RBTree* tree, const std::vector<const void*>& keys)
+/// An iterator goes through the keys, which are the values, too, in order, and to the end, where it stays.
+void expectWalk(const cu_RBTree* tree, const Keys& keys)
 {
-    cu_RBTreeIterator* it = nullptr;
-    ASSERT_EQ(cu_RBTreeIterator_new(&it, tree), 0U);
+    const support::Made<cu_RBTreeIterator_new, cu_RBTreeIterator_delete> it{tree};
     const auto keyAt = [&](std::size_t at) { return at < keys.size() ? keys[at] : nullptr; };
     for (std::size_t at = 0; at < keys.size() + 2; ++at) {
         const bool tellsKey = at % 2 == 0;
-        void* key = &it;
-        void* value = &it;
+        void* key = &key;
+        void* value = &value;
         ASSERT_EQ(cu_RBTreeIterator_current(it, &key, &value), 0U);
         ASSERT_EQ(key, keyAt(at));
         ASSERT_EQ(value, key);
@@ -106,8 +83,6 @@ void expectWalk(const cu_RBTree* tree, const std::vector<const void*>& keys)
         ASSERT_EQ(value, keyAt(at + 1));
         ASSERT_EQ(key, keyAt(tellsKey ? at + 1 : at));
     }
-    EXPECT_EQ(cu_RBTreeIterator_delete(&it), 0U);
-    EXPECT_EQ(it, nullptr);
 }
 
 // Few keys make every shape of a small tree, and that is looked at after each change; many make a high one.
@@ -120,49 +95,52 @@ TEST(RBTree, answersAsASetDoesThroughAMillionOperationsAndStaysBalanced)
     std::mt19937 random(1);
     for (const auto& one : cases) {
         SCOPED_TRACE(one.keys);
-        const NumberTree tree;
+        const Tree tree{compareNumbers, nullptr, nullptr, nullptr};
         std::set<const void*> model;
         const int rounds = support::scaled(one.rounds);
         for (int round = 1; round <= rounds; ++round) {
-            const uintptr_t key = 1 + random() % one.keys;
-            const bool isThere = model.contains(pointer(key));
-            ASSERT_EQ(tree.at(key), isThere ? key : 0U);
+            void* const key = pointer(1 + random() % one.keys);
+            const bool isThere = model.contains(key);
+            ASSERT_EQ(valueAt(tree, number(key)), isThere ? number(key) : 0U);
             const bool grows = round * 5LL / rounds % 2 == 0;
             if (random() % 3 < (grows ? 2 : 1)) {
-                ASSERT_EQ(tree.add(key), isThere ? cu_ErrorCode{cu_ERROR_RBTREE_ADD_EXISTS} : 0U);
-                model.insert(pointer(key));
+                ASSERT_EQ(cu_RBTree_add(tree, key, key), isThere ? cu_ErrorCode{cu_ERROR_RBTREE_ADD_EXISTS} : 0U);
+                model.insert(key);
             } else {
-                ASSERT_EQ(tree.remove(key), isThere ? 0U : cu_ErrorCode{cu_ERROR_RBTREE_NOT_FOUND});
-                model.erase(pointer(key));
+                ASSERT_EQ(cu_RBTree_rem(tree, key), isThere ? 0U : cu_ErrorCode{cu_ERROR_RBTREE_NOT_FOUND});
+                model.erase(key);
             }
             if (round % one.between != 0 && round != rounds)
                 continue;
-            const std::vector<const void*> expected(model.begin(), model.end());
-            ASSERT_EQ(keysOf(tree.get()), expected);
-            ASSERT_EQ(tree.size(), expected.size());
-            expectWalk(tree.get(), expected);
+            const Keys expected(model.begin(), model.end());
+            ASSERT_EQ(keysOf(tree), expected);
+            uint32_t size = ~0U;
+            ASSERT_EQ(cu_RBTree_size(tree, &size), 0U);
+            ASSERT_EQ(size, expected.size());
+            expectWalk(tree, expected);
             ASSERT_FALSE(HasFailure());
         }
     }
 }
 
 /// The caller's functions for keys and values, of which one call may fail. They watch that everything is released once.
-struct Caller {
+struct Caller : Tree {
     static inline std::set<const void*> live;
     static inline std::vector<uintptr_t> released;
     static inline unsigned callsLeft; ///< until the one that fails; 0: none is to fail
 
-    static cu_RBTree* newTree()
+    Caller() : Tree(compareNumbers, copy, release, release) {}
+    ~Caller()
     {
-        cu_RBTree* tree = nullptr;
-        EXPECT_EQ(cu_RBTree_new(&tree, compareNumbers, copy, release, release), 0U);
-        return tree;
+        end();
+        EXPECT_TRUE(live.empty());
     }
+
     /// The value is ten times the key. It stays the caller's on a failure.
-    static cu_ErrorCode add(cu_RBTree* tree, uintptr_t key)
+    cu_ErrorCode add(uintptr_t key)
     {
         void* value = pointer(10 * key);
-        const cu_ErrorCode code = cu_RBTree_add(tree, pointer(key), value);
+        const cu_ErrorCode code = cu_RBTree_add(get(), pointer(key), value);
         if (code == 0)
             live.insert(value);
         return code;
@@ -192,58 +170,42 @@ struct Caller {
     }
 };
 
-void expectPassedOn(cu_ErrorCode code, cu_ErrorCode expected, const char* inner, const char* outer)
-{
-    EXPECT_EQ(code, expected);
-    EXPECT_EQ(support::trace().find(std::string(inner) + "  -  " + file + ":"), 0U) << support::trace();
-    EXPECT_NE(support::trace().find(std::string("\n") + outer + "  -  " + file + ":"), std::string::npos);
-}
-
-// Whichever call of the caller's fails: its code comes back with a trace, the tree holds what it says, and in the end
-// everything was released once.
+// Whichever call of the caller's fails: its code comes back, the tree holds what it says, and in the end everything was
+// released once.
 TEST(RBTree, losesAndReleasesTwiceNothingWhicheverFunctionFails)
 {
     for (unsigned nth = 1; Caller::callsLeft == 0; ++nth) {
         SCOPED_TRACE(nth);
         ASSERT_LT(nth, 100U);
         Caller::callsLeft = nth;
-        cu_RBTree* tree = Caller::newTree();
+        Caller tree;
         std::set<const void*> expected;
-        const auto expectKeys = [&] {
-            EXPECT_EQ(keysOf(tree), std::vector<const void*>(expected.begin(), expected.end()));
-        };
-        for (uintptr_t key = 1; key < 10; ++key) {
-            if (const cu_ErrorCode code = Caller::add(tree, key); code == 0)
-                expected.insert(pointer(key));
-            else
-                expectPassedOn(code, 4711, "RBTreeImpl_new", "cu_RBTree_add");
-            expectKeys();
+        for (const int step : {1, 2, 3, 4, 5, 6, 7, 8, 9, -5, -1, -8}) {
+            const auto key = static_cast<uintptr_t>(std::abs(step));
+            if (step > 0) {
+                const cu_ErrorCode code = tree.add(key);
+                EXPECT_TRUE(code == 4711 || (code == 0 && expected.insert(pointer(key)).second));
+            } else if (expected.erase(pointer(key)) == 1) {
+                const cu_ErrorCode code = cu_RBTree_rem(tree, pointer(key));
+                EXPECT_TRUE(code == 4712 || code == 0);
+            }
+            EXPECT_EQ(keysOf(tree), Keys(expected.begin(), expected.end()));
         }
-        for (void* const key : {pointer(5), pointer(1), pointer(8)}) {
-            if (expected.erase(key) == 0)
-                continue;
-            if (const cu_ErrorCode code = cu_RBTree_rem(tree, key); code != 0)
-                expectPassedOn(code, 4712, "RBTreeImpl_delete", "cu_RBTree_rem");
-            expectKeys();
-        }
-        if (const cu_ErrorCode code = cu_RBTree_delete(&tree); code != 0) {
-            expectPassedOn(code, 4712, "RBTreeImpl_delete", "cu_RBTree_delete");
-            ASSERT_NE(tree, nullptr);
+        if (cu_RBTree_delete(tree.handle()) != 0) {
+            EXPECT_EQ(cu_getErrorLocation()->errorID, 4712U);
+            ASSERT_NE(tree.get(), nullptr);
             keysOf(tree);
-            EXPECT_EQ(cu_RBTree_delete(&tree), 0U);
         }
-        EXPECT_EQ(tree, nullptr);
-        EXPECT_TRUE(Caller::live.empty());
     }
 }
 
 TEST(RBTree, deletionGoesOnBehindWhatCannotBeReleased)
 {
     Caller::callsLeft = 0;
-    Caller::released.clear();
-    cu_RBTree* tree = Caller::newTree();
+    Caller tree;
     for (const uintptr_t key : {1U, 2U, 3U})
-        EXPECT_EQ(Caller::add(tree, key), 0U);
+        EXPECT_EQ(tree.add(key), 0U);
+    Caller::released.clear();
     const std::pair<unsigned, std::vector<uintptr_t>> attempts[] = {
         // the call of a release function that fails, and what has been released then
         {1, {}},            // key 1
@@ -254,43 +216,26 @@ TEST(RBTree, deletionGoesOnBehindWhatCannotBeReleased)
     };
     for (const auto& [failAt, released] : attempts) {
         Caller::callsLeft = failAt;
-        EXPECT_EQ(cu_RBTree_delete(&tree), failAt != 0 ? 4712U : 0U);
+        EXPECT_EQ(cu_RBTree_delete(tree.handle()), failAt != 0 ? 4712U : 0U);
         EXPECT_EQ(Caller::released, released);
     }
-    EXPECT_EQ(tree, nullptr);
-    EXPECT_TRUE(Caller::live.empty());
 }
 
-TEST(RBTree, isMadeAsAWholeOrNotAtAll)
+TEST(RBTree, tellsWhatItRefusesAndIsMadeAsAWholeOrNotAtAll)
 {
-    const NumberTree tree;
-    ASSERT_EQ(tree.add(1), 0U);
-    support::sweep<cu_RBTree>(
-        "cu_RBTree_new",
-        [](auto handle, auto) { return cu_RBTree_new(handle, compareNumbers, nullptr, nullptr, nullptr); },
-        cu_RBTree_delete);
-    support::sweep<cu_RBTreeIterator>(
-        "cu_RBTreeIterator_new", [&](auto handle, auto) { return cu_RBTreeIterator_new(handle, tree.get()); },
-        cu_RBTreeIterator_delete);
-    const support::Injection failing("calloc", ENOMEM);
-    expectPassedOn(tree.add(2), cu_ERROR_COM_MALLOC_FAILED, "RBTreeImpl_new", "cu_RBTree_add");
-    EXPECT_EQ(keysOf(tree.get()), std::vector<const void*>{pointer(1)});
-}
+    const Tree tree{compareNumbers, nullptr, nullptr, nullptr};
+    void* const one = pointer(1);
+    EXPECT_EQ(cu_RBTree_add(tree, one, one), 0U);
+    EXPECT_FAILURE(cu_RBTree_add(tree, one, pointer(8)), cu_ERROR_RBTREE_ADD_EXISTS, "cu_RBTree_add", file, "");
+    EXPECT_EQ(valueAt(tree, 1), 1U);
+    EXPECT_FAILURE(cu_RBTree_rem(tree, pointer(2)), cu_ERROR_RBTREE_NOT_FOUND, "cu_RBTree_rem", file, "");
 
-TEST(RBTree, tellsWhatItRefuses)
-{
-    const NumberTree tree;
+    const support::Made<cu_RBTreeIterator_new, cu_RBTreeIterator_delete> it{tree.get()};
     cu_RBTree* none = nullptr;
-    cu_RBTree* some = tree.get();
-    cu_RBTreeIterator* noPlace = nullptr;
-    cu_RBTreeIterator* it = nullptr;
-    ASSERT_EQ(cu_RBTreeIterator_new(&it, some), 0U);
     void* value = pointer(7);
-    uint32_t size = 0;
-    const std::tuple good{some, it, &noPlace, static_cast<void*>(&size), &value, &size};
-    EXPECT_NULLS_REFUSED(file, good, cu_RBTree_add, cu_RBTree_has, cu_RBTree_rem, cu_RBTree_size,
-                         cu_RBTreeIterator_new);
-    EXPECT_NULLS_REFUSED(file, (std::tuple{&some, &it}), cu_RBTree_delete, cu_RBTreeIterator_delete);
+    EXPECT_NULLS_REFUSED(file, std::tuple{support::Anything{}}, cu_RBTree_add, cu_RBTree_has, cu_RBTree_rem,
+                         cu_RBTree_size, cu_RBTreeIterator_new);
+    EXPECT_NULLS_REFUSED(file, std::tuple{support::Anything{{value}}}, cu_RBTree_delete, cu_RBTreeIterator_delete);
     // Without functions to copy and release, and without a key to tell.
     EXPECT_NULLS_REFUSED(file, (std::tuple{&none, &compareNumbers}), cu_RBTree_new);
     EXPECT_REFUSED(cu_RBTreeIterator_current(nullptr, nullptr, &value), "cu_RBTreeIterator_current", file);
@@ -298,12 +243,14 @@ TEST(RBTree, tellsWhatItRefuses)
     EXPECT_REFUSED(cu_RBTreeIterator_next(nullptr, nullptr, &value), "cu_RBTreeIterator_next", file);
     EXPECT_REFUSED(cu_RBTreeIterator_next(it, &value, nullptr), "cu_RBTreeIterator_next", file);
     EXPECT_EQ(value, pointer(7));
-    EXPECT_EQ(cu_RBTreeIterator_delete(&it), 0U);
 
-    EXPECT_EQ(tree.add(1, 7), 0U);
-    EXPECT_FAILURE(tree.add(1, 8), cu_ERROR_RBTREE_ADD_EXISTS, "cu_RBTree_add", file, "");
-    EXPECT_EQ(tree.at(1), 7U);
-    EXPECT_FAILURE(tree.remove(2), cu_ERROR_RBTREE_NOT_FOUND, "cu_RBTree_rem", file, "");
+    EXPECT_CLEAN_FAILURES(cu_RBTree_new, cu_RBTree_delete, compareNumbers, nullptr, nullptr, nullptr);
+    EXPECT_CLEAN_FAILURES(cu_RBTreeIterator_new, cu_RBTreeIterator_delete, tree);
+    const support::Injection failing("calloc", ENOMEM);
+    EXPECT_EQ(cu_RBTree_add(tree, pointer(2), one), cu_ErrorCode{cu_ERROR_COM_MALLOC_FAILED});
+    EXPECT_THAT(support::trace(),
+                testing::AllOf(testing::StartsWith("RBTreeImpl_new  -  "), testing::HasSubstr("\ncu_RBTree_add  -  ")));
+    EXPECT_EQ(keysOf(tree), Keys{one});
 }
 
 } // namespace
