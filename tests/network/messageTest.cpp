@@ -75,7 +75,6 @@ TEST(Message, givesRoomBackAndTakesItAtOnce)
     EXPECT_EQ(cursorOf(clone), 3U);
     message.allocator.refuse(1);
     EXPECT_EQ(cu_Message_reserve(clone, 5000), 0U); // is there
-    EXPECT_EQ(cu_Message_resize(clone, 5000), 0U);
 }
 
 TEST(Message, encodesLengthsInNetworkOrder)

@@ -97,7 +97,6 @@ struct EchoServer : TestServer {
 
 struct Client {
     explicit Client(uint16_t port) { EXPECT_EQ(cu_MSGClient_new(&handle, CU_IP_ADDRESS_LOCAL, port, nullptr), 0U); }
-    Client(EchoServer&) = delete;
     /// One that introduces itself.
     explicit Client(TestServer& server) : Client(server.port)
     {
@@ -337,7 +336,7 @@ TEST(MSGServer, whatWasSentBeforeTheEndArrivesWhateverIsUnderWay)
         std::jthread reader;
         if (!isDeaf)
             reader = std::jthread([&] {
-                for (int i = 0; i < 300; ++i)
+                for (int i = 0; i < 300; ++i, std::this_thread::sleep_for(200us)) // so that much waits at the end
                     EXPECT_EQ(client.receive().size(), 40'000U);
                 EXPECT_EQ(cu_MSGClient_receive(client.handle, Message()), cu_ERROR_SOCKET_OTHER_SIDE_CLOSED);
             });
@@ -409,17 +408,16 @@ TEST(MSGServer, itsThreadTakesNoSignals)
 {
     TestServer server;
     const Client client(server);
-    std::vector<unsigned long long> masks;
+    unsigned long long mask = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
         std::ifstream lines(task.path() / "status");
         const std::string status(std::istreambuf_iterator<char>(lines), {});
         if (status.starts_with("Name:\tcu-msg-server\n"))
-            masks.push_back(std::stoull(status.substr(status.find("SigBlk:") + 8), nullptr, 16));
+            mask = std::stoull(status.substr(status.find("SigBlk:") + 8), nullptr, 16);
     }
-    ASSERT_EQ(masks.size(), 1U);
     // An emulator wants the signals of faults for itself.
     for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTERM, SIGCHLD, SIGIO})
-        EXPECT_NE(masks[0] & 1ULL << (signal - 1), 0U) << signal;
+        EXPECT_NE(mask & 1ULL << (signal - 1), 0U) << signal;
 }
 
 TEST(MSGServer, survivesEveryFailure)
