@@ -17,3 +17,9 @@ install(FILES ${PROJECT_BINARY_DIR}/koCUtilConfig.cmake ${PROJECT_BINARY_DIR}/ko
 file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/koCUtil.pc.in koCUtil.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/koCUtil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# GDB takes it by itself where it looks for a library of this path; see docs/debugging.md. The prefix is that of the
+# installation, which need not be the one that was configured.
+install(FILES tools/gdb/koCUtil-gdb.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}
+    RENAME $<TARGET_FILE_NAME:koCUtil>-gdb.py)

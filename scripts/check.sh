@@ -22,7 +22,7 @@ lint() {
     cmake --preset clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "$PWD/src/cUtil/.*"
 }
 
-need native clang arm board lint abi docs fuzz
+need native clang arm board lint abi debugger docs fuzz
 
 check "format" format
 check "shell scripts" shellScripts
@@ -32,6 +32,7 @@ check "build" build release
 check "exported names" scripts/check/symbols.sh nm build/release/libkoCUtil.so
 check "shared object" scripts/check/sharedObject.sh readelf build/release/libkoCUtil.so
 check "installed copy" scripts/check/installed.sh build/release
+check "debugger" scripts/check/debugger.sh build/release
 check "library for ARM" build arm koCUtil
 check "binary interface" scripts/check/abi.sh
 grep ', new: ' "$logs/binary-interface.log" || true

@@ -46,6 +46,7 @@ need() {
             board) packages+=(g++-arm-linux-gnueabihf qemu-system-arm cpio kmod xz-utils netbase) ;;
             lint) packages+=(clang-format clang-tidy shellcheck pkg-config) ;;
             abi) packages+=(abigail-tools) ;;
+            debugger) packages+=(gdb) ;;
             docs) packages+=(doxygen graphviz) ;;
             bench)
                 packages+=(libbenchmark-dev libboost-dev libglib2.0-dev libconcurrentqueue-dev libtbb-dev libasio-dev)
