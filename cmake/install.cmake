@@ -1,8 +1,10 @@
-# What `cmake --install` lays down: libraries, headers, the CMake package and the pkg-config file.
+# What `cmake --install` lays down: libraries, headers, the CMake package, the pkg-config file, and the documents with
+# the reference if there is one. The components are those of the Debian packages.
 include(CMakePackageConfigHelpers)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME dev)
 
 install(TARGETS koCUtil koCUtilStatic EXPORT koCUtil
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT dev
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/cUtil DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT koCUtil NAMESPACE koCUtil:: FILE koCUtilTargets.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/koCUtil)
@@ -23,3 +25,7 @@ install(FILES ${PROJECT_BINARY_DIR}/koCUtil.pc DESTINATION ${CMAKE_INSTALL_LIBDI
 install(FILES tools/gdb/koCUtil-gdb.py
     DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}
     RENAME $<TARGET_FILE_NAME:koCUtil>-gdb.py)
+
+file(GLOB documents CONFIGURE_DEPENDS docs/*.md)
+install(FILES README.md ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+install(DIRECTORY build/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc OPTIONAL)

@@ -22,7 +22,7 @@ lint() {
     cmake --preset clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "$PWD/src/cUtil/.*"
 }
 
-need native clang arm board lint abi debugger docs fuzz
+need native clang arm board lint abi debugger docs packages fuzz
 
 check "format" format
 check "shell scripts" shellScripts
@@ -36,7 +36,8 @@ check "debugger" scripts/check/debugger.sh build/release
 check "library for ARM" build arm koCUtil
 check "binary interface" scripts/check/abi.sh
 grep ', new: ' "$logs/binary-interface.log" || true
-scripts/docs.sh || failures+=("docs")
+scripts/package.sh || failures+=("packages")
+check "installed packages" scripts/check/packages.sh build/packages
 check "lint" lint
 scripts/fuzz.sh || failures+=("fuzz")
 scripts/test.sh asan tsan arm vm || failures+=("tests")

@@ -48,6 +48,7 @@ need() {
             abi) packages+=(abigail-tools) ;;
             debugger) packages+=(gdb) ;;
             docs) packages+=(doxygen graphviz) ;;
+            packages) packages+=(dpkg-dev fakeroot file pkg-config) ;;
             bench)
                 packages+=(libbenchmark-dev libboost-dev libglib2.0-dev libconcurrentqueue-dev libtbb-dev libasio-dev)
                 packages+=(libapr1-dev libssl-dev uuid-dev libuv1-dev libspdlog-dev libfmt-dev libnng-dev)
@@ -84,4 +85,10 @@ build() {
     local preset=$1
     shift
     cmake --preset "$preset" && cmake --build "build/$preset" ${1:+--target "$@"}
+}
+
+# pack PRESET: the Debian packages of what was built, in build/PRESET/packages. Their folders are Debian's, whatever was
+# configured by hand.
+pack() {
+    cmake --preset "$1" -U CMAKE_INSTALL_LIBDIR && cd "build/$1" && rm -rf packages && cpack -G DEB
 }

@@ -51,7 +51,7 @@ runFlavour() {
             step "arm: build" build arm && runCases arm arm
             ;;
         vm)
-            step "vm: build" build arm && runBoard
+            step "vm: build" build arm && step "vm: packages" pack arm && runBoard
             ;;
     esac
 }
@@ -67,7 +67,7 @@ for flavour in "${flavours[@]}"; do
         native | tsan) ;;
         clang | asan) purposes+=(clang) ;;
         arm) purposes+=(arm) ;;
-        vm) purposes+=(board) ;;
+        vm) purposes+=(board packages) ;;
         *) fail "no such flavour: $flavour (see ./dev --help)" ;;
     esac
 done

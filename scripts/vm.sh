@@ -3,7 +3,8 @@
 #
 #   scripts/vm.sh BUILD_DIR
 #
-# BUILD_DIR is a build folder made by arm-linux-gnueabihf-g++. It holds, anywhere, libkoCUtil.so.1*, and
+# BUILD_DIR is a build folder made by arm-linux-gnueabihf-g++. It holds
+#   packages/*.deb      the Debian packages, which the board installs: its programs use the library that comes from there
 #   test-programs.txt   the GoogleTest programs, one path per line, relative to BUILD_DIR
 #   test-data.txt       optional: further files and folders that the programs need, listed in the same way
 # On the board the same relative paths stand under /koCUtil; a program starts in its own folder.
@@ -45,8 +46,8 @@ step() {
 
 needCommands() {
     local command missing=()
-    for command in qemu-system-arm cpio gzip xz depmod modprobe dpkg-deb apt-get apt-cache timeout \
-        arm-linux-gnueabihf-readelf arm-linux-gnueabihf-strip; do
+    for command in qemu-system-arm cpio gzip xz depmod modprobe dpkg-deb dpkg-query apt-get apt-cache timeout \
+        arm-linux-gnueabihf-gcc arm-linux-gnueabihf-readelf arm-linux-gnueabihf-strip; do
         # modprobe and depmod stand outside the search path of an ordinary user.
         PATH=$PATH:/usr/sbin:/sbin command -v "$command" >/dev/null || missing+=("$command")
     done
@@ -171,22 +172,31 @@ place() {
     cp -rLT "$build/$path" "$root/koCUtil/$path"
 }
 
-# The build's own libkoCUtil: the file nearest to the top that no link stands for.
-placeLibrary() {
-    local library soname
-    library=$(find "$build" -name 'libkoCUtil.so.1*' -type f ! -name '*.debug' -printf '%d %p\n' | sort -n | head -n 1)
-    library=${library#* }
-    [[ -n $library ]] || fail "no libkoCUtil.so.1* in $build"
-    soname=$(arm-linux-gnueabihf-readelf -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\].*/\1/p')
-    [[ -n $soname ]] || fail "$library is no shared object with a name"
-    mkdir -p "$root/koCUtil/lib"
-    cp "$library" "$root/koCUtil/lib/"
-    [[ -e $root/koCUtil/lib/$soname ]] || ln -s "$(basename "$library")" "$root/koCUtil/lib/$soname"
+# The Debian packages that the board installs, before anything else runs, over the C library that stands there; and what
+# uses them: scripts/vm/installed, with a C program made from the development package.
+placePackages() {
+    local package tree=$work/dev packages=$build/packages
+    local installed=("$packages"/{libkocutil1,kocutil-tools}_*_armhf.deb) development=("$packages"/libkocutil-dev_*_armhf.deb)
+    for package in "${installed[@]}" "${development[@]}"; do
+        [[ -f $package ]] || fail "no $package"
+    done
+    mkdir -p "$root/var/cache/packages" "$root/var/lib/dpkg/info" "$root/koCUtil/packages" "$tree"
+    cp "${installed[@]}" "$root/var/cache/packages/"
+    for package in libc6 libgcc-s1 libstdc++6; do
+        printf 'Package: %s\nStatus: install ok installed\nArchitecture: armhf\nVersion: %s\n\n' \
+            "$package" "$(dpkg-query -W -f '${Version}' "$package-armhf-cross")"
+    done >"$root/var/lib/dpkg/status"
+    for package in "${development[@]}" "$packages"/libkocutil1_*; do
+        dpkg-deb -x "$package" "$tree"
+    done
+    arm-linux-gnueabihf-gcc -std=c11 -I"$tree/usr/include" "$here/check/installed/consumer.c" \
+        -L"$tree/usr/lib/arm-linux-gnueabihf" -lkoCUtil -o "$root/koCUtil/packages/consumer"
+    cp "$here/vm/installed" "$root/koCUtil/packages/installed"
 }
 
 # Adds the libraries that the files on the board need, and those that these need in turn.
 placeRuntime() {
-    local name source pending=() known=' '
+    local name source pending=() known=' libkoCUtil.so.1 ' # which a package brings
     cp -L "$runtime/ld-linux-armhf.so.3" "$root/lib/"
     for name in "${runtimeExtras[@]}"; do
         [[ ! -e $runtime/$name ]] || pending+=("$name")
@@ -198,7 +208,7 @@ placeRuntime() {
         pending=("${pending[@]:1}")
         [[ $known != *" $name "* ]] || continue
         known+="$name "
-        [[ ! -e $root/lib/$name && ! -e $root/koCUtil/lib/$name ]] || continue
+        [[ ! -e $root/lib/$name ]] || continue
         if [[ -e $runtime/$name ]]; then
             source=$runtime/$name
         else
@@ -243,10 +253,11 @@ prepareRamDisk() {
         place "$path"
         [[ -x $root/koCUtil/$path ]] || fail "$path is not executable"
     done <"$root/etc/board-programs"
+    sed -i '1i packages/installed' "$root/etc/board-programs"
     while IFS= read -r path; do
         place "$path"
     done < <(listed "$build/test-data.txt")
-    placeLibrary
+    placePackages
     placeRuntime
     step "packing the initial RAM disk" packRamDisk
 }
