@@ -97,6 +97,17 @@ public:
             std::max<ssize_t>(::send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL | flags), 0));
     }
 
+    /// Sends the same again and again until the other side has not taken it for a while; tells how often it did.
+    int fill(std::string_view bytes) const
+    {
+        const timeval limit = {0, 300'000};
+        setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+        int sent = 0;
+        while (send(bytes) == bytes.size())
+            ++sent;
+        return sent;
+    }
+
     /// So many bytes, or fewer if the connection ends before.
     std::string receive(std::size_t size) const
     {
