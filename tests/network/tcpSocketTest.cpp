@@ -1,9 +1,9 @@
-#include "sockets.h"
-
-#include "support/process.h"
+#include "network/ownNetwork.h"
+#include "network/sockets.h"
 #include "support/signalStorm.h"
 
 #include <cstring>
+#include <net/route.h>
 #include <netinet/tcp.h>
 #include <numeric>
 #include <sstream>
@@ -130,6 +130,30 @@ TEST(TCPSocket, everythingEndsWhenItsTimeIsUpWhateverSignalsCome)
         EXPECT_EQ(cu_getErrorLocation()->systemErrorCode, EINPROGRESS);
         EXPECT_LT(storm.lastSent() - began, 19s) << "signals prolong it";
     }
+}
+
+TEST(TCPSocket, connectingEndsInTimeWhereAllPacketsAreLost)
+{
+    if (!inOwnNetwork([] {
+            bringLoopbackUp();
+            rtentry route = {};
+            for (sockaddr* part : {&route.rt_dst, &route.rt_genmask, &route.rt_gateway})
+                part->sa_family = AF_INET;
+            static_cast<sockaddr_in*>(static_cast<void*>(&route.rt_dst))->sin_addr.s_addr = htonl(0x0A000000);
+            static_cast<sockaddr_in*>(static_cast<void*>(&route.rt_genmask))->sin_addr.s_addr = htonl(0xFF000000);
+            route.rt_flags = RTF_UP;
+            char name[] = "lo"; // where nobody has these addresses
+            route.rt_dev = name;
+            ask(SIOCADDRT, &route);
+            cu_TCPSocket* socket = nullptr;
+            EXPECT_GE(timeOf([&] {
+                          EXPECT_EQ(cu_TCPSocket_new(&socket, 0x0A010203, 80, 100, nullptr),
+                                    cu_ERROR_SOCKET_CONNECT_FAILED);
+                      }),
+                      atLeast(100ms));
+            EXPECT_EQ(cu_getErrorLocation()->systemErrorCode, EINPROGRESS);
+        }))
+        GTEST_SKIP() << "no network of the test's own is allowed";
 }
 
 TEST(TCPSocket, connectingGoesOnAfterSignals)
