@@ -293,7 +293,7 @@ void cu_internal_handleBackend(cu_MSGServer* me)
         } else {
             dropEndpoint(me, endpoint);
         }
-    } while (link != last && ++reads < readsAtOnce);
+    } while (link != last && ++reads < readsAtOnce && !me->readable.isAlone()); // the last may have been dropped
     flushPipe(me);
 }
 
