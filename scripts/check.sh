@@ -28,12 +28,14 @@ check "format" format
 check "shell scripts" shellScripts
 check "public headers" scripts/check/headers.sh
 check "floors" scripts/check/floors.sh
+check "links" scripts/check/links.sh
 check "build" build release
 check "exported names" scripts/check/symbols.sh nm build/release/libkoCUtil.so
 check "shared object" scripts/check/sharedObject.sh readelf build/release/libkoCUtil.so
 check "installed copy" scripts/check/installed.sh build/release
 check "debugger" scripts/check/debugger.sh build/release
 check "library for ARM" build arm koCUtil
+check "listings" scripts/check/listings.sh build/release
 check "binary interface" scripts/check/abi.sh
 grep ', new: ' "$logs/binary-interface.log" || true
 scripts/package.sh || failures+=("packages")
