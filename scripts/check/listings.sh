@@ -89,9 +89,9 @@ runDocument() {
     done
     [[ ! -s $printed ]] || complain "printed, but not told:" "$(cat "$printed")"
     for program in "${programs[@]}"; do
-        cat "$work"/listings/*.sh | grep -qE "(^|[ (])\./$program( |\)|;|$)" || complain "nothing runs $program"
+        grep -qE "(^|[ (])\./$program( |\)|;|$)" "$work"/listings/*.sh || complain "nothing runs $program"
     done
-    echo "$document: ${#programs[@]} programs"
+    echo "$document: programs that run: ${#programs[@]}"
     rm -r "$work/listings"
 }
 
