@@ -15,6 +15,13 @@ makeReference() {
         echo "exported, but without an entry in the reference:" "${undocumented//$'\n'/ }"
         return 1
     }
+    local guide
+    for guide in docs/guides/*.md; do
+        grep -qF "'$(sed -n '1s/^# //p' "$guide")'" build/docs/html/search/pages_*.js || {
+            echo "the search does not find $guide"
+            return 1
+        }
+    done
 }
 
 need docs

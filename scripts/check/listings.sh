@@ -104,7 +104,7 @@ export QEMU_UNSET_ENV=LD_PRELOAD # stdbuf's
 bad=0
 mkdir "$work/run"
 ln -s "$top"/{build,include,src,tools,examples,cmake,scripts} "$work/run"
-for document in docs/guides/*.md; do
+for document in docs/guides/*.md README.md; do
     runDocument
 done
 exit "$bad"
