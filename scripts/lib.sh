@@ -48,6 +48,7 @@ need() {
             abi) packages+=(abigail-tools) ;;
             debugger) packages+=(gdb) ;;
             docs) packages+=(doxygen graphviz) ;;
+            picture) packages+=(termtosvg) ;;
             packages) packages+=(dpkg-dev fakeroot file pkg-config) ;;
             bench)
                 packages+=(libbenchmark-dev libboost-dev libglib2.0-dev libconcurrentqueue-dev libtbb-dev libasio-dev)
