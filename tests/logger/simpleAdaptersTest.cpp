@@ -125,6 +125,18 @@ TEST_F(LogFile, linesTellTheLocalTimeOfEachSecond)
     EXPECT_EQ(content(), expected + cases[5].second + names[0]);
 }
 
+TEST_F(LogFile, linesReachTheFileWholeBeforeTheEnd)
+{
+    std::size_t sizes = 0;
+    for (const std::size_t length : {1000U, 1500U, 1500U, 3U, 4067U, 9000U, 1U, 4000U, 4000U}) {
+        log(adapter, 2, std::string(length, 'x'));
+        const std::string reached = content();
+        sizes += reached.size();
+        EXPECT_TRUE(reached.empty() || reached.back() == '\n') << length;
+    }
+    EXPECT_GT(sizes, 0U);
+}
+
 TEST_F(LogFile, aFailingClockLosesTheLineOnly)
 {
     for (const unsigned nth : {1U, 2U}) { // the second one is for the date

@@ -20,7 +20,7 @@ CU_BEGIN_DECLS
  *
  * When it is ended, the adapter passes on what it has and then ends the other adapter; if something fails in that, the
  * process ends with status 1. After the first line that the other adapter fails to log, nothing is passed on any more,
- * and what is left in the buffer at the end is lost.
+ * and what is left in the buffer at the end is lost. A process that dies takes what is in the buffer with it.
  *
  * @param adapter         receives the adapter; must hold null
  * @param wrappedAdapter  where the lines go, whatever its level. It is the new adapter's from here on; after a failure

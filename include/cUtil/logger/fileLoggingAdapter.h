@@ -14,6 +14,11 @@ CU_BEGIN_DECLS
  * Makes an adapter that appends each line to a file. The stream's own buffer decides when lines reach the file; all
  * have when the adapter is ended. It refuses levels above 3.
  *
+ * Lines reach the file whole, several at a time, so several processes may append to one file. A line that is longer
+ * than the buffer (4096 bytes on most file systems) is written in pieces, between which those of others may come. A
+ * process that dies takes the lines with it that are still in the buffer, and tears at most the one that is just being
+ * written.
+ *
  * @param adapter    receives the adapter; must hold null
  * @param path       the file, which is made if there is none; not empty
  * @param allocator  gives the memory; null: the shared heap allocator

@@ -5,6 +5,8 @@
 #include <cUtil/time/dateTime.h>
 #include <cUtil/time/time.h>
 
+#include <stdio_ext.h>
+
 namespace cu::internal
 {
 
@@ -50,13 +52,18 @@ cu_ErrorCode writeLogLine(StreamAdapter* me, uint32_t level, const char* text, b
     if (now.tv_sec != me->stampedSecond || me->stampLength == 0)
         CU_TRY_AT(place, renewStamp(me, now.tv_sec));
 
+    // Lines leave the buffer whole: what a process that dies leaves behind ends with a line, and those of several
+    // processes do not mix in one file. Only a line that is longer than the buffer goes out in pieces.
+    const std::size_t size = me->stampLength + nameLength + 2 + length + 1;
     flockfile(me->stream);
+    if (__fpending(me->stream) + size > __fbufsize(me->stream))
+        fflush_unlocked(me->stream);
     put(me->stamp, me->stampLength, me->stream);
     put(name, nameLength, me->stream);
     put(": ", 2, me->stream);
     put(text, length, me->stream);
     put("\n", 1, me->stream);
-    if (flush)
+    if (flush || size > __fbufsize(me->stream))
         fflush_unlocked(me->stream);
     funlockfile(me->stream);
 
