@@ -42,6 +42,8 @@ scripts/package.sh || failures+=("packages")
 check "installed packages" scripts/check/packages.sh build/packages
 check "lint" lint
 scripts/fuzz.sh || failures+=("fuzz")
+check "kill campaign" scripts/kill.sh 50
+check "soak" scripts/soak.sh 20
 scripts/test.sh asan tsan arm vm || failures+=("tests")
 
 if ((${#failures[@]})); then

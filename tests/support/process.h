@@ -69,7 +69,7 @@ public:
         return result_;
     }
 
-private:
+    /// Does not wait for it, unless the options of waitpid() say so.
     bool hasEnded(int options = WNOHANG)
     {
         int status = 0;
@@ -80,6 +80,7 @@ private:
         return ended_;
     }
 
+private:
     pid_t id_;
     int result_ = 0;
     bool ended_ = false;
