@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace campaign
@@ -115,6 +116,7 @@ int use(Board& board)
 
 std::string killAtRegion(Random& random)
 {
+    shm_unlink(('/' + name()).c_str()); // after a breach
     Shared<Board> board;
     Process maker([&] { return make(*board); });
     Process user([&] { return use(*board); });
