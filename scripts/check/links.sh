@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # links.sh: every relative link in the project's Markdown leads to a file of the project, and its anchor, if it has one,
-# to a heading of that file.
+# to a heading of that file. Every document below docs/ is linked to.
 set -euo pipefail
 export LC_ALL=C
 
@@ -15,6 +15,7 @@ anchors() {
 }
 
 count=0 bad=0
+declare -A reached
 while IFS= read -r document; do
     while IFS= read -r link; do
         ((++count))
@@ -27,8 +28,15 @@ while IFS= read -r document; do
             echo "$document: $link: no such heading"
             bad=1
         fi
+        reached[$(realpath "$file")]=1
     done < <(prose "$document" | grep -oP '\]\(\K[^)\s]+|src="\K[^"]+' | grep -vE '^[a-z]+:')
 done < <(find . -name build -prune -o -name .git -prune -o -name '*.md' -print | sort)
+for document in docs/*.md docs/*/*.md; do
+    [[ -n ${reached[$(realpath "$document")]:-} ]] || {
+        echo "$document: nothing leads to it"
+        bad=1
+    }
+done
 ((count)) || { echo "no links at all?"; exit 1; }
 echo "$count links"
 exit "$bad"
