@@ -39,7 +39,7 @@ need() {
     command -v dpkg-query >/dev/null || return 0 # not Debian: the commands themselves tell what they miss
     for purpose; do
         case $purpose in
-            native) packages+=(cmake ninja-build g++ googletest tzdata) ;;
+            native) packages+=(cmake ninja-build g++ googletest tzdata help2man mandoc jq) ;;
             clang) packages+=(clang libclang-rt-dev llvm) ;; # llvm: lines in stack traces
             fuzz) packages+=(cmake ninja-build clang libclang-rt-dev llvm) ;;
             arm) packages+=(g++-arm-linux-gnueabihf qemu-user) ;;

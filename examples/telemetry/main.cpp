@@ -19,6 +19,8 @@ constexpr char usage[] =
     "       telemetry watch  [--host HOST] [--port PORT] [--seconds N]\n"
     "       telemetry demo   [--name NAME] [--port PORT] [--log FILE] [--interval MS] [--seconds N]\n"
     "\n"
+    "Shows what this machine does: through shared memory to a server, and over TCP to a table.\n"
+    "\n"
     "  sample  reads what the machine does and puts it into a queue in shared memory\n"
     "  serve   takes the records from the queue, remembers the last minute and answers watchers over TCP;\n"
     "          offers its log to one viewer at the port behind its own (cutil log watch)\n"

@@ -42,6 +42,7 @@ fakeroot dpkg --root "$root" --install {libkocutil1,libkocutil-dev,kocutil-tools
 
 "$here/installed.sh" --prefix "$root/usr"
 cd "$root/usr/share"
-for file in doc/koCUtil/{html/index.html,architecture.md} doc/libkocutil1/{copyright,changelog.gz} man/man1/cutil.1.gz; do
+for file in doc/koCUtil/{html/index.html,architecture.md} doc/libkocutil1/{copyright,changelog.gz} \
+    man/man1/{cutil,cutil-ring,telemetry}.1.gz bash-completion/completions/cutil; do
     [[ -s $file ]] || { echo "no $file"; exit 1; }
 done

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <sys/resource.h>
 
@@ -330,17 +331,166 @@ TEST(CutilUuid, PrintsAsManyDifferentIdentifiersAsAreAskedFor)
     EXPECT_EQ(different("1000"), "1000\n");
 }
 
-TEST(Cutil, TellsHowItIsUsed)
+/// What "cutil help" lists.
+std::vector<std::string> commandNames()
+{
+    std::istringstream lines(run(cutil + "help | sed -n '/^commands:/,/^$/s/^  \\([a-z0-9]*\\) .*/\\1/p'").output);
+    return {std::istream_iterator<std::string>(lines), {}};
+}
+
+TEST(Cutil, EveryCommandTellsHowItIsUsed)
 {
     EXPECT_EQ(run(cutil + "--version").output, "cutil " CU_VERSION_STRING "\n");
-    EXPECT_THAT(run(cutil + "--help").output, StartsWith("usage: cutil COMMAND"));
-    for (const std::string command : {"error", "hexdump", "shm", "ring", "clock", "convert", "md5", "uuid"}) {
-        const Result help = run(cutil + command + " --help 2>/dev/null");
-        EXPECT_THAT(help, FieldsAre(0, StartsWith("usage: cutil " + command)));
+    EXPECT_EQ(run(cutil + "--help").output, run(cutil + "help").output);
+    const std::vector<std::string> commands = commandNames();
+    EXPECT_THAT(commands, testing::IsSupersetOf({"error", "convert", "md5", "log", "help"}));
+    for (const std::string& command : commands) {
+        const Result help = run(cutil + "help " + command);
+        EXPECT_THAT(help, FieldsAre(0, AllOf(StartsWith("usage: cutil " + command), HasSubstr("\noptions:\n"))));
+        EXPECT_EQ(run(cutil + command + " --help").output, help.output);
         if (command != "convert") { // takes everything behind the type as it is
             EXPECT_EQ(run(cutil + command + " word -h").output, help.output) << command;
         }
     }
+}
+
+#ifdef MANUAL_PAGES
+TEST(Cutil, EveryCommandHasAManualPageThatIsWellFormedAndTellsWhatItsHelpTells)
+{
+    EXPECT_THAT(run("mandoc -Tlint -Wwarning " MANUAL_PAGES "*.1 2>&1"), FieldsAre(0, ""));
+    const auto shown = [](const std::string& page) {
+        return run("mandoc -Tascii -Owidth=1000 " MANUAL_PAGES + page + ".1 | sed 's/.\\x08//g'").output;
+    };
+    EXPECT_THAT(shown("telemetry"), AllOf(HasSubstr(" telemetry - shows "), HasSubstr("\n       telemetry watch ")));
+    EXPECT_THAT(shown("cutil"), HasSubstr("cutil-error(1), "));
+    for (const std::string& command : commandNames()) {
+        const std::string page = shown("cutil-" + command);
+        EXPECT_THAT(page, HasSubstr(" cutil-" + command + " - "));
+        std::istringstream words(run(cutil + "help " + command + " | grep -v ^options").output);
+        words.ignore(6); // "usage:"
+        for (std::string word; words >> word;)
+            EXPECT_THAT(page, HasSubstr(word)) << command;
+    }
+}
+#endif
+
+TEST(Cutil, JsonIsReadByOthers)
+{
+    const std::string region = uniqueName("json");
+    const std::string file = testing::TempDir() + region;
+    ASSERT_EQ(run("printf hello | " + cutil + "ring put --size 16 " + region + " && printf abc >" + file + " && " +
+                  cutil + "md5 " + file + " /dev/null | sed 's/^d/0/' >" + file + ".list")
+                  .status,
+              0);
+    const std::string aRegion = "{name: \"" + region + "\", owner: $user, mode: \"0600\"}";
+    const std::pair<std::string, std::string> cases[] = {
+        {"error --json 1 cu_ERROR_SHM_FSTAT",
+         "map(.code) == [1, 16777263] and (.[1] == {code: 16777263, name: \"cu_ERROR_SHM_FSTAT\","
+         " category: \"CUtilities\", description: \"Call to fstat(...) failed.\"})"},
+        {"error --json --all", "length > 80 and all(.[]; .description | type == \"string\")"},
+        {"shm list --json", "any(.[]; contains(" + aRegion + ") and .size > 16)"},
+        {"shm show --json " + region,
+         "length == 1 and (.[0] | contains(" + aRegion +
+             " + {contents: \"ring buffer\", bytes: 16, used: 5, free: 10, readerLock: true, writerLock: true}))"},
+        {"clock --json", ".[0].clock == 0 and .[0].resolutionNanoseconds == 1 and (.[0].seconds - now | fabs) < 60"
+                         " and all(.[]; .available == has(\"seconds\"))"},
+        {"convert --json sint32 -5", ". == [{type: \"sint32\", text: \"-5\", value: -5}]"},
+        {"convert --json bool true", ".[0].value == true"},
+        {"convert --json ieee64 -1.5e300", ".[0].value == -1.5e300"},
+        {"convert --json ieee32 -inf", ".[0].value == \"-inf\""},
+        {"uuid --json 3", "map(.uuid | test(\"^[0-9A-F]{32}$\")) == [true, true, true]"},
+        {"md5 --json " + file, ". == [{file: \"" + file + "\", md5: \"900150983cd24fb0d6963f7d28e17f72\"}]"},
+        {"md5 --json --check " + file + ".list", "map(.verdict) == [\"OK\", \"FAILED\"]"},
+        {"net --json", "any(.[]; . == {interface: \"lo\", address: \"127.0.0.1\", prefix: 8, netmask: \"255.0.0.0\"})"},
+    };
+    for (const auto& [words, truth] : cases) {
+        const std::string line = cutil + words + " 2>/dev/null | jq -es --arg user \"$(id -un)\" '" + truth + "'";
+        EXPECT_THAT(run(line), FieldsAre(0, "true\n")) << run(cutil + words).output;
+    }
+    run(cutil + "ring cat --once " + region + "; rm /dev/shm/" + region + ' ' + file + ' ' + file + ".list");
+}
+
+// Overlong forms, halves of surrogates, what is beyond Unicode, a character that ends too early, one without a start.
+TEST(Cutil, JsonKeepsBytesThatAreNoText)
+{
+    const std::string name = "x\"\\\n\x01\x7f\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"
+                             "\xc0\x80\xe0\x9f\x80\xed\xa0\x80\xf4\x90\x80\x80\xf5\xe2\x82x\x80\xc3";
+    const std::string folder = testing::TempDir() + uniqueName("bytes");
+    ASSERT_EQ(run("mkdir " + folder).status, 0);
+    std::ofstream(folder + '/' + name) << "abc";
+    const std::string json = "cd " + folder + "; " + cutil + "md5 --json *";
+    EXPECT_EQ(run(json).output,
+              "{\"file\": \"x\\\"\\\\\\u000a\\u0001\x7f\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"
+              "\\udcc0\\udc80\\udce0\\udc9f\\udc80\\udced\\udca0\\udc80\\udcf4\\udc90\\udc80\\udc80"
+              "\\udcf5\\udce2\\udc82x\\udc80\\udcc3\", \"md5\": \"900150983cd24fb0d6963f7d28e17f72\"}\n");
+    EXPECT_THAT(run(json + " | jq -r .file").output, StartsWith("x\"\\\n\x01\x7f\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"));
+    run("rm -r " + folder);
+}
+
+TEST(Cutil, HasColoursOnATerminalUnlessToldOtherwise)
+{
+    const std::string list = testing::TempDir() + uniqueName("list");
+    std::ofstream(list) << "900150983cd24fb0d6963f7d28e17f73  /dev/null\n";
+    const auto check = [&](const std::string& environment, const std::string& option, bool onTerminal) {
+        const std::string line = cutil + "md5 --check " + option + ' ' + list;
+        return run("env -u NO_COLOR TERM=xterm " + environment + ' ' +
+                   (onTerminal ? "script -qec '" + line + "' /dev/null" : line) + " 2>/dev/null")
+            .output;
+    };
+    const auto isRed = HasSubstr("/dev/null: \033[31mFAILED\033[m");
+    const auto isNot = AllOf(HasSubstr("/dev/null: FAILED"), testing::Not(HasSubstr("\033")));
+    EXPECT_THAT(check("", "", true), isRed);
+    EXPECT_THAT(check("NO_COLOR=1", "", true), isNot);
+    EXPECT_THAT(check("TERM=dumb", "", true), isNot);
+    EXPECT_THAT(check("", "--color=never", true), isNot);
+    EXPECT_THAT(check("", "", false), isNot);
+    EXPECT_THAT(check("NO_COLOR=1", "--color always", false), isRed);
+    remove(list.c_str());
+}
+
+TEST(Cutil, BashCompletesItsCommandLines)
+{
+    const std::string region = uniqueName("complete");
+    ASSERT_EQ(run(": | " + cutil + "ring put --size 16 " + region + "; : >'/dev/shm/" + region + "$(boo)'").status, 0);
+    const std::string script = "cutil() { " + cutil + "\"$@\"; }; . " CUTIL_COMPLETION;
+    const std::pair<std::string, std::string> cases[] = {
+        {"cl", "clock"},
+        {"help ri", "ring"},
+        {"-", "--help --version"},
+        {"bogus \"\"", ""},
+        {"error cu_ERROR_SHM_FS", "cu_ERROR_SHM_FSTAT"},
+        {"shm \"\"", "list show"},
+        {"shm show " + region.substr(0, region.size() - 1), region},
+        {"shm list \"\"", ""},
+        {"ring cat --once " + region, region},
+        {"ring put --size \"\"", ""},
+        {"ring put --size 16 " + region, region},
+        {"ring put --", "--help --size"},
+        {"ring -o cat -", "--help --once"},
+        {"convert -b 10 ieee", "ieee32 ieee64"},
+        {"convert bool \"\"", ""},
+        {"log watch host 7071 --level d", "debug"},
+        {"md5 --check --color = n", "never"},
+        {"md5 --color =", "auto always never"},
+        {"md5 --ch", "--check"},
+        {"md5 a b \"\"", "-o default|"},
+        {"msg send host 7 \"\"", "-o default|"},
+        {"msg serve host \"\"", ""},
+    };
+    for (const auto& [words, expected] : cases) {
+        EXPECT_EQ(run("bash -c '" + script + "; compopt() { printf \"%s|\" \"$*\"; }; COMP_WORDS=(cutil " + words +
+                      "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _cutil cutil; echo \"${COMPREPLY[*]}\"' 2>&1")
+                      .output,
+                  expected + '\n')
+            << words;
+    }
+
+    // As it is typed.
+    const std::string path = testing::TempDir() + region;
+    std::ofstream(path + ".typed") << script << "\ncutil md5 --j\t" + path + ".ty\t\nexit\n";
+    EXPECT_THAT(run("script -qec 'bash --norc --noprofile -i' /dev/null <" + path + ".typed").output,
+                HasSubstr("{\"file\": \"" + path + ".typed\", "));
+    run("rm " + path + ".typed '/dev/shm/" + region + "' '/dev/shm/" + region + "$(boo)'");
 }
 
 TEST(Cutil, AnswersWrongUsageOnTheErrorStreamWithStatus2)

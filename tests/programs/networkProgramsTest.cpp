@@ -44,6 +44,12 @@ TEST_F(CutilMsg, PrintsWhatClientsSendUntilItIsInterrupted)
         server.interrupt(signal);
         EXPECT_EQ(server.wait(), 0);
     }
+    Background server(serve + "--json");
+    ASSERT_TRUE(canConnect());
+    EXPECT_EQ(run("printf 'a\\377\\0\"\\n\\n' | " + send).status, 0);
+    EXPECT_TRUE(server.says(", \"size\": 0, \"hex\": \"\", \"text\": \"\"}\n"));
+    EXPECT_THAT(server.output(), ContainsRegex("^\\{\"client\": [0-9]+, \"size\": 4, \"hex\": \"61ff0022\", "
+                                               "\"text\": \"a\\\\udcff\\\\u0000\\\\\"\"}\n"));
 }
 
 TEST_F(CutilMsg, AnEchoGivesMessagesOfAnySizeBack)
@@ -55,6 +61,9 @@ TEST_F(CutilMsg, AnEchoGivesMessagesOfAnySizeBack)
                     path + " | cmp - " + path + ".out"),
                 FieldsAre(0, ""));
     EXPECT_THAT(run("printf 'one\\n\\nthree\\n' | " + send + "--answers"), FieldsAre(0, "one\n\nthree\n"));
+    EXPECT_THAT(run("printf 'one\\ntwo\\n' | " + send + "--answers --json | jq -c ."),
+                FieldsAre(0, "{\"size\":3,\"hex\":\"6f6e65\",\"text\":\"one\"}\n"
+                             "{\"size\":3,\"hex\":\"74776f\",\"text\":\"two\"}\n"));
     run("rm " + path + ' ' + path + ".empty " + path + ".out");
     EXPECT_EQ(server.output(), "");
 }
@@ -84,7 +93,8 @@ class CutilLog : public testing::Test
 {
 protected:
     /// Logs to a viewer, once it is there. It has seen what was logged before "end".
-    void log(const Background& viewer, std::initializer_list<std::pair<uint32_t, const char*>> lines)
+    void log(const Background& viewer, std::initializer_list<std::pair<uint32_t, const char*>> lines,
+             const char* last = "Error: end")
     {
         EXPECT_TRUE(comesTrue([&] {
             EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, 0, "begin"), 0u);
@@ -93,7 +103,7 @@ protected:
         for (const auto& [level, text] : lines)
             EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, level, text), 0u);
         EXPECT_EQ(cu_logger_Adapter_logMessage(adapter, 0, "end"), 0u);
-        EXPECT_TRUE(viewer.says("Error: end"));
+        EXPECT_TRUE(viewer.says(last));
     }
 
     const uint16_t port = freePort();
@@ -114,9 +124,19 @@ TEST_F(CutilLog, PrintsWhatIsLoggedDownToALevelUntilItIsInterruptedOrTheProcessE
     }
 }
 
+TEST_F(CutilLog, GivesALineAsAnObject)
+{
+    Background viewer(watch + "--json --level info");
+    log(viewer, {{1, "a \"word\"\033\xff"}, {3, "detail"}}, "\"text\": \"end\"}");
+    EXPECT_THAT(viewer.output(),
+                AllOf(ContainsRegex("\\{\"time\": \"[-0-9]{10}T[:0-9]{8}\\.[0-9]{3}Z\", \"level\": \"warning\", "
+                                    "\"text\": \"a \\\\\"word\\\\\"\\\\u001b\\\\udcff\"}\n"),
+                      Not(HasSubstr("detail"))));
+}
+
 TEST_F(CutilLog, HasColoursOnATerminalWhichTheLogCannotSteer)
 {
-    Background viewer("env TERM=xterm script -qec '" + watch + "' /dev/null");
+    Background viewer("env -u NO_COLOR TERM=xterm script -qec '" + watch + "' /dev/null");
     log(viewer, {{1, "warned"}, {3, "\033[5mdetail"}, {4, "beyond"}});
     EXPECT_THAT(viewer.output(), AllOf(ContainsRegex("\033\\[33m[^\n]* Warning: warned\r\n\033\\[m"),
                                        ContainsRegex("\033\\[2m[^\n]* Debug: \\.\\[5mdetail\r\n"),

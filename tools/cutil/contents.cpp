@@ -1,5 +1,6 @@
 // What cutil shm show finds at the start of a region.
 #include "cutil.h"
+#include "json.h"
 #include "region.h"
 
 #include <cUtil/fifo.h>
@@ -18,7 +19,7 @@ namespace cutil
 namespace
 {
 
-int showRing(const Ring& ring, const RingShape& shape)
+int showRing(const Ring& ring, const RingShape& shape, Json* json)
 {
     uint32_t used = 0;
     uint32_t free = 0;
@@ -27,6 +28,11 @@ int showRing(const Ring& ring, const RingShape& shape)
         code = cu_RingBuffer_putAvailable(ring.get(), &free);
     if (code != 0)
         return failByRecord(code, "reading the ring buffer");
+    if (json != nullptr) {
+        json->add("contents", "ring buffer").add("bytes", shape.size).add("used", used).add("free", free);
+        json->add("readerLock", shape.readerLock).add("writerLock", shape.writerLock);
+        return done;
+    }
     const char* const locks[] = {"none", "reader", "writer", "reader and writer"};
     printf("ring buffer: %u bytes\n"
            "  used:      %u\n"
@@ -59,15 +65,19 @@ std::optional<int> findQueue(void* region, uint32_t size)
 }
 
 /// Whether something was found and shown.
-bool showRpc(const Memory& memory)
+bool showRpc(const Memory& memory, Json* json)
 {
     constexpr uint32_t smallest = CU_RPC_QUEUE_MINIMUM_SIZE;
     if (memory.size < smallest)
         return false;
     if (const std::optional<int> signals = findQueue(memory.base, memory.size)) {
-        printf("RPC queue:   %u bytes of payload, from the looks of it (it carries no mark)\n"
-               "  signals:   %d\n",
-               memory.size - CU_RPC_QUEUE_HEADER_SIZE, *signals);
+        const uint32_t payload = memory.size - CU_RPC_QUEUE_HEADER_SIZE;
+        if (json != nullptr)
+            json->add("contents", "RPC queue").add("bytes", payload).add("signals", *signals);
+        else
+            printf("RPC queue:   %u bytes of payload, from the looks of it (it carries no mark)\n"
+                   "  signals:   %d\n",
+                   payload, *signals);
         return true;
     }
     const uint32_t half = memory.size / 2;
@@ -77,9 +87,15 @@ bool showRpc(const Memory& memory)
     const std::optional<int> fromCreator = findQueue(static_cast<unsigned char*>(memory.base) + half, half);
     if (!toCreator || !fromCreator)
         return false;
-    printf("RPC channel: twice %u bytes of payload, from the looks of it (it carries no mark)\n"
-           "  signals:   %d to the side that created it, %d to the other one\n",
-           half - CU_RPC_QUEUE_HEADER_SIZE, *toCreator, *fromCreator);
+    const uint32_t payload = half - CU_RPC_QUEUE_HEADER_SIZE;
+    if (json != nullptr) {
+        json->add("contents", "RPC channel").add("bytes", payload);
+        json->add("signalsToCreator", *toCreator).add("signalsFromCreator", *fromCreator);
+    } else {
+        printf("RPC channel: twice %u bytes of payload, from the looks of it (it carries no mark)\n"
+               "  signals:   %d to the side that created it, %d to the other one\n",
+               payload, *toCreator, *fromCreator);
+    }
     return true;
 }
 
@@ -102,13 +118,20 @@ std::optional<FifoShape> findFifo(const Memory& memory)
     return shape;
 }
 
-int showFifo(const Memory& memory)
+int showNothing(Json* json)
+{
+    if (json != nullptr)
+        json->add("contents", nullptr);
+    else
+        puts("FIFO:        none");
+    return done;
+}
+
+int showFifo(const Memory& memory, Json* json)
 {
     const std::optional<FifoShape> shape = findFifo(memory);
-    if (!shape) {
-        puts("FIFO:        none");
-        return done;
-    }
+    if (!shape)
+        return showNothing(json);
     uint32_t capacity = 0;
     int32_t free = 0;
     int32_t used = 0;
@@ -116,8 +139,11 @@ int showFifo(const Memory& memory)
     if (code != 0)
         return failByRecord(code, "reading the FIFO");
     // The two are read one after the other, and open transactions count as neither.
-    if (free > static_cast<int64_t>(capacity) || used > static_cast<int64_t>(capacity)) {
-        puts("FIFO:        none");
+    if (free > static_cast<int64_t>(capacity) || used > static_cast<int64_t>(capacity))
+        return showNothing(json);
+    if (json != nullptr) {
+        json->add("contents", "FIFO").add("entries", capacity).add("entryBytes", shape->entrySize);
+        json->add("used", used).add("free", free);
         return done;
     }
     printf("FIFO:        %u entries of %u bytes\n"
@@ -130,20 +156,23 @@ int showFifo(const Memory& memory)
 } // namespace
 
 // From what is told for certain to what is told by its looks only.
-int showContents(const Memory& memory)
+int showContents(const Memory& memory, Json* json)
 {
     Ring ring;
     RingShape shape;
     switch (findRing(memory, ring, shape)) {
     case RingState::usable:
-        return showRing(ring, shape);
+        return showRing(ring, shape, json);
     case RingState::damaged:
-        printf("ring buffer: damaged; %u bytes by its header\n", shape.size);
+        if (json != nullptr)
+            json->add("contents", "damaged ring buffer").add("bytes", shape.size);
+        else
+            printf("ring buffer: damaged; %u bytes by its header\n", shape.size);
         return done;
     case RingState::absent:
         break;
     }
-    return showRpc(memory) ? done : showFifo(memory);
+    return showRpc(memory, json) ? done : showFifo(memory, json);
 }
 
 } // namespace cutil

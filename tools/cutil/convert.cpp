@@ -1,5 +1,6 @@
 // cutil convert: what the library reads from a text.
 #include "cutil.h"
+#include "json.h"
 
 #include <cUtil/convert.h>
 
@@ -16,20 +17,17 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] = "usage: cutil convert [--base BASE] TYPE TEXT\n"
-                         "\n"
-                         "Reads TEXT as a value of TYPE, as the library does it, and prints the value.\n"
-                         "\n"
-                         "  BASE  of an integer's digits, 2 to 36; 0, unless told otherwise: by the text's prefix\n"
-                         "  TYPE  bool, char, sint8, uint8, sint16, uint16, sint32, uint32, sint64, uint64,\n"
-                         "        ieee32 or ieee64\n"
-                         "  TEXT  is taken as it is, also when it begins with '-'\n";
+constexpr char help[] =
+    "The function cu_Convert_TYPE() of the library reads TEXT; what is printed is the value, or why there is none.\n"
+    "\n"
+    "  TYPE  bool, char, sint8, uint8, sint16, uint16, sint32, uint32, sint64, uint64, ieee32 or ieee64\n"
+    "  TEXT  is taken as it is, also when it begins with '-': options stand in front of the TYPE\n";
 
 /// Converts and prints.
-using Show = cu_ErrorCode (*)(int32_t base, const char* text);
+using Show = cu_ErrorCode (*)(int32_t base, const char* text, Json* json);
 
 template <auto member, typename Value>
-cu_ErrorCode show(int32_t base, const char* text)
+cu_ErrorCode show(int32_t base, const char* text, Json* json)
 {
     Value value{};
     cu_ErrorCode code = 0;
@@ -39,7 +37,12 @@ cu_ErrorCode show(int32_t base, const char* text)
         code = member(&value, text);
     if (code != 0)
         return code;
-    if constexpr (std::is_same_v<Value, char>)
+    if (json != nullptr) {
+        if constexpr (std::is_same_v<Value, char>)
+            json->add("value", std::string_view(&value, 1));
+        else
+            json->add("value", value);
+    } else if constexpr (std::is_same_v<Value, char>)
         printf("%c\n", value);
     else if constexpr (std::is_same_v<Value, float>)
         printf("%.9g\n", double{value});
@@ -73,20 +76,38 @@ int run(const Arguments& arguments)
         if (cu_Convert_sint32(&base, 10, word) != 0 || base < 0 || base == 1 || base > 36)
             return misuse(convertCommand, "'%s' is no base", word);
     }
-    if (arguments.size() != 2)
-        return misuse(convertCommand, "a type and a text are needed");
     const char* name = arguments[0];
     const auto* type = std::find_if(std::begin(types), std::end(types), [&](auto& t) { return t.name == name; });
     if (type == std::end(types))
         return misuse(convertCommand, "there is no type '%s'", name);
-    const cu_ErrorCode code = type->show(base, arguments[1]);
+    Json json;
+    json.add("type", name).add("text", arguments[1]);
+    const bool wantsJson = arguments.has('j');
+    const cu_ErrorCode code = type->show(base, arguments[1], wantsJson ? &json : nullptr);
+    if (code == 0 && wantsJson)
+        json.print();
     return code == 0 ? done : failByRecord(code, name);
 }
 
-constexpr Option options[] = {{"base", true}};
+constexpr Option options[] = {
+    {'b', "base", "BASE",
+     "of an integer's digits, 2 to 36. Without one, or with 0, the text tells it:\n"
+     "16 by a leading 0x, 8 by a leading 0, else 10"},
+    {'j', "json", nullptr, "prints JSON, one object to a line; what is no number is a text"},
+};
+constexpr Form forms[] = {{"TYPE TEXT", "bj", run}};
 
 } // namespace
 
-constinit const Command convertCommand = {"convert", "reads a text as a number", usage, run, options, true};
+std::vector<std::string> typeNames()
+{
+    std::vector<std::string> names;
+    for (const Type& type : types)
+        names.emplace_back(type.name);
+    return names;
+}
+
+constinit const Command convertCommand = {
+    "convert", "reads a text as a value, as the library does it", help, forms, options, true};
 
 } // namespace cutil

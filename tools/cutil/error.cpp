@@ -1,5 +1,6 @@
 // cutil error: the catalogue of error codes, by number and by name.
 #include "cutil.h"
+#include "json.h"
 
 #include <cUtil/errorCodes.h>
 
@@ -8,6 +9,7 @@
 #include <optional>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace cutil
 {
@@ -15,16 +17,12 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] = "usage: cutil error CODE|NAME...\n"
-                         "       cutil error --all\n"
-                         "\n"
-                         "Tells code, name, category and description of error codes.\n"
-                         "\n"
-                         "  CODE   a number, decimal or hexadecimal (0x...)\n"
-                         "  NAME   a symbolic name such as cu_ERROR_COM_INVALID_ARGUMENT\n"
-                         "  --all  lists all codes, one to a line\n"
-                         "\n"
-                         "The codes of applications' own components are not known here.\n";
+constexpr char help[] = "Tells code, name, category and description of the library's error codes.\n"
+                        "\n"
+                        "  CODE  a number, decimal or hexadecimal (0x...)\n"
+                        "  NAME  a symbolic name such as cu_ERROR_COM_INVALID_ARGUMENT\n"
+                        "\n"
+                        "The codes of applications' own components are not known here.\n";
 
 struct Entry {
     cu_ErrorCode code;
@@ -62,13 +60,26 @@ const Entry* find(std::string_view word)
     return nullptr;
 }
 
-void list()
+void printJson(cu_ErrorCode code)
 {
-    for (const Entry& entry : catalogue)
-        printf("0x%08X  %-41s %s\n", entry.code, cu_GetErrorName(entry.code), cu_GetErrorDescription(entry.code));
+    Json json;
+    json.add("code", code).add("name", cu_GetErrorName(code)).add("category", cu_GetErrorCategory(code));
+    json.add("description", cu_GetErrorDescription(code)).print();
 }
 
-void show(cu_ErrorCode code)
+int list(const Arguments& arguments)
+{
+    for (const Entry& entry : catalogue) {
+        const cu_ErrorCode code = entry.code;
+        if (arguments.has('j'))
+            printJson(code);
+        else
+            printf("0x%08X  %-41s %s\n", code, cu_GetErrorName(code), cu_GetErrorDescription(code));
+    }
+    return done;
+}
+
+void print(cu_ErrorCode code)
 {
     printf("code:         0x%08X (%u)\n"
            "name:         %s\n"
@@ -77,37 +88,38 @@ void show(cu_ErrorCode code)
            code, code, cu_GetErrorName(code), cu_GetErrorCategory(code), cu_GetErrorDescription(code));
 }
 
-constexpr Option options[] = {{"all"}};
-
-int run(const Arguments& arguments)
+int show(const Arguments& arguments)
 {
-    if (arguments.has('a')) {
-        if (!arguments.empty())
-            return misuse(errorCommand, "either codes and names or --all");
-        list();
-        return done;
-    }
-    if (arguments.empty())
-        return misuse(errorCommand, "which code?");
-
     int status = done;
     bool first = true;
     for (uint32_t i = 0; i < arguments.size(); ++i) {
         const Entry* entry = find(arguments[i]);
         if (entry == nullptr) {
             status = fail("unknown error code: %s", arguments[i]);
-            continue;
+        } else if (arguments.has('j')) {
+            printJson(entry->code);
+        } else {
+            if (!std::exchange(first, false))
+                putchar('\n');
+            print(entry->code);
         }
-        if (!first)
-            putchar('\n');
-        first = false;
-        show(entry->code);
     }
     return status;
 }
 
+constexpr Option options[] = {{'a', "all", nullptr, "lists all codes, one to a line"}, jsonOption};
+constexpr Form forms[] = {{"CODE|NAME...", "j", show}, {"--all", "j", list}};
+
 } // namespace
 
-constinit const Command errorCommand = {"error", "explains error codes, by number or by name", usage, run, options};
+std::vector<std::string> errorNames()
+{
+    std::vector<std::string> names;
+    for (const Entry& entry : catalogue)
+        names.emplace_back(entry.name);
+    return names;
+}
+
+constinit const Command errorCommand = {"error", "explains error codes, by number or by name", help, forms, options};
 
 } // namespace cutil

@@ -17,11 +17,11 @@ namespace
 
 namespace internal = cu::internal;
 
-constexpr char usage[] = "usage: cutil hexdump [FILE]\n"
-                         "\n"
-                         "Prints the bytes of FILE, or of the standard input when there is no FILE or it is '-':\n"
-                         "offset, bytes in hexadecimal, bytes as characters. Equal lines in succession shrink\n"
-                         "to one '*'; the last line holds what is left, nothing when the length is a multiple of 16.\n";
+constexpr char help[] =
+    "Without a FILE, or where it is '-', it is the standard input. A line holds the offset, sixteen bytes in\n"
+    "hexadecimal, and the bytes as characters, as cu_printHexDump() writes them. Equal lines in succession\n"
+    "shrink to one '*'; the last line holds what is left, nothing when the length is a multiple of 16. The\n"
+    "input may have any size.\n";
 
 /// What a read takes at most; a multiple of the bytes in a line.
 constexpr std::size_t blockSize = 65536;
@@ -92,14 +92,14 @@ bool dump(Input& input)
 
 int run(const Arguments& arguments)
 {
-    if (arguments.size() > 1)
-        return misuse(hexdumpCommand, "one file at a time");
     Input input(arguments.empty() ? "-" : arguments[0]);
     return dump(input) ? done : fail("%s: %s", input.name(), strerror(errno));
 }
 
+constexpr Form forms[] = {{"[FILE]", "", run}};
+
 } // namespace
 
-constinit const Command hexdumpCommand = {"hexdump", "prints a file as hexadecimal numbers", usage, run};
+constinit const Command hexdumpCommand = {"hexdump", "prints a file as hexadecimal numbers", help, forms};
 
 } // namespace cutil

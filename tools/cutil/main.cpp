@@ -7,76 +7,91 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
+
+namespace cutil
+{
 
 namespace
 {
 
-using cutil::Arguments;
-using cutil::Command;
-
-constexpr const Command* commands[] = {
-    &cutil::errorCommand, &cutil::hexdumpCommand, &cutil::shmCommand, &cutil::ringCommand,
-    &cutil::clockCommand, &cutil::convertCommand, &cutil::md5Command, &cutil::uuidCommand,
-    &cutil::netCommand,   &cutil::msgCommand,     &cutil::logCommand,
+constexpr const Command* all[] = {
+    &errorCommand, &hexdumpCommand, &shmCommand, &ringCommand, &clockCommand, &convertCommand,
+    &md5Command,   &uuidCommand,    &netCommand, &msgCommand,  &logCommand,   &helpCommand,
 };
 
-void printUsage(FILE* stream)
-{
-    fputs("usage: cutil COMMAND [ARGUMENT...]\n"
-          "       cutil --help | --version\n\n"
-          "commands:\n",
-          stream);
-    for (const Command* command : commands)
-        fprintf(stream, "  %-8s  %s\n", command->name, command->summary);
-    fputs("\n'cutil COMMAND --help' tells more about a command.\n"
-          "An option may be shortened to one dash and its first letter.\n"
-          "Exit status: 0 done, 1 failed, 2 wrong usage.\n",
-          stream);
-}
+/// For the shell's completion, not for people.
+constexpr Form completeForms[] = {{"WORD...", "", complete}};
+constexpr Command completeCommand = {"complete", "", "", completeForms, {}, true};
 
-constexpr cutil::Option options[] = {{"version"}};
-constexpr Command tool = {"", nullptr, nullptr, nullptr, options, true};
+constexpr Form forms[] = {{"COMMAND [WORD...]", "", nullptr}, {"--version", "", nullptr}};
+constexpr Option options[] = {{'v', "version", nullptr, "prints the version"}};
+constexpr char help[] = "'cutil help COMMAND' or 'cutil COMMAND --help' tells more about a command.\n"
+                        "\n"
+                        "Options and other words may stand in any order behind the COMMAND; what follows '--' is no\n"
+                        "option.\n"
+                        "\n"
+                        "With --json each line is an object. In its texts a byte 0x80 to 0xff that belongs to no\n"
+                        "character in UTF-8 comes as \\udc80 to \\udcff, as Python's 'surrogateescape' writes it.\n"
+                        "\n"
+                        "Exit status:\n"
+                        "  0  done\n"
+                        "  1  failed; the reason is on the standard error stream\n"
+                        "  2  wrong usage\n";
 
 int dispatch(std::span<char* const> words)
 {
     Arguments arguments;
-    if (const int status = arguments.read(tool, words); status != cutil::done)
+    if (words.size() > 1 && words[1] == std::string_view(completeCommand.name)) {
+        const int status = arguments.read(completeCommand, words.subspan(1));
+        return status == done ? complete(arguments) : status;
+    }
+    if (const int status = arguments.read(tool, words); status != done)
         return status;
     if (arguments.has('h')) {
-        printUsage(stdout);
-        return cutil::done;
+        printHelp(tool);
+        return done;
     }
     if (arguments.has('v')) {
         puts("cutil " CU_VERSION_STRING);
-        return cutil::done;
-    }
-    if (arguments.empty()) {
-        printUsage(stderr);
-        return cutil::misused;
+        return done;
     }
     words = words.last(arguments.size()); // the command's name first
-    const auto found = std::find_if(std::begin(commands), std::end(commands),
-                                    [&](auto* c) { return c->name == std::string_view(words[0]); });
-    if (found == std::end(commands))
-        return cutil::misuse(tool, "there is no command '%s'", words[0]);
-    const Command& command = **found;
-    if (const int status = arguments.read(command, words); status != cutil::done)
+    const Command* command = findCommand(words[0]);
+    if (command == nullptr)
+        return misuse(tool, "there is no command '%s'", words[0]);
+    if (const int status = arguments.read(*command, words); status != done)
         return status;
     if (arguments.has('h')) {
-        fputs(command.usage, stdout);
-        return cutil::done;
+        printHelp(*command);
+        return done;
     }
-    return command.run(arguments);
+    return arguments.form().run(arguments);
 }
 
 } // namespace
+
+std::span<const Command* const> commands()
+{
+    return all;
+}
+
+const Command* findCommand(std::string_view name)
+{
+    const auto found =
+        std::find_if(std::begin(all), std::end(all), [&](auto* command) { return command->name == name; });
+    return found != std::end(all) ? *found : nullptr;
+}
+
+constinit const Command tool = {
+    "", "looks into what programs of the koCUtil library leave and say", help, forms, options, true};
+
+} // namespace cutil
 
 int main(int count, char** words)
 {
     if (count == 0)
         return cutil::misused;
-    const int status = dispatch({words, static_cast<std::size_t>(count)});
+    const int status = cutil::dispatch({words, static_cast<std::size_t>(count)});
     // A result that did not arrive (a full disk) is none.
     if (fflush(stdout) != 0 || ferror(stdout) != 0)
         return cutil::fail("standard output: %s", strerror(errno));

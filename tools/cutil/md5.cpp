@@ -1,6 +1,7 @@
 // cutil md5: the digests of files of any size, as md5sum prints them, and files held against such a list.
-#include "cutil.h"
+#include "colour.h"
 #include "input.h"
+#include "json.h"
 
 #include "internal/md5.h"
 
@@ -21,16 +22,12 @@ namespace
 
 namespace internal = cu::internal;
 
-constexpr char usage[] =
-    "usage: cutil md5 [FILE...]\n"
-    "       cutil md5 --check [LIST...]\n"
+constexpr char help[] =
+    "Without a FILE or a LIST, or where it is '-', it is the standard input. A line holds 32 hexadecimal digits,\n"
+    "two spaces and the name, as md5sum(1) writes it: a backslash, line feed or carriage return in a name is\n"
+    "shown as '\\\\', '\\n' or '\\r', and the line then begins with a backslash. The files may have any size.\n"
     "\n"
-    "Prints the MD5 digest of each FILE in the form of md5sum; without a FILE, or where it is '-', that of the\n"
-    "standard input. A backslash, line feed or carriage return in a name is shown as '\\\\', '\\n' or '\\r', and the\n"
-    "line then begins with a backslash.\n"
-    "\n"
-    "  --check  reads such lines from each LIST, or from the standard input, and tells of each file in them\n"
-    "           whether it still has its digest; the status is 1 unless all have\n";
+    "The digest tells accidental changes, not forgeries.\n";
 
 /// What a read takes at most; a multiple of the bytes in a block of the digest.
 constexpr std::size_t blockSize = 65536;
@@ -90,14 +87,17 @@ bool unescape(std::string& text)
     return true;
 }
 
-int print(const char* path)
+int print(const Arguments& arguments, const char* path)
 {
     Input input(path);
     std::string text;
     if (!digest(input, text))
         return fail("%s: %s", input.name(), strerror(errno));
     const bool isEscaped = strpbrk(path, special.data()) != nullptr;
-    printf("%s%s  %s\n", isEscaped ? "\\" : "", text.c_str(), isEscaped ? escaped(path).c_str() : path);
+    if (arguments.has('j'))
+        Json().add("file", path).add("md5", text).print();
+    else
+        printf("%s%s  %s\n", isEscaped ? "\\" : "", text.c_str(), isEscaped ? escaped(path).c_str() : path);
     return done;
 }
 
@@ -137,7 +137,7 @@ struct Tally {
     unsigned mismatched = 0;
 };
 
-void check(const Entry& entry, Tally& tally)
+void check(const Entry& entry, Tally& tally, bool asJson, bool coloured)
 {
     Input input(entry.name.c_str());
     std::string text;
@@ -150,9 +150,15 @@ void check(const Entry& entry, Tally& tally)
         ++tally.mismatched;
         verdict = "FAILED";
     }
+    if (asJson) {
+        Json().add("file", entry.name).add("verdict", verdict).print();
+        return;
+    }
     // Nothing but a line feed could be taken for something else here.
     const bool isEscaped = entry.name.find('\n') != std::string::npos;
-    printf("%s%s: %s\n", isEscaped ? "\\" : "", (isEscaped ? escaped(entry.name) : entry.name).c_str(), verdict);
+    const bool isRed = coloured && verdict[0] == 'F';
+    printf("%s%s: %s%s%s\n", isEscaped ? "\\" : "", (isEscaped ? escaped(entry.name) : entry.name).c_str(),
+           isRed ? red : "", verdict, isRed ? plain : "");
 }
 
 void warn(unsigned count, const char* ofOne, const char* ofMany)
@@ -161,8 +167,11 @@ void warn(unsigned count, const char* ofOne, const char* ofMany)
         static_cast<void>(fail("WARNING: %u %s", count, count == 1 ? ofOne : ofMany));
 }
 
-int checkList(const char* path)
+int checkList(const Arguments& arguments, const char* path)
 {
+    bool coloured = false;
+    if (const int status = readColour(md5Command, arguments, coloured); status != done)
+        return status;
     Input list(path);
     std::string text;
     if (!readAll(list, text))
@@ -181,7 +190,7 @@ int checkList(const char* path)
             continue;
         }
         ++tally.proper;
-        check(entry, tally);
+        check(entry, tally, arguments.has('j'), coloured);
     }
     if (tally.proper == 0)
         return fail("%s: no properly formatted checksum lines found", list.name());
@@ -191,21 +200,27 @@ int checkList(const char* path)
     return tally.unreadable + tally.mismatched == 0 ? done : failed;
 }
 
-constexpr Option options[] = {{"check"}};
-
+/// Treats every file that is named.
+template <int (*treat)(const Arguments&, const char*)>
 int run(const Arguments& arguments)
 {
-    int (*const treat)(const char*) = arguments.has('c') ? checkList : print;
-    int status = arguments.empty() ? treat("-") : done;
-    for (uint32_t i = 0; i < arguments.size(); ++i) {
-        if (treat(arguments[i]) != done)
-            status = failed;
-    }
+    int status = arguments.empty() ? treat(arguments, "-") : done;
+    for (uint32_t i = 0; i < arguments.size() && status != misused; ++i)
+        status = std::max(status, treat(arguments, arguments[i]));
     return status;
 }
 
+constexpr Option options[] = {
+    {'c', "check", nullptr,
+     "reads such lines from each LIST and tells of each file in them whether it has its\n"
+     "digest: OK, FAILED or FAILED open or read. The status is 1 unless all have"},
+    jsonOption,
+    colorOption,
+};
+constexpr Form forms[] = {{"[FILE...]", "j", run<print>}, {"--check [LIST...]", "jC", run<checkList>}};
+
 } // namespace
 
-constinit const Command md5Command = {"md5", "prints and checks MD5 digests of files", usage, run, options};
+constinit const Command md5Command = {"md5", "prints and checks MD5 digests of files", help, forms, options};
 
 } // namespace cutil

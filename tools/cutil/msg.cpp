@@ -2,6 +2,7 @@
 #include "address.h"
 #include "input.h"
 #include "interrupt.h"
+#include "json.h"
 
 #include <cUtil/network/msgClient.h>
 #include <cUtil/network/msgServer.h>
@@ -23,15 +24,14 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] =
-    "usage: cutil msg serve [HOST] PORT [--echo]\n"
-    "       cutil msg send HOST PORT [FILE...] [--answers]\n"
+constexpr char help[] =
+    "  serve  takes messages from any number of clients and prints them, until it is interrupted: the number of\n"
+    "         the client's endpoint, the bytes as 'cutil hexdump' shows them. It listens at the interface HOST,\n"
+    "         127.0.0.1 unless told.\n"
+    "  send   sends each FILE as a message or, without one, each line of the standard input, without its line\n"
+    "         feed. It ends when the other side has read everything.\n"
     "\n"
-    "  serve  takes messages from any number of clients and prints them, until it is interrupted; with\n"
-    "         --echo sends each back instead. It listens at the interface HOST, 127.0.0.1 unless told.\n"
-    "  send   sends each FILE as a message or, without one, each line of the standard input, without its\n"
-    "         line feed; with --answers waits for an answer to each and prints it, a line feed behind that\n"
-    "         to a line\n";
+    "The protocol is that of the library's cu_MSGServer and cu_MSGClient.\n";
 
 struct DeleteMessage {
     void operator()(cu_Message* message) const { cu_Message_delete(&message); }
@@ -63,23 +63,45 @@ cu_ErrorCode look(const Message& message, unsigned char*& bytes, uint32_t& size)
     return code == 0 ? cu_Message_getSize(message.get(), &size) : code;
 }
 
-cu_ErrorCode print(uint32_t client, const Message& message)
+/// What a message is made of, in both ways: not all bytes are a text.
+Json& addBytes(Json& json, const unsigned char* bytes, uint32_t size)
+{
+    std::string digits;
+    for (uint32_t i = 0; i < size; ++i) {
+        digits += "0123456789abcdef"[bytes[i] >> 4];
+        digits += "0123456789abcdef"[bytes[i] & 15];
+    }
+    const char* characters = static_cast<const char*>(static_cast<const void*>(bytes));
+    return json.add("size", size).add("hex", digits).add("text", std::string_view(characters, size));
+}
+
+cu_ErrorCode print(uint32_t client, const Message& message, bool asJson)
 {
     unsigned char* bytes = nullptr;
     uint32_t size = 0;
-    char* text = nullptr;
+    char* lines = nullptr;
     cu_ErrorCode code = look(message, bytes, size);
+    if (code == 0 && asJson) {
+        Json json;
+        addBytes(json.add("client", client), bytes, size).print();
+        return 0;
+    }
     if (code == 0)
-        code = cu_printHexDump(bytes, size, &text, 0, nullptr);
+        code = cu_printHexDump(bytes, size, &lines, 0, nullptr);
     if (code != 0)
         return code;
-    printf("client %u, %u bytes:\n%s\n", client, size, text);
+    printf("client %u, %u bytes:\n%s\n", client, size, lines);
     fflush(stdout);
-    return cu_safeFreeImpl(text);
+    return cu_safeFreeImpl(lines);
 }
 
-int serve(const Endpoint& endpoint, bool echo)
+int serve(const Arguments& arguments)
 {
+    Endpoint endpoint;
+    const bool hasHost = arguments.size() == 2;
+    const char* host = hasHost ? arguments[0] : "127.0.0.1";
+    if (const int status = toEndpoint(msgCommand, host, arguments[hasHost ? 1 : 0], endpoint); status != done)
+        return status;
     cu_MSGServer* made = nullptr;
     Message message;
     cu_ErrorCode code = cu_MSGServer_new(&made, endpoint.address, endpoint.port, nullptr);
@@ -96,7 +118,8 @@ int serve(const Endpoint& endpoint, bool echo)
             continue;
         code = cu_MSGServer_receive(server.get(), &client, message.get());
         if (code == 0)
-            code = echo ? cu_MSGServer_send(server.get(), client, message.get()) : print(client, message);
+            code = arguments.has('e') ? cu_MSGServer_send(server.get(), client, message.get())
+                                      : print(client, message, arguments.has('j'));
     }
     return code == 0 ? done : failByRecord(code, "serving");
 }
@@ -105,7 +128,7 @@ int serve(const Endpoint& endpoint, bool echo)
 class Sender
 {
 public:
-    explicit Sender(bool wantsAnswers) : wantsAnswers_(wantsAnswers) {}
+    explicit Sender(const Arguments& arguments) : wantsAnswers_(arguments.has('a')), asJson_(arguments.has('j')) {}
 
     cu_ErrorCode connect(const Endpoint& endpoint)
     {
@@ -136,12 +159,17 @@ public:
         code = cu_MSGClient_receive(client_.get(), message_.get());
         if (code == 0)
             code = look(message_, bytes, size);
-        if (code == 0)
+        if (code == 0 && asJson_) {
+            Json json;
+            addBytes(json, bytes, size).print();
+        } else if (code == 0) {
             fwrite(bytes, 1, size, stdout);
+        }
         return code;
     }
 
-    bool wantsAnswers() const { return wantsAnswers_; }
+    /// Whether an answer to a line is to be a line.
+    bool endsLines() const { return wantsAnswers_ && !asJson_; }
 
     /// Waits until the other side has read everything and has hung up: who closes while answers are on their way can
     /// make it lose what it has not read.
@@ -157,6 +185,7 @@ public:
 
 private:
     bool wantsAnswers_;
+    bool asJson_;
     Client client_;
     Message message_;
 };
@@ -189,7 +218,7 @@ int sendLines(const Sender& sender)
             code = sender.add(line, static_cast<std::size_t>(ends ? count - 1 : count));
         if (code == 0)
             code = sender.send();
-        if (code == 0 && sender.wantsAnswers()) {
+        if (code == 0 && sender.endsLines()) {
             putchar('\n');
             fflush(stdout);
         }
@@ -201,45 +230,35 @@ int sendLines(const Sender& sender)
     return ferror(stdin) == 0 ? done : fail("standard input: %s", strerror(error));
 }
 
-int send(const Arguments& arguments, const Endpoint& endpoint)
+int send(const Arguments& arguments)
 {
-    Sender sender(arguments.has('a'));
+    Endpoint endpoint;
+    int status = toEndpoint(msgCommand, arguments[0], arguments[1], endpoint);
+    if (status != done)
+        return status;
+    Sender sender(arguments);
     if (const cu_ErrorCode code = sender.connect(endpoint); code != 0)
-        return failByRecord(code, arguments[1]);
-    int status = done;
-    if (arguments.size() == 3)
+        return failByRecord(code, arguments[0]);
+    if (arguments.size() == 2)
         status = sendLines(sender);
-    for (uint32_t i = 3; i < arguments.size() && status == done; ++i)
+    for (uint32_t i = 2; i < arguments.size() && status == done; ++i)
         status = sendFile(sender, arguments[i]);
     if (status == done)
         sender.end();
     return status;
 }
 
-constexpr Option options[] = {{"echo"}, {"answers"}};
-
-int run(const Arguments& arguments)
-{
-    const std::string_view action = arguments.empty() ? "" : arguments[0];
-    const bool isServe = action == "serve";
-    if (!isServe && action != "send")
-        return misuse(msgCommand, "serve or send?");
-    if (arguments.has(isServe ? 'a' : 'e'))
-        return misuse(msgCommand, "'--%s' is not for '%s'", isServe ? "answers" : "echo", arguments[0]);
-    const uint32_t count = arguments.size();
-    if (isServe ? count != 2 && count != 3 : count < 3)
-        return misuse(msgCommand, "a host and a port are needed");
-    Endpoint endpoint;
-    const bool hasHost = count > 2;
-    const int status =
-        toEndpoint(msgCommand, hasHost ? arguments[1] : "127.0.0.1", arguments[hasHost ? 2 : 1], endpoint);
-    if (status != done)
-        return status;
-    return isServe ? serve(endpoint, arguments.has('e')) : send(arguments, endpoint);
-}
+constexpr Option options[] = {
+    {'e', "echo", nullptr, "sends each message back instead of printing it"},
+    {'a', "answers", nullptr,
+     "waits for an answer to each message and writes its bytes to the standard output, a\n"
+     "line feed behind the answer to a line"},
+    {'j', "json", nullptr, "prints JSON, one object to a line, with the bytes as a text and in hexadecimal"},
+};
+constexpr Form forms[] = {{"serve [HOST] PORT", "ej", serve}, {"send HOST PORT [FILE...]", "aj", send}};
 
 } // namespace
 
-constinit const Command msgCommand = {"msg", "serves and sends framed messages over TCP", usage, run, options};
+constinit const Command msgCommand = {"msg", "serves and sends framed messages over TCP", help, forms, options};
 
 } // namespace cutil

@@ -1,5 +1,6 @@
 // cutil net: the IPv4 interfaces of this host.
 #include "address.h"
+#include "json.h"
 
 #include <cUtil/network/ipNetworkInfo.h>
 
@@ -13,10 +14,9 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] = "usage: cutil net\n"
-                         "\n"
-                         "Lists the IPv4 interfaces of the system: name, address, bits of the network's part and\n"
-                         "netmask. An interface with several addresses has a line for each.\n";
+constexpr char help[] =
+    "A line holds name, address, bits of the network's part and netmask. An interface with several addresses\n"
+    "has a line for each, one without an address has none.\n";
 
 struct DeleteInfo {
     void operator()(cu_IPNetworkInfo* info) const
@@ -26,7 +26,7 @@ struct DeleteInfo {
     }
 };
 
-cu_ErrorCode print(const cu_IPNetworkInfo* info, uint32_t index)
+cu_ErrorCode print(const cu_IPNetworkInfo* info, uint32_t index, bool asJson)
 {
     const cu_IPNetworkInfoItem* item = nullptr;
     const char* name = nullptr;
@@ -39,15 +39,21 @@ cu_ErrorCode print(const cu_IPNetworkInfo* info, uint32_t index)
         code = cu_IPNetworkInfo_getIPAddress(item, &address);
     if (code == 0)
         code = cu_IPNetworkInfo_getNetmask(item, &mask);
-    if (code == 0)
-        printf("%-15s  %15s /%-2d  %s\n", name, dotted(address).c_str(), std::popcount(mask), dotted(mask).c_str());
-    return code;
+    if (code != 0)
+        return code;
+    const int bits = std::popcount(mask);
+    if (asJson) {
+        Json json;
+        json.add("interface", name).add("address", dotted(address)).add("prefix", bits);
+        json.add("netmask", dotted(mask)).print();
+    } else {
+        printf("%-15s  %15s /%-2d  %s\n", name, dotted(address).c_str(), bits, dotted(mask).c_str());
+    }
+    return 0;
 }
 
 int run(const Arguments& arguments)
 {
-    if (!arguments.empty())
-        return misuse(netCommand, "no arguments are taken");
     cu_IPNetworkInfo* taken = nullptr;
     uint32_t count = 0;
     cu_ErrorCode code = cu_IPNetworkInfo_new(&taken, nullptr);
@@ -55,12 +61,15 @@ int run(const Arguments& arguments)
     if (code == 0)
         code = cu_IPNetworkInfo_getNumItems(info.get(), &count);
     for (uint32_t i = 0; i < count && code == 0; ++i)
-        code = print(info.get(), i);
+        code = print(info.get(), i, arguments.has('j'));
     return code == 0 ? done : failByRecord(code, "interfaces");
 }
 
+constexpr Option options[] = {jsonOption};
+constexpr Form forms[] = {{"", "j", run}};
+
 } // namespace
 
-constinit const Command netCommand = {"net", "lists the IPv4 interfaces", usage, run};
+constinit const Command netCommand = {"net", "lists the IPv4 interfaces of the system", help, forms, options};
 
 } // namespace cutil

@@ -9,6 +9,8 @@
 namespace cutil
 {
 
+class Json;
+
 struct DeleteRegion {
     void operator()(cu_SharedMemory* region) const;
 };
@@ -47,8 +49,8 @@ enum class RingState {
 /// Looks for a ring buffer at the start of a region; opens it when it is usable.
 [[nodiscard]] RingState findRing(const Memory& memory, Ring& ring, RingShape& shape);
 
-/// Prints what lies at the start of a region: a ring buffer, an RPC queue or channel, or a FIFO.
+/// Prints, or adds to an object, what lies at the start of a region: a ring buffer, an RPC queue or channel, or a FIFO.
 /// @return #done, or #failed and the reason is told
-[[nodiscard]] int showContents(const Memory& memory);
+[[nodiscard]] int showContents(const Memory& memory, Json* json);
 
 } // namespace cutil

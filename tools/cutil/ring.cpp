@@ -24,17 +24,16 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] =
-    "usage: cutil ring cat NAME [--once]\n"
-    "       cutil ring put NAME [--size BYTES]\n"
+constexpr char help[] =
+    "  cat  takes bytes out of the ring buffer at the start of a REGION of shared memory and writes them to the\n"
+    "       standard output as they come, until it is interrupted\n"
+    "  put  puts the bytes of the standard input into the ring buffer until the input ends\n"
     "\n"
-    "  cat  takes bytes out of the ring buffer in the region NAME and writes them to the standard output,\n"
-    "       until it is interrupted; with --once only those that are there now\n"
-    "  put  puts the bytes of the standard input into the ring buffer, waiting while that is full, until the\n"
-    "       input ends; with --size it makes region and ring where there is no such region: BYTES is a power\n"
-    "       of two from 2 to 1073741824, and the ring has both locks\n"
+    "While the ring is empty, or full, they look at it again every 10 milliseconds. In a ring without a reader\n"
+    "lock only one process at a time may take bytes, in one without a writer lock only one may put some.\n"
     "\n"
-    "In a ring without locks only one process at a time may take bytes, and only one may put some.\n";
+    "An interruption ends both in order, so that no lock stays held; a second one ends them at once. A 'put' that\n"
+    "is interrupted with bytes in hand has failed.\n";
 
 /// How long to wait before another look at a ring that is empty, or full.
 constexpr timespec pollPeriod{0, 10'000'000};
@@ -146,8 +145,10 @@ bool writeAll(const unsigned char* bytes, std::size_t count)
     return true;
 }
 
-int cat(const char* name, bool once)
+int cat(const Arguments& arguments)
 {
+    const char* name = arguments[0];
+    const bool once = arguments.has('o');
     Opened opened;
     if (const int result = openRing(name, opened); result != done)
         return result;
@@ -201,8 +202,19 @@ cu_ErrorCode putAll(cu_RingBuffer* ring, const unsigned char* bytes, uint32_t& c
     return 0;
 }
 
-int put(const char* name, uint32_t size)
+bool toRingSize(std::string_view text, uint32_t& size)
 {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
+    return error == std::errc{} && end == text.data() + text.size() && std::has_single_bit(size) &&
+           size >= smallestRing && size <= largestRing;
+}
+
+int put(const Arguments& arguments)
+{
+    const char* name = arguments[0];
+    uint32_t size = 0;
+    if (arguments.has('s') && !toRingSize(arguments.valueOf('s'), size))
+        return misuse(ringCommand, "'--size' takes a power of two from 2 to 1073741824");
     Opened opened;
     const bool create = size != 0 && regionIsMissing(name);
     if (const int result = create ? createRing(name, size, opened) : openRing(name, opened); result != done)
@@ -226,35 +238,17 @@ int put(const char* name, uint32_t size)
     return done;
 }
 
-bool toRingSize(std::string_view text, uint32_t& size)
-{
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
-    return error == std::errc{} && end == text.data() + text.size() && std::has_single_bit(size) &&
-           size >= smallestRing && size <= largestRing;
-}
-
-constexpr Option options[] = {{"once"}, {"size", true}};
-
-int run(const Arguments& arguments)
-{
-    if (arguments.empty())
-        return misuse(ringCommand, "cat or put?");
-    const std::string_view action = arguments[0];
-    if (action != "cat" && action != "put")
-        return misuse(ringCommand, "there is no '%s'", arguments[0]);
-    if (arguments.size() != 2 || arguments[1][0] == '\0')
-        return misuse(ringCommand, "'%s' takes one name", arguments[0]);
-    const bool isCat = action == "cat";
-    if (arguments.has(isCat ? 's' : 'o'))
-        return misuse(ringCommand, "'--%s' is not for '%s'", isCat ? "size" : "once", arguments[0]);
-    uint32_t size = 0;
-    if (arguments.has('s') && !toRingSize(arguments.valueOf('s'), size))
-        return misuse(ringCommand, "'--size' takes a power of two from 2 to 1073741824");
-    return isCat ? cat(arguments[1], arguments.has('o')) : put(arguments[1], size);
-}
+constexpr Option options[] = {
+    {'o', "once", nullptr, "takes only the bytes that are there now"},
+    {'s', "size", "BYTES",
+     "makes region and ring where there is no such region: BYTES, a power of two from 2\n"
+     "to 1073741824, is the size of the data area, which holds one byte less. The ring\n"
+     "has both locks and stays when the command ends"},
+};
+constexpr Form forms[] = {{"cat REGION", "o", cat}, {"put REGION", "s", put}};
 
 } // namespace
 
-constinit const Command ringCommand = {"ring", "copies bytes out of a ring buffer, or into one", usage, run, options};
+constinit const Command ringCommand = {"ring", "copies bytes out of a ring buffer, or into one", help, forms, options};
 
 } // namespace cutil

@@ -1,5 +1,6 @@
 // cutil shm: shared-memory regions, and what may lie in one.
 #include "cutil.h"
+#include "json.h"
 #include "region.h"
 
 #include <cUtil/system/group.h>
@@ -23,16 +24,16 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] =
-    "usage: cutil shm list\n"
-    "       cutil shm show NAME\n"
+constexpr char help[] =
+    "  list  tells of each region: size in bytes, mode, owner, group, name\n"
+    "  show  tells the same of one, and what lies at its start: how full a ring buffer or a FIFO is, how many\n"
+    "        signals wait in an RPC queue or channel\n"
     "\n"
-    "  list  lists the shared-memory regions: size in bytes, mode, owner, group, name\n"
-    "  show  tells about one region and what lies at its start: how full a ring buffer or a FIFO is, how\n"
-    "        many signals wait in an RPC queue or channel\n"
+    "A REGION is named as programs name it to the library, without a leading slash. 'show' needs the right to\n"
+    "read and write it. A ring buffer carries a mark. RPC queues, channels and FIFOs do not: they are told from\n"
+    "other contents by whether their numbers fit together and into the region.\n"
     "\n"
-    "NAME is the name that programs give to the library, without a leading slash.\n"
-    "'show' needs the right to read and write the region.\n";
+    "The system keeps the regions in /dev/shm.\n";
 
 /// Where the system keeps the regions as files.
 constexpr char folder[] = "/dev/shm/";
@@ -80,15 +81,15 @@ std::optional<struct stat> statusOf(const std::string& name)
 // Named semaphores lie in the same folder.
 bool isRegionName(std::string_view name)
 {
-    return !name.starts_with("sem.");
+    return !name.starts_with("sem.") && name != "." && name != "..";
 }
 
-int list()
+/// The names, sorted. @return #done, or #failed and the reason is told
+int readNames(std::vector<std::string>& names)
 {
     const std::unique_ptr<DIR, CloseFolder> dir(opendir(folder));
     if (!dir)
         return fail("%s: %s", folder, strerror(errno));
-    std::vector<std::string> names;
     errno = 0;
     while (const dirent* entry = readdir(dir.get())) {
         if (isRegionName(entry->d_name))
@@ -96,20 +97,42 @@ int list()
     }
     if (errno != 0)
         return fail("%s: %s", folder, strerror(errno));
-
     std::sort(names.begin(), names.end());
+    return done;
+}
+
+/// What is told of every region.
+Json describe(const std::string& name, const struct stat& status)
+{
+    char mode[16];
+    snprintf(mode, sizeof(mode), "%04o", status.st_mode & 07777U);
+    Json json;
+    json.add("name", name).add("size", status.st_size).add("mode", mode);
+    return json.add("owner", ownerOf(status)).add("group", groupOf(status));
+}
+
+int list(const Arguments& arguments)
+{
+    std::vector<std::string> names;
+    if (const int result = readNames(names); result != done)
+        return result;
     for (const std::string& name : names) {
         // A region that went away meanwhile is no failure.
         const auto status = statusOf(name);
-        if (status && S_ISREG(status->st_mode))
+        if (!status || !S_ISREG(status->st_mode))
+            continue;
+        if (arguments.has('j'))
+            describe(name, *status).print();
+        else
             printf("%12lld  %04o  %-10s %-10s %s\n", static_cast<long long>(status->st_size), status->st_mode & 07777U,
                    ownerOf(*status).c_str(), groupOf(*status).c_str(), name.c_str());
     }
     return done;
 }
 
-int show(const char* name)
+int show(const Arguments& arguments)
 {
+    const char* name = arguments[0];
     Region region;
     Memory memory;
     if (const int result = openRegion(name, region, memory); result != done)
@@ -118,29 +141,34 @@ int show(const char* name)
     if (!status)
         return fail("%s%s: %s", folder, name, strerror(errno));
 
+    if (arguments.has('j')) {
+        Json json = describe(name, *status);
+        const int result = showContents(memory, &json);
+        if (result == done)
+            json.print();
+        return result;
+    }
     printf("name:        %s\n"
            "size:        %u bytes\n"
            "owner:       %s\n"
            "group:       %s\n"
            "mode:        %04o\n",
            name, memory.size, ownerOf(*status).c_str(), groupOf(*status).c_str(), status->st_mode & 07777U);
-    return showContents(memory);
+    return showContents(memory, nullptr);
 }
 
-int run(const Arguments& arguments)
-{
-    if (arguments.empty())
-        return misuse(shmCommand, "list or show?");
-    const std::string_view action = arguments[0];
-    if (action == "list")
-        return arguments.size() == 1 ? list() : misuse(shmCommand, "nothing may follow 'list'");
-    if (action == "show")
-        return arguments.size() == 2 ? show(arguments[1]) : misuse(shmCommand, "'show' takes one name");
-    return misuse(shmCommand, "there is no '%s'", arguments[0]);
-}
+constexpr Option options[] = {jsonOption};
+constexpr Form forms[] = {{"list", "j", list}, {"show REGION", "j", show}};
 
 } // namespace
 
-constinit const Command shmCommand = {"shm", "lists shared-memory regions, shows one", usage, run};
+std::vector<std::string> regionNames()
+{
+    std::vector<std::string> names;
+    static_cast<void>(readNames(names));
+    return names;
+}
+
+constinit const Command shmCommand = {"shm", "lists shared-memory regions, shows one", help, forms, options};
 
 } // namespace cutil

@@ -1,5 +1,6 @@
 // cutil uuid: new identifiers.
 #include "cutil.h"
+#include "json.h"
 
 #include <cUtil/uuid.h>
 
@@ -13,9 +14,7 @@ namespace cutil
 namespace
 {
 
-constexpr char usage[] = "usage: cutil uuid [N]\n"
-                         "\n"
-                         "Prints N new random identifiers, or one, each on a line of its own: 32 hexadecimal digits.\n";
+constexpr char help[] = "There are N of them, or one, each on a line of its own: 32 hexadecimal digits.\n";
 
 bool toCount(std::string_view text, uint32_t& count)
 {
@@ -26,8 +25,8 @@ bool toCount(std::string_view text, uint32_t& count)
 int run(const Arguments& arguments)
 {
     uint32_t count = 1;
-    if (arguments.size() > 1 || (!arguments.empty() && !toCount(arguments[0], count)))
-        return misuse(uuidCommand, "at most one number is taken, from 1 to 4294967295");
+    if (!arguments.empty() && !toCount(arguments[0], count))
+        return misuse(uuidCommand, "N is a number from 1 to 4294967295");
     for (; count != 0 && ferror(stdout) == 0; --count) {
         cu_UUID uuid;
         char text[CU_UUID_TEXT_SIZE];
@@ -36,13 +35,19 @@ int run(const Arguments& arguments)
             code = cu_UUID_toString(&uuid, text);
         if (code != 0)
             return failByRecord(code, "creating an identifier");
-        puts(text);
+        if (arguments.has('j'))
+            Json().add("uuid", text).print();
+        else
+            puts(text);
     }
     return done;
 }
 
+constexpr Option options[] = {jsonOption};
+constexpr Form forms[] = {{"[N]", "j", run}};
+
 } // namespace
 
-constinit const Command uuidCommand = {"uuid", "prints new random identifiers", usage, run};
+constinit const Command uuidCommand = {"uuid", "prints new random identifiers", help, forms, options};
 
 } // namespace cutil
