@@ -159,7 +159,7 @@ std::string killOneOf(Queue& queue, Random& random)
         members.push_back(start(queue, *board, Role::consumer, number));
     }
     random.awaitMoment();
-    const auto at = members.begin() + random.below(static_cast<uint32_t>(members.size()));
+    const auto at = members.begin() + static_cast<std::ptrdiff_t>(random.below(static_cast<uint32_t>(members.size())));
     const Member victim = std::move(*at);
     members.erase(at);
     const PhaseWord& phaseOfVictim = board->of(victim.role, victim.number).phase;
