@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# dev demo: three processes, telemetry of this machine, ten seconds.
+# dev demo: three processes under a supervisor, telemetry of this machine, ten seconds.
 source scripts/lib.sh
 (($# == 0)) || fail "usage: ./dev demo"
 

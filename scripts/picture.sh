@@ -8,7 +8,7 @@ readonly recorded=build/demo.cast
 record() {
     local command="build/release/examples/telemetry/telemetry demo --seconds 10 --log build/log/telemetry.log"
     LC_ALL=C.UTF-8 TERM=xterm-256color script -qefc \
-        "termtosvg record $recorded --screen-geometry 88x17 --command '$command'" /dev/null
+        "termtosvg record $recorded --screen-geometry 88x23 --command '$command'" /dev/null
     grep -q ' records taken, 0 lost' "$recorded"
 }
 

@@ -57,18 +57,21 @@ bool Aggregation::add(const Record& record, int64_t takenAt)
     return !open_->isComplete() || handOver();
 }
 
-void Aggregation::gather(History& history)
+bool Aggregation::gather(History& history)
 {
+    bool isNew = false;
     while (!handed_.empty() && handed_.front()->isDone()) {
         const Group& group = *handed_.front();
         if (group.hasSummary()) {
             history.add(group.summary());
             cores_.add(group.summary().list("cores"));
             log(group.summary());
+            isNew = true;
         }
         latencies_.add(group.latencies());
         handed_.pop_front();
     }
+    return isNew;
 }
 
 bool Aggregation::end(History& history)

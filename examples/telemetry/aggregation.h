@@ -26,8 +26,8 @@ public:
     /// @return whether all is well; if not, the reason is told
     [[nodiscard]] bool add(const Record& record, int64_t takenAt);
 
-    /// Gathers what is done, up to the oldest group that is not.
-    void gather(History& history);
+    /// Gathers what is done, up to the oldest group that is not. @return whether there was a summary
+    bool gather(History& history);
 
     /// Works through what is left and prints how the run was. @return whether all went well; if not, the reason is told
     [[nodiscard]] bool end(History& history);

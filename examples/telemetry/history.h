@@ -20,6 +20,9 @@ class History
 public:
     void add(const Properties& summary);
 
+    /// Adds a real number to the last summary.
+    void note(const char* name, double value) { last_.set(name, cu_Variant_set_ieee64, value); }
+
     /// The last summary, and with it the histories over the last @p seconds, the oldest value first. Nothing when there
     /// was none yet.
     Properties tell(uint32_t seconds) const;

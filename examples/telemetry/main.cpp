@@ -17,7 +17,8 @@ constexpr char usage[] =
     "usage: telemetry sample [--name NAME] [--interval MS] [--seconds N]\n"
     "       telemetry serve  [--name NAME] [--host HOST] [--port PORT] [--log FILE] [--seconds N]\n"
     "       telemetry watch  [--host HOST] [--port PORT] [--seconds N]\n"
-    "       telemetry demo   [--name NAME] [--port PORT] [--log FILE] [--interval MS] [--seconds N]\n"
+    "       telemetry run    [--name NAME] [--host HOST] [--port PORT] [--log FILE] [--interval MS] [--seconds N]\n"
+    "       telemetry demo   likewise\n"
     "\n"
     "Shows what this machine does: through shared memory to a server, and over TCP to a table.\n"
     "\n"
@@ -25,20 +26,24 @@ constexpr char usage[] =
     "  serve   takes the records from the queue, remembers the last minute and answers watchers over TCP;\n"
     "          offers its log to one viewer at the port behind its own (cutil log watch)\n"
     "  watch   asks a server and shows what it tells\n"
-    "  demo    runs all three as processes\n"
+    "  run     runs a sampler and a server as processes, starts again what dies, ends them in order, and tells\n"
+    "          what processor time they took\n"
+    "  demo    the same with a watcher\n"
+    "\n"
+    "A sampler or server goes on when the other one ends, and works with the next one.\n"
     "\n"
     "  --name NAME    the shared region (telemetry)\n"
     "  --host HOST    where the server listens, name or address (127.0.0.1)\n"
     "  --port PORT    and at which port, 1 to 65534 (7070)\n"
     "  --log FILE     where the server's log is appended (telemetry.log)\n"
     "  --interval MS  milliseconds from sample to sample, 1 to 1000 (100)\n"
-    "  --seconds N    ends after this time (when another side ends; demo: 10)\n"
+    "  --seconds N    ends after this time (demo: 10; else when it is asked to)\n"
     "\n"
-    "Ctrl-C ends a run in order. Exit status: 0 done, 1 failed or another side died, 2 wrong usage.\n";
+    "Ctrl-C ends a run in order. Exit status: 0 done, 1 failed, 2 wrong usage.\n";
 
 constexpr uint32_t longestInterval = 1000;
 constexpr uint32_t longestRun = 1'000'000'000;
-constexpr uint32_t lastPort = 65534;
+constexpr uint16_t lastPort = 65534;
 
 struct Command {
     std::string_view name;
@@ -47,14 +52,15 @@ struct Command {
 };
 
 constexpr Command commands[] = {
-    {"sample", telemetry::sample, " --name --interval --seconds "},
-    {"serve", telemetry::serve, " --name --host --port --log --seconds "},
-    {"watch", telemetry::watch, " --host --port --seconds "},
-    {"demo", telemetry::demo, " --name --port --log --interval --seconds "},
+    {"sample", telemetry::sample, " --name --interval --seconds --supervisor "},
+    {"serve", telemetry::serve, " --name --host --port --log --seconds --supervisor "},
+    {"watch", telemetry::watch, " --host --port --seconds --supervisor "},
+    {"run", telemetry::run, " --name --host --port --log --interval --seconds "},
+    {"demo", telemetry::demo, " --name --host --port --log --interval --seconds "},
 };
 
 template <typename Number>
-bool toNumber(std::string_view text, uint32_t limit, Number& number)
+bool toNumber(std::string_view text, Number limit, Number& number)
 {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     return error == std::errc{} && end == text.data() + text.size() && number >= 1 && number <= limit;
@@ -80,6 +86,8 @@ bool set(Options& options, std::string_view name, std::string_view value)
         return toNumber(value, lastPort, options.port);
     if (name == "--interval")
         return toNumber(value, longestInterval, options.interval);
+    if (name == "--supervisor") // what a supervisor says to its parts
+        return toNumber(value, INT32_MAX, options.supervisor);
     return toNumber(value, longestRun, options.seconds);
 }
 

@@ -6,7 +6,10 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <string_view>
+#include <unistd.h>
 
 namespace telemetry
 {
@@ -27,7 +30,8 @@ __attribute__((__format__(__printf__, 2, 0))) void sayLine(uint32_t level, const
     char text[1500];
     vsnprintf(text, sizeof(text), format, arguments);
     cu_Logger_log(level, text); // of the server; the others have no log
-    const std::string line = std::string("telemetry: ") + text + '\n';
+    // On a terminal over a line of the table, which is drawn anew below.
+    const std::string line = std::string("telemetry: ") + text + (isTerminal(STDERR_FILENO) ? "\033[K\n" : "\n");
     fflush(stdout);
     fputs(line.c_str(), stderr);
 }
@@ -60,19 +64,28 @@ int failByRecord(cu_ErrorCode code, const char* operation)
     return fail("%s: %s (%s in %s)", operation, description, cu_GetErrorName(code), cu_Error_getFunctionName(record));
 }
 
-void catchStopSignals()
+void catchStopSignals(bool isSupervised)
 {
     struct sigaction action {
     };
-    action.sa_handler = onStopSignal;
     action.sa_flags = SA_RESTART;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    action.sa_handler = onStopSignal;
+    sigaction(SIGTERM, &action, nullptr);
+    if (isSupervised)
+        action.sa_handler = SIG_IGN;
+    for (const int signal : {SIGINT, SIGHUP})
         sigaction(signal, &action, nullptr);
 }
 
 bool stopRequested()
 {
     return stop != 0;
+}
+
+bool isTerminal(int descriptor)
+{
+    const char* terminal = getenv("TERM");
+    return isatty(descriptor) != 0 && terminal != nullptr && terminal != std::string_view("dumb");
 }
 
 } // namespace telemetry

@@ -22,10 +22,14 @@ void say(const char* format, ...) CU_PRINTF(1, 2);
 /// error record. @return #failed
 [[nodiscard]] int failByRecord(cu_ErrorCode code, const char* operation);
 
-/// Lets Ctrl-C and a termination request end the process in order, see stopRequested().
-void catchStopSignals();
+/// Lets Ctrl-C and a termination request end the process in order, see stopRequested(). What comes from the terminal
+/// is not for a supervised one: it reaches the supervisor, too, which ends its parts one after the other.
+void catchStopSignals(bool isSupervised);
 
 /// Whether Ctrl-C was pressed or the process was asked to end.
 bool stopRequested();
+
+/// Whether what goes to a descriptor is seen on a terminal that knows the usual control sequences.
+bool isTerminal(int descriptor);
 
 } // namespace telemetry

@@ -19,7 +19,7 @@ namespace
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto patience = 3s; // until the other side must be there
+constexpr auto patience = 3s; // with a sampler that is about to create the region, or died doing so
 constexpr auto pollPeriod = 20ms;
 constexpr uint64_t signature = 0x54656C656D000000 | sizeof(Record);
 constexpr uint32_t permissions = CU_PERMISSION_OWNER_READ | CU_PERMISSION_OWNER_WRITE;
@@ -101,10 +101,6 @@ Presence Region::server() const
 int Region::samplerNumber() const
 {
     return processNumber(load(run().sampler));
-}
-int Region::serverNumber() const
-{
-    return processNumber(load(run().server));
 }
 
 // The object is unmapped when its name cannot be removed; it is deleted again for the rest. That the name is gone
@@ -203,12 +199,27 @@ bool Region::makeRoom(const std::string& name, bool waitForIt)
         }
         region.emplace(Region(handle, Role::onlooker));
     }
-    // Of two samplers that see the same stale region only one removes it: the other would remove its successor.
-    const Party former = load(region->run().sampler);
-    if (presenceOf(former) == Presence::there || !replace(region->run().sampler, former, thisProcess()))
-        return true;
-    say("replacing the region '%s' that an earlier run left behind", name.c_str());
-    return region->unlink();
+    if (region->isForUsToRemove()) {
+        // Its queue may be locked for ever. A server takes what is left in it before it goes on with the next one.
+        say("replacing the region '%s' that a sampler left behind when it died", name.c_str());
+        return region->unlink();
+    }
+    return true;
+}
+
+void Region::removeStale(const std::string& name)
+{
+    State state{};
+    std::optional<Region> region = open(name, state);
+    if (region && state == State::stale && region->isForUsToRemove())
+        static_cast<void>(region->unlink());
+}
+
+// Of two processes that see the same stale region only one removes it: the other would remove its successor.
+bool Region::isForUsToRemove()
+{
+    const Party former = load(run().sampler);
+    return presenceOf(former) != Presence::there && replace(run().sampler, former, thisProcess());
 }
 
 std::optional<Region> Region::create(const std::string& name)
@@ -233,36 +244,30 @@ std::optional<Region> Region::create(const std::string& name)
     }
 }
 
-std::optional<Region> Region::attach(const std::string& name)
+std::optional<Region> Region::attach(const std::string& name, bool& hopeless)
 {
-    const auto end = Clock::now() + patience;
-    int other = 0;
-    do {
-        State state{};
-        std::optional<Region> region = open(name, state);
-        if (state == State::foreign) {
-            say("the region '%s' is none of a sampler's", name.c_str());
-            return std::nullopt;
-        }
-        if (state == State::filled) {
-            const cu_ErrorCode code = cu_Fifo_attach(region->queue());
-            if (code != 0) {
-                static_cast<void>(failByRecord(code, "attaching to the queue"));
-                return std::nullopt;
-            }
-            if (replace(region->run().server, nobody, thisProcess())) {
-                region->role_ = Role::server;
-                return region;
-            }
-            other = region->serverNumber();
-        }
-        std::this_thread::sleep_for(pollPeriod);
-    } while (!stopRequested() && Clock::now() < end);
-    if (other != 0)
-        say("another server (process %d) takes the records of '%s'", other, name.c_str());
-    else
-        say("no sampler fills the region '%s'", name.c_str());
-    return std::nullopt;
+    State state{};
+    std::optional<Region> region = open(name, state);
+    hopeless = state == State::foreign;
+    if (hopeless)
+        say("the region '%s' is none of a sampler's", name.c_str());
+    if (state != State::filled)
+        return std::nullopt;
+    const Party former = load(region->run().server);
+    if (presenceOf(former) == Presence::there) {
+        say("another server (process %d) takes the records of '%s'", processNumber(former), name.c_str());
+        hopeless = true;
+        return std::nullopt;
+    }
+    if (const cu_ErrorCode code = cu_Fifo_attach(region->queue()); code != 0) {
+        static_cast<void>(failByRecord(code, "attaching to the queue"));
+        hopeless = true;
+        return std::nullopt;
+    }
+    if (!replace(region->run().server, former, thisProcess()))
+        return std::nullopt; // another server was faster
+    region->role_ = Role::server;
+    return region;
 }
 
 } // namespace telemetry

@@ -30,9 +30,12 @@ public:
     /// another sampler fills, or that is none of ours, is not. On failure nothing is returned and the reason is told.
     static std::optional<Region> create(const std::string& name);
 
-    /// Attaches to the region of a living sampler, as its server; waits a few seconds for one. On failure nothing is
-    /// returned and the reason is told.
-    static std::optional<Region> attach(const std::string& name);
+    /// Attaches to the region of a living sampler, as its server. Nothing is returned when there is none yet; and when
+    /// there is no use in trying again, which sets @p hopeless, and the reason is told.
+    static std::optional<Region> attach(const std::string& name, bool& hopeless);
+
+    /// Takes the region away if its sampler died.
+    static void removeStale(const std::string& name);
 
     Region(Region&& other) noexcept
         : handle_(std::exchange(other.handle_, nullptr)), role_(other.role_), base_(other.base_), run_(other.run_),
@@ -46,7 +49,6 @@ public:
     Presence sampler() const;
     Presence server() const;
     int samplerNumber() const;
-    int serverNumber() const;
 
 private:
     enum class Role { onlooker, sampler, server };
@@ -55,6 +57,7 @@ private:
     Region(cu_SharedMemory* handle, Role role);
     static std::optional<Region> open(const std::string& name, State& state);
     static bool makeRoom(const std::string& name, bool waitForIt);
+    bool isForUsToRemove();
     State inspect() const;
     bool format();
     bool unlink();

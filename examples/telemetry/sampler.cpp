@@ -1,5 +1,6 @@
 // The sampler: at a steady pace reads what the machine does and puts it into the queue. It never waits for the
 // server. One thread ticks, one samples at the ticks, and the main thread watches over the run.
+#include "begin.h"
 #include "commands.h"
 #include "messages.h"
 #include "procfs.h"
@@ -280,24 +281,12 @@ private:
 /// How soon the main thread notices that the run has to end.
 constexpr auto watchPeriod = std::chrono::milliseconds(20);
 
-bool serverHasEnded(const Region& region, int& status)
-{
-    switch (region.server()) {
-    case Presence::dead:
-        status = fail("the server (process %d) has died", region.serverNumber());
-        return true;
-    case Presence::left:
-        return true;
-    default:
-        return false;
-    }
-}
-
 } // namespace
 
 int sample(const Options& options)
 {
-    catchStopSignals();
+    if (!begin(options))
+        return failed;
     std::optional<Region> region = Region::create(options.name);
     if (!region)
         return failed;
@@ -306,11 +295,10 @@ int sample(const Options& options)
         return failed;
 
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
-    int status = done;
-    while (!stopRequested() && !sampling.hasFailed() && !serverHasEnded(*region, status) &&
+    while (!stopRequested() && !sampling.hasFailed() &&
            (options.seconds == 0 || std::chrono::steady_clock::now() < end))
         std::this_thread::sleep_for(watchPeriod);
-    return sampling.end() ? status : failed;
+    return sampling.end() ? done : failed;
 }
 
 } // namespace telemetry

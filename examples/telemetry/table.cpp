@@ -1,12 +1,12 @@
 #include "table.h"
 
 #include "history.h"
+#include "messages.h"
 
 #include <algorithm>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <iterator>
 #include <langinfo.h>
@@ -136,28 +136,34 @@ std::string composeDrawing(const Properties& shown, bool inUtf8)
            rate(shown.number("sent")).c_str(), endOfLine);
     addMinute("received", "history.received", 0);
     addMinute("sent", "history.sent", 0);
+    append(text, "cost       sampler %.2f s, server %.2f s of processor time%s", shown.number("cost.sampler"),
+           shown.number("cost.server"), endOfLine);
     return text;
 }
 
 } // namespace
 
-Table::Table()
+Table::Table() : inPlace_(isTerminal(STDOUT_FILENO))
 {
-    const char* terminal = getenv("TERM");
-    inPlace_ = isatty(STDOUT_FILENO) != 0 && terminal != nullptr && terminal != std::string_view("dumb");
     setlocale(LC_CTYPE, "");
     inUtf8_ = nl_langinfo(CODESET) == std::string_view("UTF-8");
 }
 
+Table::~Table()
+{
+    if (inPlace_)
+        fputs(shown_.c_str(), stdout);
+}
+
 void Table::print(const Properties& shown)
 {
-    if (inPlace_ && lines_ != 0)
-        printf("\033[%dA", static_cast<int>(lines_));
-    if (!inPlace_ && lines_ == 0)
+    if (!inPlace_ && shown_.empty())
         puts("time      processor                  memory used        received      sent");
-    const std::string text = inPlace_ ? composeDrawing(shown, inUtf8_) : composeLine(shown);
-    lines_ = std::count(text.begin(), text.end(), '\n');
-    fputs(text.c_str(), stdout);
+    shown_ = inPlace_ ? composeDrawing(shown, inUtf8_) : composeLine(shown);
+    fputs(shown_.c_str(), stdout);
+    if (inPlace_)
+        printf("\033[%dA", static_cast<int>(std::count(shown_.begin(), shown_.end(), '\n')));
+    fflush(stdout);
 }
 
 } // namespace telemetry

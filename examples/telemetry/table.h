@@ -1,9 +1,10 @@
 // The values on the screen: drawn in place on a terminal, with the last minute in small; else a line for each second.
+// The cursor rests at the top of the drawing, so that what somebody else has to say goes above the next one.
 #pragma once
 
 #include "properties.h"
 
-#include <cstddef>
+#include <string>
 
 namespace telemetry
 {
@@ -12,6 +13,9 @@ class Table
 {
 public:
     Table();
+    Table(const Table&) = delete;
+    Table& operator=(const Table&) = delete;
+    ~Table(); ///< What is shown from then on stands below.
 
     /// Shows what the server told.
     void print(const Properties& shown);
@@ -19,7 +23,7 @@ public:
 private:
     bool inPlace_;
     bool inUtf8_;
-    std::ptrdiff_t lines_ = 0; // to draw over; 0: nothing has been shown yet
+    std::string shown_; // last; empty: nothing yet
 };
 
 } // namespace telemetry

@@ -38,6 +38,19 @@ public:
     {
         return comesTrue([&] { return output().find(text) != std::string::npos; });
     }
+    /// Whether a text comes so many times from now on.
+    bool saysMore(const std::string& text, int times) const
+    {
+        const auto count = [&] {
+            const std::string said = output();
+            int found = 0;
+            for (std::size_t at = said.find(text); at != std::string::npos; at = said.find(text, at + 1))
+                ++found;
+            return found;
+        };
+        const int before = count();
+        return comesTrue([&] { return count() >= before + times; });
+    }
     void interrupt(int signal = SIGINT) const { ::kill(process_.id(), signal); }
     void kill() { process_.kill(); }
     int wait(std::chrono::milliseconds limit = 60s) { return process_.wait(limit); }

@@ -7,6 +7,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <memory>
+
 namespace
 {
 
@@ -72,73 +78,39 @@ protected:
     cu_SharedMemory* region = nullptr;
 };
 
-TEST_F(Telemetry, DemoPrintsPlainLinesAndASummaryThatAddsUp)
-{
-    if (UNDER_EMULATOR)
-        GTEST_SKIP() << "the emulator cannot start a program that starts itself again";
-    const Result result = run(telemetry + "demo --seconds 2 --name " + name + at + " --log " + log + " 2>&1");
-    EXPECT_EQ(result.status, 0) << result.output;
-    EXPECT_THAT(result.output, AllOf(StartsWith("serving at 127.0.0.1, port " + std::to_string(port) + ';'),
-                                     ContainsRegex("\n[0-9:]+  \\[[#.]+\\] +[0-9.]+%"),
-                                     ContainsRegex("\n[1-9][0-9]* requests answered\n"),
-                                     ContainsRegex("\nbusiest, mean/peak: cpu[0-9]+ [0-9]+/[0-9]+ %"),
-                                     Not(HasSubstr("\033")), Not(ContainsRegex("\n[^\n]{81}"))));
-    EXPECT_THAT(run("cat " + log).output, ContainsRegex(" Info: watcher [0-9]+ has come, 1 there\n"));
-    const Summary summary(result.output);
-    EXPECT_THAT(summary.taken, AllOf(testing::Ge(5U), testing::Le(25U)));
-    EXPECT_EQ(summary.lost, 0u);
-    EXPECT_GT(summary.median, 0);
-    EXPECT_LE(summary.median, summary.percentile);
-    EXPECT_LE(summary.percentile, summary.maximum);
-    EXPECT_FALSE(regionExists());
-}
-
 TEST_F(Telemetry, DrawsInPlaceOnATerminal)
 {
     Background sampler(sample());
     Background server(serve());
     const Result plain = run("LC_ALL=C TERM=xterm script -qec '" + watch() + " --seconds 4' /dev/null");
-    EXPECT_THAT(plain.output, HasSubstr("\033[9A")) << "one line for up to twelve cores, eight for the rest";
+    EXPECT_THAT(plain.output, HasSubstr("\033[10A")) << "one line for up to twelve cores, nine for the rest";
     EXPECT_THAT(plain.output, AllOf(HasSubstr("processor  ["), HasSubstr("memory     [")));
     EXPECT_THAT(plain.output, ContainsRegex("\n  minute( {61}[_.:=+*#-]{2}| {60}[_.:=+*#-]{3}| {59}[_.:=+*#-]{4})\033"))
         << "a character for each second";
     const Result drawn = run("LC_ALL=C.UTF-8 TERM=xterm script -qec '" + watch() + " --seconds 1' /dev/null");
     EXPECT_THAT(drawn.output, HasSubstr("\xE2\x96"));
-    server.interrupt();
-    EXPECT_EQ(server.wait(), 0);
-    EXPECT_EQ(sampler.wait(), 0);
 }
 
-TEST_F(Telemetry, ServerTellsOfAKilledSamplerWhoseRegionIsReplaced)
+TEST_F(Telemetry, EachGoesOnWithTheSuccessorOfOneThatWasKilled)
 {
-    Background sampler(sample());
-    Background server(serve());
-    Background watcher(watch());
+    auto sampler = std::make_unique<Background>(sample());
+    auto server = std::make_unique<Background>(serve());
+    const Background watcher(watch());
     ASSERT_TRUE(watcher.says("%"));
-    sampler.kill();
-    EXPECT_EQ(server.wait(), 1);
-    EXPECT_THAT(server.output(), HasSubstr("the sampler (process " + sampler.number() + ") has died\n"));
-    EXPECT_GT(Summary(server.output()).taken, 0u);
-    EXPECT_EQ(watcher.wait(), 1);
-    EXPECT_THAT(watcher.output(), HasSubstr("telemetry: the server has ended\n"));
-    Background nextServer(serve() + " --seconds 1"); // does not fall for the stale region
-    Background nextSampler(sample());
-    EXPECT_EQ(nextServer.wait(), 0);
-    EXPECT_GT(Summary(nextServer.output()).taken, 0u);
-    EXPECT_EQ(nextSampler.wait(), 0);
-    EXPECT_EQ(nextSampler.output(), "telemetry: replacing the region '" + name + "' that an earlier run left behind\n");
-    EXPECT_FALSE(regionExists());
-}
-
-TEST_F(Telemetry, SamplerTellsOfAKilledServer)
-{
-    Background sampler(sample());
-    Background server(serve());
-    Background watcher(watch());
-    ASSERT_TRUE(watcher.says("%"));
-    server.kill();
-    EXPECT_EQ(sampler.wait(), 1);
-    EXPECT_EQ(sampler.output(), "telemetry: the server (process " + server.number() + ") has died\n");
+    sampler->kill();
+    EXPECT_TRUE(server->says("telemetry: the sampler (process " + sampler->number() + ") has died: waiting"));
+    sampler = std::make_unique<Background>(sample());
+    EXPECT_TRUE(sampler->says("replacing the region '" + name + "'"));
+    EXPECT_TRUE(watcher.saysMore("%", 2));
+    server->kill();
+    server = std::make_unique<Background>(serve());
+    EXPECT_TRUE(watcher.says("telemetry: the server has ended: connecting again\n"));
+    EXPECT_TRUE(watcher.saysMore("%", 2));
+    for (Background* each : {server.get(), sampler.get()}) {
+        each->interrupt();
+        EXPECT_EQ(each->wait(), 0);
+    }
+    EXPECT_GT(Summary(server->output()).taken, 0u);
     EXPECT_FALSE(regionExists());
 }
 
@@ -153,7 +125,6 @@ TEST_F(Telemetry, CountsWhatAFullQueueLoses)
     EXPECT_GE(summary.taken, uint32_t{capacity});
     EXPECT_GE(summary.lost, 1u);
     EXPECT_GE(summary.maximum, 200'000) << "the first record waited at least as long as the queue was full";
-    EXPECT_EQ(sampler.wait(), 0);
 }
 
 TEST_F(Telemetry, NobodyHangsWhenSomebodyDiedInATransaction)
@@ -179,8 +150,7 @@ TEST_F(Telemetry, LeavesARegionAloneThatIsInUse)
                     FieldsAre(1, HasSubstr("a sampler (process " + sampler.number() + ") fills the region")));
         EXPECT_THAT(run(serve() + " --port " + std::to_string(freePort()) + " 2>&1"),
                     FieldsAre(1, HasSubstr("another server (process " + server.number() + ")")));
-        server.interrupt();
-        EXPECT_EQ(server.wait(), 0);
+        sampler.interrupt();
         EXPECT_EQ(sampler.wait(), 0);
         EXPECT_EQ(sampler.output(), "");
     }
@@ -210,9 +180,10 @@ TEST_F(Telemetry, AnswersAnyNumberOfWatchersEachOfWhichMayEndAtAnyTime)
     EXPECT_EQ(last.wait(), 0) << last.output();
     sampler.interrupt();
     EXPECT_EQ(sampler.wait(), 0);
-    EXPECT_EQ(server.wait(), 0);
-    EXPECT_THAT(server.output(), HasSubstr("the sampler has ended\n"));
+    EXPECT_TRUE(server.says("the sampler has ended: waiting for another one\n"));
     EXPECT_FALSE(regionExists());
+    server.interrupt();
+    EXPECT_EQ(server.wait(), 0);
     EXPECT_THAT(run("cat " + log).output, ContainsRegex("watcher [0-9]+ has gone\n"));
 }
 
@@ -263,6 +234,121 @@ TEST_F(Telemetry, WatcherTellsOfAnswersThatMakeNoSense)
         EXPECT_EQ(watcher.wait(), 1);
         EXPECT_EQ(watcher.output(), "telemetry: the server's answer makes no sense\n");
     }
+}
+
+TEST_F(Telemetry, WatcherEndsAlthoughTheServerHangsInTheMiddleOfAnAnswer)
+{
+    TCPServerSocket server;
+    ASSERT_EQ(cu_TCPServerSocket_new(&server, port, CU_IP_ADDRESS_LOCAL, 1, false, nullptr), 0u);
+    Background watcher(watch());
+    TCPSocket connection;
+    ASSERT_EQ(cu_TCPServerSocket_accept(server, &connection), 0u);
+    const std::string half = frameOf("answer").substr(0, 14);
+    ASSERT_EQ(cu_TCPSocket_send(connection, half.data(), static_cast<uint32_t>(half.size()), false), 0u);
+    EXPECT_EQ(watcher.wait(), 1);
+    EXPECT_EQ(watcher.output(), "telemetry: the server hangs in the middle of an answer\n");
+}
+
+/// The parts run as child processes of the program that is tested.
+class Supervised : public Telemetry
+{
+protected:
+    void SetUp() override
+    {
+        if (UNDER_EMULATOR)
+            GTEST_SKIP() << "the emulator cannot start a program that starts itself again";
+    }
+
+    std::string command(const std::string& which) const
+    {
+        return telemetry + which + " --interval 100 --name " + name + at + " --log " + log;
+    }
+
+    /// What runs, by its command.
+    std::map<std::string, int> processes() const
+    {
+        std::map<std::string, int> found;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+            std::ifstream file(entry.path() / "cmdline");
+            std::string words{std::istreambuf_iterator<char>(file), {}};
+            std::replace(words.begin(), words.end(), '\0', ' ');
+            if (words.find(' ' + name + ' ') == std::string::npos && words.find(at + ' ') == std::string::npos)
+                continue;
+            std::string path;
+            std::string which;
+            std::istringstream(words) >> path >> which;
+            found[which] = std::stoi(entry.path().filename());
+        }
+        return found;
+    }
+};
+
+TEST_F(Supervised, DemoPrintsPlainLinesAndASummaryThatAddsUp)
+{
+    const Result result = run(command("demo") + " --seconds 5 2>&1");
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_THAT(result.output, AllOf(HasSubstr("serving at 127.0.0.1, port " + std::to_string(port) + ';'),
+                                     ContainsRegex("\n[0-9:]+  \\[[#.]+\\] +[0-9.]+%"),
+                                     ContainsRegex("\n[1-9][0-9]* requests answered\n"),
+                                     ContainsRegex("\nbusiest, mean/peak: cpu[0-9]+ [0-9]+/[0-9]+ %"),
+                                     Not(HasSubstr("\033")), Not(ContainsRegex("\n[0-9:]+  \\[[^\n]{71}"))));
+    EXPECT_THAT(run("cat " + log).output, ContainsRegex(" Info: watcher [0-9]+ has come, 1 there\n"));
+    const Summary summary(result.output);
+    EXPECT_THAT(summary.taken, AllOf(testing::Ge(5U), testing::Le(55U)));
+    EXPECT_EQ(summary.lost, 0u);
+    EXPECT_GT(summary.median, 0);
+    EXPECT_LE(summary.median, summary.percentile);
+    EXPECT_LE(summary.percentile, summary.maximum);
+    EXPECT_FALSE(regionExists());
+}
+
+TEST_F(Supervised, StartsAgainWhatWasKilledAndLeavesNothingBehind)
+{
+    Background demo(command("demo --seconds 100"));
+    ASSERT_TRUE(demo.says("%"));
+    for (const auto& [which, role] : {std::pair{"sample", "sampler"}, {"serve", "server"}}) {
+        kill(processes()[which], SIGKILL);
+        EXPECT_TRUE(demo.says("telemetry: the "s + role + " was ended by signal 9 (Killed): it is started again"));
+        EXPECT_TRUE(demo.saysMore("%", 2)) << "one may have been on its way";
+    }
+    demo.interrupt(SIGTERM);
+    EXPECT_EQ(demo.wait(), 0);
+    EXPECT_THAT(processes(), testing::IsEmpty());
+    EXPECT_FALSE(regionExists());
+    const std::string output = demo.output();
+    double all = 0;
+    for (const auto& [role, starts] : {std::pair{"\n  sampler ", 2}, {"\n  server ", 2}, {"\n  watcher ", 1}}) {
+        double own = 0;
+        double system = 0;
+        int told = 0;
+        const std::size_t place = output.find(role);
+        ASSERT_NE(place, std::string::npos) << output;
+        sscanf(output.c_str() + place + strlen(role), "%lf s %lf s %d", &own, &system, &told);
+        EXPECT_EQ(told, starts) << role;
+        all += own + system;
+    }
+    EXPECT_GT(all, 0);
+}
+
+TEST_F(Supervised, GivesUpOnAPartThatAlwaysDiesAndTellsWhy)
+{
+    TCPServerSocket occupied;
+    ASSERT_EQ(cu_TCPServerSocket_new(&occupied, port, CU_IP_ADDRESS_LOCAL, 1, false, nullptr), 0u);
+    EXPECT_THAT(support::run(command("run") + " 2>&1"),
+                FieldsAre(1, AllOf(HasSubstr("telemetry: starting the service: "),
+                                   HasSubstr("the server ended with status 1, the 6th time in a row: giving up\n"))));
+    EXPECT_THAT(processes(), testing::IsEmpty());
+    EXPECT_FALSE(regionExists());
+}
+
+TEST_F(Supervised, PartsEndWithASupervisorThatIsKilled)
+{
+    Background demo(command("demo --seconds 100"));
+    ASSERT_TRUE(demo.says("%"));
+    EXPECT_EQ(processes().size(), 4u);
+    demo.kill();
+    EXPECT_TRUE(comesTrue([this] { return processes().empty(); }));
+    EXPECT_FALSE(regionExists());
 }
 
 TEST_F(Telemetry, AnswersWrongUsageWithStatus2)
