@@ -86,17 +86,17 @@ std::optional<Ending> Child::collect()
     if (!isRunning() || waitid(P_PID, static_cast<id_t>(number()), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
         info.si_pid == 0)
         return std::nullopt;
-    kill();
+    stop();
     return endingOf(info, askedToEnd_);
 }
 
 void Child::askToEnd()
 {
     askedToEnd_ = true;
-    ::kill(number(), SIGTERM);
+    kill(number(), SIGTERM);
 }
 
-void Child::kill()
+void Child::stop()
 {
     used_ += processorTimeOf(number());
     if (const cu_ErrorCode code = cu_Process_stop(process_.get()); code != 0)

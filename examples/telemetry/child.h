@@ -39,7 +39,7 @@ public:
     std::optional<Ending> collect();
 
     void askToEnd();
-    void kill();
+    void stop(); ///< Kills it, unless it has ended already, and notes what it has used.
 
     /// Of all the runs that have ended.
     const ProcessorTime& processorTime() const { return used_; }

@@ -18,7 +18,7 @@ constexpr char usage[] =
     "       telemetry serve  [--name NAME] [--host HOST] [--port PORT] [--log FILE] [--seconds N]\n"
     "       telemetry watch  [--host HOST] [--port PORT] [--seconds N]\n"
     "       telemetry run    [--name NAME] [--host HOST] [--port PORT] [--log FILE] [--interval MS] [--seconds N]\n"
-    "       telemetry demo   likewise\n"
+    "       telemetry demo   [--name NAME] [--host HOST] [--port PORT] [--log FILE] [--interval MS] [--seconds N]\n"
     "\n"
     "Shows what this machine does: through shared memory to a server, and over TCP to a table.\n"
     "\n"

@@ -119,7 +119,7 @@ bool end(Child& child)
     }
     if (!ending) {
         say("the %s does not end: it is killed", child.role());
-        child.kill();
+        child.stop();
         return false;
     }
     if (!ending->inOrder)
