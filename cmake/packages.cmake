@@ -12,7 +12,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SOURCE kocutil)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-set(CPACK_COMPONENTS_ALL library dev tools)
+set(CPACK_COMPONENTS_ALL library debug dev tools)
 if(CMAKE_CROSSCOMPILING)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
 else()
@@ -30,6 +30,8 @@ set(whole "koCUtil gives C programs uniform error reports, allocators, bounded t
 threads, shared memory, containers, sockets, framed\nmessages, logs, child processes and command lines.\n\n")
 describe(LIBRARY libkocutil${PROJECT_VERSION_MAJOR} libs "utility and operating-system abstraction library"
     "${whole}This package has the shared library, which needs the C library alone.")
+describe(DEBUG libkocutil${PROJECT_VERSION_MAJOR}-dbgsym debug "debug information for libkocutil${PROJECT_VERSION_MAJOR}"
+    "GDB shows by it the source lines and the objects of the koCUtil library.")
 describe(DEV libkocutil-dev libdevel "utility and operating-system abstraction library, development files"
     "${whole}This package has the headers, the static library, and what pkg-config and\nCMake need to find both libraries.")
 describe(TOOLS kocutil-tools utils "command-line tool of the koCUtil library"
@@ -50,6 +52,7 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${control}/triggers ${control}/sh
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS "libc6 (>= 2.36)")
 
 set(library "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEBUG_PACKAGE_DEPENDS ${library})
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${library}, libc6-dev")
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "libkocutil-doc, pkg-config")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${library})

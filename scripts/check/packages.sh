@@ -37,12 +37,13 @@ mkdir -p "$root/var/lib/dpkg"/{info,updates,triggers}
 dpkg-query -W -f 'Package: ${Package}\nStatus: install ok installed\nArchitecture: ${Architecture}\nMulti-Arch: same
 Maintainer: Debian\nVersion: ${Version}\nDescription: present\n\n' {libc6,libc6-dev,libgcc-s1,libstdc++6}:"$native" \
     >"$root/var/lib/dpkg/status"
-fakeroot dpkg --root "$root" --install {libkocutil1,libkocutil-dev,kocutil-tools}_"${version}_$native.deb" \
+fakeroot dpkg --root "$root" --install {libkocutil1,libkocutil1-dbgsym,libkocutil-dev,kocutil-tools}_"${version}_$native.deb" \
     "libkocutil-doc_${version}_all.deb"
 
 "$here/installed.sh" --prefix "$root/usr"
-cd "$root/usr/share"
-for file in doc/koCUtil/{html/index.html,architecture.md} doc/libkocutil1/{copyright,changelog.gz} \
-    man/man1/{cutil,cutil-ring,telemetry}.1.gz bash-completion/completions/cutil; do
+cd "$root/usr"
+for file in share/doc/koCUtil/{README.md,docs/architecture.md,html/index.html} share/doc/libkocutil1/{copyright,changelog.gz} \
+    share/man/man1/{cutil,cutil-ring,telemetry}.1.gz share/bash-completion/completions/cutil \
+    "lib/debug/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)/libkoCUtil.so.$version.debug"; do
     [[ -s $file ]] || { echo "no $file"; exit 1; }
 done
