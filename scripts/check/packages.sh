@@ -41,8 +41,13 @@ fakeroot dpkg --root "$root" --install {libkocutil1,libkocutil1-dbgsym,libkocuti
     "libkocutil-doc_${version}_all.deb"
 
 "$here/installed.sh" --prefix "$root/usr"
+
+cmake -S "$root/usr/share/doc/koCUtil/examples" -B "$work/examples" -G Ninja -DCMAKE_PREFIX_PATH="$root/usr"
+cmake --build "$work/examples"
+"$work/examples/telemetry/telemetry" --help
+
 cd "$root/usr"
-for file in share/doc/koCUtil/{README.md,docs/architecture.md,html/index.html} share/doc/libkocutil1/{copyright,changelog.gz} \
+for file in share/doc/koCUtil/{README.md,docs/guides/c.md,html/index.html} share/doc/libkocutil1/{copyright,changelog.gz} \
     share/man/man1/{cutil,cutil-ring,telemetry}.1.gz share/bash-completion/completions/cutil \
     "lib/debug/usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)/libkoCUtil.so.$version.debug"; do
     [[ -s $file ]] || { echo "no $file"; exit 1; }
