@@ -85,7 +85,7 @@ TEST(Process, refusesNullsAndEndsWithoutAChild)
 
 TEST(Process, handsOnAsManyArgumentsAsThereAre)
 {
-    for (const auto& [path, name] : {std::pair{"/none//", "none"}, {"//", "/"}}) {
+    for (const auto& [path, name] : {std::pair{"/none//", "none"}, {"//", "/"}, {"", "."}}) {
         const support::Outcome outcome = support::outcomeOf([path = path] { statusOf(Child(path).start()); });
         EXPECT_THAT(outcome.error, testing::HasSubstr(std::string("\targv[0] = '") + name + "'\n\terrno: ["));
     }

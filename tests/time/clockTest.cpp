@@ -94,7 +94,7 @@ TEST(ExecutionTime, isGivenInSeconds)
 
 TEST(SystemClock, thatFailsLeavesTheAnswersAsTheyWere)
 {
-    struct {
+    static struct { // so that what lies between the members has a value, too
         cu_Clock idle = {{1, 2}, {3, 4}, false};
         cu_Clock running = {{1, 2}, {3, 4}, true};
         cu_Timer timer = {{5, 6}, 12345}; // no such clock

@@ -105,6 +105,8 @@ TEST(SafeStringOps, formattingIntoABufferTellsWhatDidNotFit)
     EXPECT_FAILURE(cu_snprintf(text, 5, "%d", 56789), cu_ERROR_TRUNCATION_DETECTED, "cu_snprintf", file,
                    "vsnprintf returned '5'. given size was '5'");
     EXPECT_STREQ(text, "5678");
+    EXPECT_EQ(list(text, 5, "%d", 4321), 0U);
+    EXPECT_STREQ(text, "4321");
     EXPECT_NE(cu_str_lenDepPrintf(text, 4, "%s", "abcd"), 0U);
     EXPECT_EQ(support::trace().find("cu_str_lenDepPrintf  -  "), 0U);
     EXPECT_STREQ(text, "abc");
