@@ -31,6 +31,12 @@ target_compile_options(koCUtilLibraryFlags INTERFACE
     $<$<CONFIG:Release>:-g>) # see debugInformation.cmake
 set(KOCUTIL_NO_UNDEFINED LINKER:--no-undefined)
 
+# Counts how often every line of the library is run (scripts/coverage.sh).
+option(KOCUTIL_COVERAGE "Count what is run of the library" OFF)
+if(KOCUTIL_COVERAGE)
+    target_compile_options(koCUtilLibraryFlags INTERFACE --coverage -fprofile-update=atomic)
+endif()
+
 # asan: AddressSanitizer, UndefinedBehaviorSanitizer and leak check; tsan: ThreadSanitizer; fuzz: asan, and Clang's
 # fuzzer is told which branches an input takes.
 set(KOCUTIL_SANITIZER "" CACHE STRING "asan, tsan, fuzz or nothing")

@@ -22,7 +22,7 @@ lint() {
     cmake --preset clang && run-clang-tidy -quiet -j "$(nproc)" -p build/clang "$PWD/src/cUtil/.*"
 }
 
-need native clang arm board lint abi debugger docs packages fuzz
+need native clang arm board lint abi debugger docs packages fuzz valgrind
 
 check "format" format
 check "shell scripts" shellScripts
@@ -41,6 +41,7 @@ grep ', new: ' "$logs/binary-interface.log" || true
 scripts/package.sh || failures+=("packages")
 check "installed packages" scripts/check/packages.sh build/packages
 check "lint" lint
+scripts/valgrind.sh memcheck || failures+=("valgrind")
 scripts/fuzz.sh || failures+=("fuzz")
 check "kill campaign" scripts/kill.sh 50
 check "soak" scripts/soak.sh 20

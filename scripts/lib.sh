@@ -47,6 +47,8 @@ need() {
             lint) packages+=(clang-format clang-tidy shellcheck pkg-config) ;;
             abi) packages+=(abigail-tools) ;;
             debugger) packages+=(gdb) ;;
+            coverage) packages+=(gcovr) ;;
+            valgrind) packages+=(valgrind) ;;
             docs) packages+=(doxygen graphviz) ;;
             picture) packages+=(termtosvg) ;;
             packages) packages+=(dpkg-dev fakeroot file pkg-config) ;;

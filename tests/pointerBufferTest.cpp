@@ -177,8 +177,8 @@ TEST(PointerBuffer, everyValueIsTakenExactlyOnce)
 {
     constexpr unsigned producers = 8;
     // A million under the sanitizers, too.
-    constexpr uint32_t each = sizeof(void*) == 4 ? static_cast<uint32_t>(support::scaled(125'000)) : 125'000;
-    constexpr uint32_t total = producers * each;
+    const uint32_t each = sizeof(void*) == 4 ? static_cast<uint32_t>(support::scaled(125'000)) : 125'000;
+    const uint32_t total = producers * each;
     for (const auto& [capacity, consumers] : {std::pair(1U, 8U), {2, 8}, {1024, 8}, {64, 1}}) {
         SCOPED_TRACE(capacity);
         const Buffer buffer(capacity, UINT32_MAX - total / 2);

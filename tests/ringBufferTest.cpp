@@ -331,7 +331,7 @@ void whileRefused(Take take)
 // each other.
 TEST(RingBuffer, carriesAStreamBetweenTwoProcessesAndBetweenTwoThreads)
 {
-    constexpr auto total = static_cast<uint64_t>(sizeof(void*) == 4 ? 50'000'000 : support::scaled(100'000'000));
+    const auto total = static_cast<uint64_t>(sizeof(void*) == 4 ? 50'000'000 : support::scaled(100'000'000));
     constexpr uint32_t longest = 1500;
     constexpr uint32_t period = 65521; // in step with no ring
     std::mt19937 bytes(9);

@@ -172,7 +172,7 @@ TEST_F(RpcChannel, openRefusesAPayloadSizeThatNoChannelHas)
 
 TEST_F(RpcChannel, processesExchangeRequestsAlsoWhenTheServerIsKilledAndReplaced)
 {
-    constexpr auto requests = static_cast<uint32_t>(support::scaled(1'000'000));
+    const auto requests = static_cast<uint32_t>(support::scaled(1'000'000));
     const auto serve = [&] {
         const char* request = buffer(cu_RPCChannel_getRxBuffer, opener);
         char* answer = buffer(cu_RPCChannel_getTxBuffer, opener);

@@ -2,18 +2,21 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace support
 {
 
+/// Known when it is compiled (sanitizers, 32-bit emulators), or only when it is run (Valgrind).
+inline const bool stepsAreSlow =
 #if defined(KOCUTIL_EVERY_STEP_IS_SLOW)
-constexpr bool stepsAreSlow = true;
+    true;
 #else
-constexpr bool stepsAreSlow = false;
+    getenv("KOCUTIL_EVERY_STEP_IS_SLOW") != nullptr;
 #endif
 
-/// A number of rounds that takes about as long under a sanitizer or a 32-bit emulator as it does natively.
-constexpr int scaled(int rounds)
+/// A number of rounds that takes about as long where every step is slow as it does natively.
+inline int scaled(int rounds)
 {
     return stepsAreSlow ? std::max(rounds / 20, 1) : rounds;
 }
