@@ -136,10 +136,11 @@ Region::State Region::inspect() const
 {
     if (run_ == nullptr)
         return State::foreign;
+    const Presence presence = sampler(); // before the signature, which goes before somebody takes a stale region away
     const uint64_t found = load(run().signature);
     if (found != signature && found != 0)
         return State::foreign;
-    switch (sampler()) {
+    switch (presence) {
     case Presence::there:
         return found == signature ? State::filled : State::unfinished;
     case Presence::awaited:
@@ -215,11 +216,15 @@ void Region::removeStale(const std::string& name)
         static_cast<void>(region->unlink());
 }
 
-// Of two processes that see the same stale region only one removes it: the other would remove its successor.
+// Of two processes that see the same stale region only one removes it: the other would remove its successor. Without
+// the signature no server takes the one that does for a sampler that fills it.
 bool Region::isForUsToRemove()
 {
     const Party former = load(run().sampler);
-    return presenceOf(former) != Presence::there && replace(run().sampler, former, thisProcess());
+    if (presenceOf(former) == Presence::there)
+        return false;
+    store(run().signature, 0);
+    return replace(run().sampler, former, thisProcess());
 }
 
 std::optional<Region> Region::create(const std::string& name)
