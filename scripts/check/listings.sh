@@ -97,7 +97,7 @@ runDocument() {
 
 cmake --install "$1" --prefix "$work/installed" >"$work/log"
 lib=$(dirname "$(find "$work/installed" -name libkoCUtil.so)")
-export CPATH=$work/installed/include LIBRARY_PATH=$lib LD_LIBRARY_PATH=$lib PATH=$lib/../bin:$PATH
+export CPATH=$work/installed/include LIBRARY_PATH=$lib LD_LIBRARY_PATH=$lib PATH=$work/installed/bin:$PATH
 export PKG_CONFIG_PATH=$lib/pkgconfig CMAKE_PREFIX_PATH=$work/installed
 export QEMU_UNSET_ENV=LD_PRELOAD # stdbuf's
 
