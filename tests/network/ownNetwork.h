@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
@@ -21,7 +22,8 @@ inline void ask(unsigned long what, void* request)
 
 inline void bringLoopbackUp()
 {
-    ifreq request = {"lo", {}};
+    ifreq request = {};
+    strcpy(request.ifr_name, "lo");
     request.ifr_flags = IFF_UP;
     ask(SIOCSIFFLAGS, &request);
 }

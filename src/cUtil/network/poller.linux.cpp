@@ -1,7 +1,6 @@
 #include <cUtil/network/poller.h>
 
 #include "internal/owned.h"
-#include "internal/rollback.h"
 #include "internal/socket.h"
 
 #include <algorithm>
@@ -42,16 +41,14 @@ struct cu_Poller {
 namespace
 {
 
-cu_ErrorCode cu_PollerItem_new(Item** me, const cu_Selectable* selectable, cu_PollerCallback callback, void* userData,
-                               cu_allocator* allocator)
+cu_ErrorCode cu_PollerItem_new(internal::Owned<Item>& item, const cu_Selectable* selectable, cu_PollerCallback callback,
+                               void* userData, cu_allocator* allocator)
 {
-    internal::Owned<Item> item;
     CU_TRY(item.allocate(allocator));
     item->selectable = selectable;
     item->handle = selectable->handle;
     item->callback = callback;
     item->userData = userData;
-    *me = item.release();
     return 0;
 }
 
@@ -172,25 +169,25 @@ cu_ErrorCode cu_Poller_add(cu_Poller* poller, const cu_Selectable* selectable, u
     CU_REQUIRE(flags != 0);
     CU_REQUIRE(callback != nullptr);
 
-    Item* item = nullptr;
-    CU_TRY(cu_PollerItem_new(&item, selectable, callback, userData, poller->allocator));
-    CU_ROLLBACK(made, cu_PollerItem_delete(&item));
+    internal::Owned<Item> item;
+    CU_TRY(cu_PollerItem_new(item, selectable, callback, userData, poller->allocator));
     epoll_event event = {};
     if ((flags & CU_POLLER_READABLE) != 0)
         event.events |= EPOLLIN;
     if ((flags & CU_POLLER_WRITABLE) != 0)
         event.events |= EPOLLOUT;
-    event.data.ptr = item;
-    if (epoll_ctl(poller->epoll, EPOLL_CTL_ADD, item->handle, &event) != 0) {
+    event.data.ptr = item.get();
+    const int32_t handle = selectable->handle;
+    if (epoll_ctl(poller->epoll, EPOLL_CTL_ADD, handle, &event) != 0) {
         const int error = errno;
         return CU_REPORT(cu_ERROR_COM_INVALID_ARGUMENT, error, "epoll_ctl(..) failed [%d] %s", error,
                          internal::SystemErrorText(error).get());
     }
-    if (const cu_ErrorCode code = cu_Poller_put(poller, item); code != 0) {
-        epoll_ctl(poller->epoll, EPOLL_CTL_DEL, item->handle, nullptr);
+    if (const cu_ErrorCode code = cu_Poller_put(poller, item.get()); code != 0) {
+        epoll_ctl(poller->epoll, EPOLL_CTL_DEL, handle, nullptr);
         return internal::passOn(code, CU_HERE);
     }
-    made.dismiss();
+    item.release();
     return 0;
 }
 
