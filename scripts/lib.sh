@@ -92,6 +92,6 @@ build() {
 
 # pack PRESET: the Debian packages of what was built, in build/PRESET/packages. Their folders are Debian's, whatever was
 # configured by hand.
-pack() {
+pack() (
     cmake --preset "$1" -U CMAKE_INSTALL_LIBDIR && cd "build/$1" && rm -rf packages && cpack -G DEB
-}
+)

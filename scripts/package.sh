@@ -8,7 +8,7 @@ readonly targets=(koCUtil koCUtilStatic cutil telemetry)
 packAll() {
     rm -rf build/packages
     mkdir -p build/packages
-    (pack release) && (pack arm) && cp build/{release,arm}/packages/*.deb build/packages/
+    pack release && pack arm && cp build/{release,arm}/packages/*.deb build/packages/
 }
 
 need native arm docs packages
