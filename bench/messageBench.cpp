@@ -13,16 +13,29 @@ namespace
 
 constexpr uint8_t bytes[60] = {1, 2, 3};
 
+void fill(cu_Message* message, int64_t records)
+{
+    for (uint32_t i = 0; i < records; ++i) {
+        cu_Message_write(message, &i, sizeof(i));
+        cu_Message_write(message, bytes, sizeof(bytes));
+    }
+}
+
+void fill(GByteArray* array, int64_t records)
+{
+    for (uint32_t i = 0; i < records; ++i) {
+        g_byte_array_append(array, static_cast<const uint8_t*>(static_cast<const void*>(&i)), sizeof(i));
+        g_byte_array_append(array, bytes, sizeof(bytes));
+    }
+}
+
 // A message of range(0) records, built from nothing.
 void writeOurs(benchmark::State& state)
 {
     for (auto _ : state) {
         cu_Message* message = nullptr;
         cu_Message_new(&message, 0, nullptr);
-        for (uint32_t i = 0; i < state.range(0); ++i) {
-            cu_Message_write(message, &i, sizeof(i));
-            cu_Message_write(message, bytes, sizeof(bytes));
-        }
+        fill(message, state.range(0));
         cu_Message_delete(&message);
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -32,10 +45,7 @@ void writeGLib(benchmark::State& state)
 {
     for (auto _ : state) {
         GByteArray* array = g_byte_array_new();
-        for (uint32_t i = 0; i < state.range(0); ++i) {
-            g_byte_array_append(array, static_cast<const uint8_t*>(static_cast<const void*>(&i)), sizeof(i));
-            g_byte_array_append(array, bytes, sizeof(bytes));
-        }
+        fill(array, state.range(0));
         g_byte_array_free(array, TRUE);
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -48,10 +58,7 @@ void reuseOurs(benchmark::State& state)
     cu_Message_new(&message, 0, nullptr);
     for (auto _ : state) {
         cu_Message_seek(message, 0);
-        for (uint32_t i = 0; i < state.range(0); ++i) {
-            cu_Message_write(message, &i, sizeof(i));
-            cu_Message_write(message, bytes, sizeof(bytes));
-        }
+        fill(message, state.range(0));
     }
     cu_Message_delete(&message);
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -62,10 +69,7 @@ void reuseGLib(benchmark::State& state)
     GByteArray* array = g_byte_array_new();
     for (auto _ : state) {
         g_byte_array_set_size(array, 0);
-        for (uint32_t i = 0; i < state.range(0); ++i) {
-            g_byte_array_append(array, static_cast<const uint8_t*>(static_cast<const void*>(&i)), sizeof(i));
-            g_byte_array_append(array, bytes, sizeof(bytes));
-        }
+        fill(array, state.range(0));
     }
     g_byte_array_free(array, TRUE);
     state.SetItemsProcessed(state.iterations() * state.range(0));
