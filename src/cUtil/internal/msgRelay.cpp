@@ -94,18 +94,14 @@ bool takeHead(cu_MSGServer* me, Endpoint* endpoint, const uint8_t*& at, uint32_t
     return true;
 }
 
-// Nothing more comes from the other side; what waits for it is still sent.
-void endReading(cu_MSGServer* me, Endpoint* endpoint)
+// Nothing more is read from the other side, and nothing more is taken for it.
+void withdraw(cu_MSGServer* me, Endpoint* endpoint)
 {
-    if (endpoint->out.queue.isEmpty()) {
-        dropEndpoint(me, endpoint);
-        return;
-    }
-    static_cast<ReadableLink*>(endpoint)->leave();
-    endpoint->in.queue.clear(me->in.stock);
     if (!endpoint->isLeaving)
         me->numbers.take(&endpoint->number);
     endpoint->isLeaving = true;
+    static_cast<ReadableLink*>(endpoint)->leave();
+    endpoint->in.queue.clear(me->in.stock);
 }
 
 // Adds bytes to the record that is coming; once it is whole, it goes to the application. False: there is no memory.
@@ -165,12 +161,9 @@ Endpoint* findEndpoint(const cu_MSGServer* me, uint32_t number)
 
 void dropEndpoint(cu_MSGServer* me, Endpoint* endpoint)
 {
+    withdraw(me, endpoint);
     endpoint->alive = false;
-    if (!endpoint->isLeaving)
-        me->numbers.take(&endpoint->number);
     static_cast<KnownLink*>(endpoint)->moveToFrontOf(me->dropped);
-    static_cast<ReadableLink*>(endpoint)->leave();
-    endpoint->in.queue.clear(me->in.stock);
     endpoint->out.queue.clear(me->out.stock);
     if (me->target == endpoint)
         me->target = nullptr;
@@ -288,8 +281,8 @@ void cu_internal_handleBackend(cu_MSGServer* me)
             takeFrames(me, endpoint, at, static_cast<uint32_t>(got));
         } else if (got == -1 && errno == EWOULDBLOCK) {
             static_cast<ReadableLink*>(endpoint)->leave();
-        } else if (got == 0) {
-            endReading(me, endpoint);
+        } else if (got == 0 && !endpoint->out.queue.isEmpty()) {
+            withdraw(me, endpoint); // what waits is still sent
         } else {
             dropEndpoint(me, endpoint);
         }
